@@ -18,12 +18,11 @@ void interleave2_16s_avx2(const int16_t* a, const int16_t* b, int len, int16_t* 
 {
     int i = 0;
     for (; i + 16 <= len; i += 16) {
-        __m256i va = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(a + i));
-        __m256i vb = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(b + i));
-        __m256i lo = _mm256_unpacklo_epi16(va, vb);  // pairs 0..3 | 8..11
-        __m256i hi = _mm256_unpackhi_epi16(va, vb);  // pairs 4..7 | 12..15
-        _mm256_storeu_si256(reinterpret_cast<__m256i*>(dst + 2 * i), _mm256_permute2x128_si256(lo, hi, 0x20));
-        _mm256_storeu_si256(reinterpret_cast<__m256i*>(dst + 2 * i + 16), _mm256_permute2x128_si256(lo, hi, 0x31));
+        // Quarter order 0 2 1 3 first, so that the in-lane unpacks yield pairs in order.
+        __m256i va = _mm256_permute4x64_epi64(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(a + i)), 0xD8);
+        __m256i vb = _mm256_permute4x64_epi64(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(b + i)), 0xD8);
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(dst + 2 * i), _mm256_unpacklo_epi16(va, vb));
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(dst + 2 * i + 16), _mm256_unpackhi_epi16(va, vb));
     }
     interleave2_16s_scalar(a + i, b + i, len - i, dst + 2 * i);
 }
