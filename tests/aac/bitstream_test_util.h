@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -93,5 +94,63 @@ inline bool readFile(const std::string& path, std::vector<uint8_t>& out)
     std::fclose(f);
     return true;
 }
+
+}  // namespace aactest
+
+namespace aactest {
+
+// ics_info() of a long sequence without prediction.
+inline void writeLongIcs(BitWriter& w, int maxSfb, int windowSequence = 0)
+{
+    w.put(0, 1);  // ics_reserved_bit
+    w.put(static_cast<uint32_t>(windowSequence), 2);
+    w.put(0, 1);  // window_shape
+    w.put(static_cast<uint32_t>(maxSfb), 6);
+    w.put(0, 1);  // predictor_data_present
+}
+
+inline void writeShortIcs(BitWriter& w, int maxSfb, int grouping)
+{
+    w.put(0, 1);
+    w.put(2, 2);
+    w.put(1, 1);
+    w.put(static_cast<uint32_t>(maxSfb), 4);
+    w.put(static_cast<uint32_t>(grouping), 7);
+}
+
+// One section: its code book and its length in escape pieces.
+inline void writeSection(BitWriter& w, int book, int length, bool eightShort)
+{
+    const int bits = eightShort ? 3 : 5;
+    const int escape = eightShort ? 7 : 31;
+    w.put(static_cast<uint32_t>(book), 4);
+    while (length >= escape) {
+        w.put(static_cast<uint32_t>(escape), bits);
+        length -= escape;
+    }
+    w.put(static_cast<uint32_t>(length), bits);
+}
+
+// pulse_data_present, tns_data_present, gain_control_data_present all 0.
+inline void writeNoTools(BitWriter& w) { w.put(0, 3); }
+
+// Fresh per-channel outputs, canary-filled.
+struct ChannelOutputs {
+    AacChanInfo info;
+    AacIcsInfo ics;
+    AacMainHeader mainHeader;
+    int16_t sf[8 * 64];
+    uint8_t cb[8 * 64];
+    int32_t spectrum[1024];
+    int8_t tnsCoef[60];
+
+    explicit ChannelOutputs(int sfi)
+    {
+        std::memset(this, 0xA5, sizeof *this);
+        info.sampling_frequency_index = sfi;
+        info.num_pred_sfb = 0;
+        info.pIcsInfo = &ics;
+    }
+};
 
 }  // namespace aactest
