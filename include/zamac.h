@@ -220,6 +220,44 @@ ZamStatus zamsMDCTInv_32f(const float* pSrc, float* pDst, const MdctInvSpec_32f*
 ZamStatus zamsMDCTFwd_32f_I(float* pSrcDst, const MdctFwdSpec_32f* pMDCTSpec, uint8_t* pBuffer);
 ZamStatus zamsMDCTInv_32f_I(float* pSrcDst, const MdctInvSpec_32f* pMDCTSpec, uint8_t* pBuffer);
 
+/* ---- block FIR filter ----
+ *
+ * Filters across blocks rather than samples: each call takes one block of len
+ * floats and returns, element by element,
+ *   pDst[i] = sum_{j=0}^{numTaps-1} pTaps[j] * (block passed j calls ago)[i],
+ * where the current block counts as passed 0 calls ago and blocks before the
+ * first call are zero. The state keeps the last numTaps blocks in a ring of
+ * rows; the taps are passed with every call. The sum runs from the newest block
+ * (pTaps[0], a plain product) through the oldest block (pTaps[numTaps-1]) back to
+ * the second newest (pTaps[1]), each term added with a fused multiply-add.
+ *
+ * State record (made only by InitAlloc), fields in order: pointer to the ring
+ * (numTaps rows of stride floats, a separate allocation), numTaps, len, stride
+ * (len rounded up to a multiple of 4) and position (the newest row) as signed
+ * 16-bit values, then the tag 58 as the last field. The counts are kept in 16
+ * bits: a numTaps or len above 32767 is accepted by InitAlloc but reads back
+ * negative, so every filtering call on that state returns zamStsFirLength. The
+ * stride is rounded in 16 bits (unsigned) for the ring's allocation, so a len
+ * of 65533..65535 rounds to 0 and InitAlloc fails with zamStsMemAlloc. */
+typedef struct FirBlockState_32f FirBlockState_32f;   /* tag 58 */
+
+/* Allocates a state with a zeroed ring. Checks: null ppState -> zamStsNullPtr;
+ * numTaps < 1 or len < 1 -> zamStsFirLength; an allocation failure ->
+ * zamStsMemAlloc (nothing is left allocated). */
+ZamStatus zamsFIRBlockInitAlloc_32f(FirBlockState_32f** ppState, int numTaps, int len);
+
+/* Filters one block (pSrc and pDst may be the same array). Checks in order: any
+ * null pointer -> zamStsNullPtr; tag not 58 -> zamStsContextMismatch; stored len
+ * or numTaps below 1, or stored position outside 0..numTaps-1 ->
+ * zamStsFirLength (the state is left unchanged). Returns zamStsMisalignedData
+ * (+2, a warning: the output is complete) when pSrc, pDst or pTaps is not a
+ * multiple of 16 bytes, zamStsOk otherwise. */
+ZamStatus zamsFIRBlockOne_32f(const float* pSrc, float* pDst, FirBlockState_32f* pState, const float* pTaps);
+
+/* Releases the ring and the state. Null -> zamStsNullPtr; tag not 58 ->
+ * zamStsContextMismatch. The tag is not cleared. */
+ZamStatus zamsFIRBlockFree_32f(FirBlockState_32f* pState);
+
 /* ---- transforms: end ---- */
 
 /* ======================================================================
