@@ -105,7 +105,8 @@ typedef struct {
 
     int samplingIndex, sampleRate;
     int formatSent;
-    int sbrReported, cceReported;
+    int sbrReported, cceReported;  /* notices already shown */
+    int sawSbr, sawCoupling;       /* seen in the current block */
     const DecodeOptions* options;
     PcmSink* sink;
     DecodeStats* stats;
@@ -453,10 +454,7 @@ static ZamStatus skip_coupling(AacDecoder* d, Cursor* c)
                 if (ch->codebooks[i] != 0 && read_sf_code(c) < 0) return zamStsBadData;
         }
     }
-    if (!d->cceReported) {
-        fprintf(stderr, "zamac-decode: the stream has coupling channel elements; they are skipped, not applied\n");
-        d->cceReported = 1;
-    }
+    d->sawCoupling = 1;
     return zamStsOk;
 }
 
@@ -468,11 +466,7 @@ static ZamStatus skip_fill(AacDecoder* d, Cursor* c)
     ZamStatus status = zamsDecodeFillElt_AAC(&c->byte, &c->bit, &count, payload);
     if (status < 0) return status;
     const int extension = count > 0 ? payload[0] >> 4 : 0;
-    if ((extension == 13 || extension == 14) && !d->sbrReported) {
-        fprintf(stderr, "zamac-decode: the stream carries SBR (HE-AAC) data, which is ignored: "
-                        "the output is the AAC-LC core at %d Hz\n", d->sampleRate);
-        d->sbrReported = 1;
-    }
+    if (extension == 13 || extension == 14) d->sawSbr = 1;  /* EXT_SBR_DATA, EXT_SBR_DATA_CRC */
     return zamStsOk;
 }
 
@@ -525,7 +519,10 @@ static ZamStatus decode_elements(AacDecoder* d, Cursor* c, const uint8_t* end, A
             }
             return zamStsOk;
         }
-        if (status < 0) return status;
+        if (status < 0) {
+            if (!d->error) d->error = "element";
+            return status;
+        }
         if (c->byte > end) {
             d->error = "elements run past the end of the frame";
             return zamStsBadData;
@@ -582,18 +579,36 @@ static int render_block(AacDecoder* d, int concealed)
     return d->sink->write(d->sink->ctx, d->interleaved, 1024);
 }
 
+/* why: what went wrong; status: the failing library status, or 0 for the decoder's own finding. */
 static void report_concealed(AacDecoder* d, const char* why, ZamStatus status)
 {
     d->stats->framesConcealed++;
     if (d->options->verbose || d->stats->framesConcealed <= 10) {
-        if (status < 0)
-            fprintf(stderr, "zamac-decode: frame %ld: %s failed (status %d); replaced by silence\n", d->frameNumber,
-                    why ? why : "decoding", status);
+        if (status < 0 && why && strncmp(why, "elements", 8) != 0)
+            fprintf(stderr, "zamac-decode: frame %ld: corrupt (%s: status %d); replaced by silence\n",
+                    d->frameNumber, why, status);
         else
-            fprintf(stderr, "zamac-decode: frame %ld: %s; replaced by silence\n", d->frameNumber, why);
+            fprintf(stderr, "zamac-decode: frame %ld: %s; replaced by silence\n", d->frameNumber,
+                    why ? why : "corrupt");
     }
     if (d->stats->framesConcealed == 10 && !d->options->verbose)
         fprintf(stderr, "zamac-decode: (further concealed frames are counted, not reported; -v reports all)\n");
+}
+
+/* One-time notices about what a block contained; shown only once a block decodes
+ * cleanly, so that corrupt frames do not raise them. */
+static void show_notices(AacDecoder* d)
+{
+    if (d->sawCoupling && !d->cceReported) {
+        fprintf(stderr, "zamac-decode: the stream has coupling channel elements; they are skipped, not applied\n");
+        d->cceReported = 1;
+    }
+    if (d->sawSbr && !d->sbrReported) {
+        fprintf(stderr, "zamac-decode: the stream carries SBR (HE-AAC) data, which is ignored: "
+                        "the output is the AAC-LC core at %d Hz\n", d->sampleRate);
+        d->sbrReported = 1;
+    }
+    d->sawCoupling = d->sawSbr = 0;
 }
 
 /* Decodes one raw data block at the cursor and sends its PCM. Returns -1 when the
@@ -618,6 +633,8 @@ static int decode_block(AacDecoder* d, Cursor* c, const uint8_t* end, AacProgram
     if (d->options->info)
         printf("frame %ld:%s%s\n", d->frameNumber, status < 0 ? " corrupt" : "", d->elementText);
     if (status < 0) report_concealed(d, d->error, status);
+    else show_notices(d);
+    d->sawCoupling = d->sawSbr = 0;
     if (render_block(d, status < 0) != 0) return -1;
     return status < 0;
 }
