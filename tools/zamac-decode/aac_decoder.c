@@ -146,17 +146,17 @@ static int decoder_init(AacDecoder* d, const DecodeOptions* options, PcmSink* si
     if (aac_filterbank_init(&d->bank) != 0) return -1;
     int ok = 1;
     for (int c = 0; c < AAC_MAX_CHANNELS; ++c) {
-        d->outSpectrum[c] = aligned_zeroed(1024 * sizeof(int32_t));
-        d->pcm[c] = aligned_zeroed(1024 * sizeof(float));
+        d->outSpectrum[c] = (int32_t*)aligned_zeroed(1024 * sizeof(int32_t));
+        d->pcm[c] = (float*)aligned_zeroed(1024 * sizeof(float));
         ok = ok && d->outSpectrum[c] && d->pcm[c];
         aac_history_reset(&d->history[c]);
     }
     for (int i = 0; i < 2; ++i) {
-        d->work[i].grouped = aligned_zeroed(1024 * sizeof(int32_t));
-        d->work[i].spectrum = aligned_zeroed(1024 * sizeof(int32_t));
+        d->work[i].grouped = (int32_t*)aligned_zeroed(1024 * sizeof(int32_t));
+        d->work[i].spectrum = (int32_t*)aligned_zeroed(1024 * sizeof(int32_t));
         ok = ok && d->work[i].grouped && d->work[i].spectrum;
     }
-    d->interleaved = aligned_zeroed(1024 * AAC_MAX_CHANNELS * sizeof(int16_t));
+    d->interleaved = (int16_t*)aligned_zeroed(1024 * AAC_MAX_CHANNELS * sizeof(int16_t));
     return ok && d->interleaved ? 0 : -1;
 }
 
@@ -720,7 +720,7 @@ static int decode_adts(AacDecoder* d, const uint8_t* data, size_t size)
     if (stream.channelConfiguration == 0) aac_layout_open(&d->layout);
     else aac_layout_from_configuration(&d->layout, stream.channelConfiguration);
 
-    uint8_t* frame = aligned_zeroed(MAX_FRAME_BYTES + FRAME_PADDING);
+    uint8_t* frame = (uint8_t*)aligned_zeroed(MAX_FRAME_BYTES + FRAME_PADDING);
     if (!frame) return 1;
     AacProgramConfig program;
     memset(&program, 0, sizeof program);
@@ -793,11 +793,11 @@ static int decode_adif(AacDecoder* d, const uint8_t* data, size_t size)
 {
     /* The raw data blocks follow each other without lengths: the whole stream is
      * one buffer, padded like an ADTS frame. */
-    uint8_t* stream = aligned_zeroed(size + FRAME_PADDING);
+    uint8_t* stream = (uint8_t*)aligned_zeroed(size + FRAME_PADDING);
     if (!stream) return 1;
     memcpy(stream, data, size);
     AacAdifHeader header;
-    static AacProgramConfig programs[16];
+    AacProgramConfig programs[16];
     memset(programs, 0, sizeof programs);
     uint8_t* cursor = stream;
     ZamStatus status = zamsUnpackADIFHeader_AAC(&cursor, &header, programs, 16);
@@ -833,7 +833,7 @@ static int decode_adif(AacDecoder* d, const uint8_t* data, size_t size)
 
 int aac_decode(const uint8_t* data, size_t size, const DecodeOptions* options, PcmSink* sink, DecodeStats* stats)
 {
-    AacDecoder* d = malloc(sizeof *d);
+    AacDecoder* d = (AacDecoder*)malloc(sizeof *d);
     if (!d || decoder_init(d, options, sink, stats) != 0) {
         fprintf(stderr, "zamac-decode: out of memory\n");
         if (d) decoder_free(d);
