@@ -341,9 +341,11 @@ static ZamStatus decode_single(AacDecoder* d, Cursor* c, int type, int tag)
     int outputs[2];
     aac_layout_place(&d->layout, type == ID_LFE ? AAC_ELEMENT_LFE : AAC_ELEMENT_SCE, tag, outputs);
     deliver_channel(d, outputs[0], ch, &ch->ics);
-    char label[16];
-    snprintf(label, sizeof label, "%s%d", type == ID_LFE ? "LFE" : "SCE", tag);
-    describe(d, label, &ch->ics, ch, "");
+    if (d->options->info) {
+        char label[16];
+        snprintf(label, sizeof label, "%s%d", type == ID_LFE ? "LFE" : "SCE", tag);
+        describe(d, label, &ch->ics, ch, "");
+    }
     return zamStsOk;
 }
 
@@ -403,12 +405,14 @@ static ZamStatus decode_pair(AacDecoder* d, Cursor* c, int tag)
     aac_layout_place(&d->layout, AAC_ELEMENT_CPE, tag, outputs);
     deliver_channel(d, outputs[0], left, leftIcs);
     deliver_channel(d, outputs[1], right, rightIcs);
-    const char* ms = pair->ms_mask_present == 0 ? "" : pair->ms_mask_present == 2 ? " ms-all" : " ms";
-    char label[16];
-    snprintf(label, sizeof label, "CPE%d.L", tag);
-    describe(d, label, leftIcs, left, common ? ms : "");
-    snprintf(label, sizeof label, "CPE%d.R", tag);
-    describe(d, label, rightIcs, right, right->hasIntensity ? " is" : "");
+    if (d->options->info) {
+        const char* ms = pair->ms_mask_present == 0 ? "" : pair->ms_mask_present == 2 ? " ms-all" : " ms";
+        char label[16];
+        snprintf(label, sizeof label, "CPE%d.L", tag);
+        describe(d, label, leftIcs, left, common ? ms : "");
+        snprintf(label, sizeof label, "CPE%d.R", tag);
+        describe(d, label, rightIcs, right, right->hasIntensity ? " is" : "");
+    }
     return zamStsOk;
 }
 
