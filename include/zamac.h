@@ -533,6 +533,199 @@ ZamStatus zamsNoiselessDecode_AAC(uint8_t** ppBitStream, int32_t* pOffset, AacMa
  * AAC spectral tools
  * ====================================================================== */
 
+/*
+ * Spectral tools of an AAC decoder (and TNS of an encoder), run per frame in this
+ * order: zamsQuantInv_AAC_32s_I, zamsDecodeMsStereo_AAC_32s_I,
+ * zamsDecodeIsStereo_AAC_32s, zamsDecodePNS_AAC_32s / zamsDecodeMsPNS_AAC_32s,
+ * zamsDeinterleaveSpectrum_AAC_32s (eight-short frames), zamsDecodeTNS_AAC_32s_I.
+ *
+ * Shared conventions:
+ *  - A spectrum is 1024 int32_t coefficients in fixed point with 3 fractional bits
+ *    (the value times 8). Before deinterleaving, an eight-short frame is in the
+ *    bit stream's grouped, band-interleaved order: group after group, each group
+ *    occupying window_group_length * 128 values, band after band, each band
+ *    holding its group's windows one after the other.
+ *  - Per-band arrays (code books as bytes, scale factors as 16-bit values) hold
+ *    maxSfb entries per window group, group after group. ms_used is 8 rows of 60
+ *    bytes (the flag of group g, band b is byte g * 60 + b).
+ *  - Band boundaries are the swb_offset tables of ISO/IEC 13818-7 for
+ *    samplingRateIndex 0..11 (96000 .. 8000 Hz), long (winLen 1024) or short
+ *    (winLen 128).
+ *  - Code book 13 marks a noise band, 14 an out-of-phase and 15 an in-phase
+ *    intensity band.
+ *  - Window groups: a long frame (winLen 1024) is one group of one window whatever
+ *    pWinGrpLen holds. For eight-short frames the group lengths are trusted to add
+ *    up to at most 8; a group running past the eighth window is cut there, so no
+ *    tool ever leaves the 1024-value frame.
+ *  - Argument checks come first, in the order listed per function; a failed check
+ *    writes nothing. A data error found during the work (a magnitude above 8191,
+ *    bad TNS filter data) stops it and leaves what was already written.
+ *  - No function tracks alignment: none returns zamStsMisalignedData.
+ */
+
+/* Inverse quantization in place: each value q of a band whose code book is not 0,
+ * 13, 14 or 15 becomes sign(q) * |q|^(4/3) * 2^((sf - 100)/4) * 8, truncated, with
+ * sf the band's scale factor; other bands and the values past maxSfb are left
+ * as they are. The fixed-point form: with e = sf - 100, s = ceil(e/4):
+ *  - |q| 1..3 and 4..15 come from a table with 28 and 25 fractional bits shifted
+ *    right by 25 - s and 22 - s; when that shift is negative no shift is made (the
+ *    result stops growing: for sf above 197 (1..3) or 185 (4..15) the results are
+ *    smaller than the exact value), above 31 the result is 0;
+ *  - |q| 16..8191 use a power table (16..128) or a polynomial (129..8191) and are
+ *    then shifted by (s - base): a right shift above 31 gives 0, a left shift above
+ *    31 gives 2147483647 (with the sign of q), a left shift of 1..31 wraps in 32
+ *    bits (no saturation). Wherever the exact value fits in 31 bits and the
+ *    small-range clamp is not hit, the result is within 1 of it (|q| < 16) or
+ *    within 2^L + value * 2^-24 (L the left shift, 0 for a right shift).
+ * pScaleFactor: one signed 16-bit value per band. samplingRateIndex is unsigned.
+ * Checks: a pointer null (zamStsNullPtr); winLen not 128 or 1024
+ * (zamStsAacWinLenErr); winLen 1024 with numWinGrp not 1, or winLen 128 with
+ * numWinGrp outside 1..8 (zamStsAacNumWinGrpErr); maxSfb outside 0..51
+ * (zamStsAacMaxSfbErr); samplingRateIndex above 11 (zamStsAacSmplRateIdxErr); maxSfb
+ * above the band count of the rate and window (zamStsAacMaxSfbErr). Then a
+ * magnitude above 8191 (including INT32_MIN) stops the work with
+ * zamStsAacQuantValErr: earlier bands and the earlier values of that band are
+ * converted, the rest is untouched. */
+ZamStatus zamsQuantInv_AAC_32s_I(int32_t* pSrcDst, const int16_t* pScaleFactor, int32_t numWinGrp,
+                                 const int32_t* pWinGrpLen, int32_t maxSfb, const uint8_t* pSfbCb,
+                                 uint32_t samplingRateIndex, int32_t winLen);
+
+/* Reorders an eight-short frame from the grouped, band-interleaved order into eight
+ * windows of 128 coefficients: band b of window j of a group goes to
+ * j * 128 + swb_offset[b] of the group's first window; in every window of the
+ * group the coefficients from swb_offset[maxSfb] to 127 are set to 0. Source values
+ * beyond the bands below maxSfb are not read; windows past the sum of the group
+ * lengths are not written. pSrc and pDst must not overlap.
+ * Checks: a pointer null (zamStsNullPtr); winLen not 128 (zamStsAacWinLenErr);
+ * numWinGrp outside 1..8 (zamStsAacNumWinGrpErr); maxSfb outside 0..51
+ * (zamStsAacMaxSfbErr); samplingRateIndex outside 0..11 (zamStsAacSmplRateIdxErr);
+ * maxSfb above the short-window band count of the rate (zamStsAacMaxSfbErr). */
+ZamStatus zamsDeinterleaveSpectrum_AAC_32s(const int32_t* pSrc, int32_t* pDst, int32_t numWinGrp,
+                                           const int32_t* pWinGrpLen, int32_t maxSfb, int32_t samplingRateIndex,
+                                           int32_t winLen);
+
+/* Mid/side to left/right in place, band by band (code books in pSfbCb are the right
+ * channel's, maxSfb per group):
+ *  - an intensity band (book 14 or 15) with msMaskPresent 1 and its ms_used flag
+ *    set has its book swapped (14 <-> 15) in pSfbCb, which is how the intensity
+ *    tool learns the M/S sign; its coefficients do not change. With msMaskPresent
+ *    2 intensity books are not swapped;
+ *  - any other band except noise bands (book 13), when msMaskPresent is 2 or its
+ *    ms_used flag is non-zero: l' = l + r, r' = l - r, wrapping in 32 bits.
+ * Checks: a pointer null (zamStsNullPtr); winLen (zamStsAacWinLenErr); group count
+ * as for zamsQuantInv_AAC_32s_I (zamStsAacNumWinGrpErr); maxSfb outside 0..51
+ * (zamStsAacMaxSfbErr); samplingRateIndex outside 0..11 (zamStsAacSmplRateIdxErr);
+ * msMaskPresent not 1 or 2 (zamStsAacMsMaskErr); maxSfb above the band count
+ * (zamStsAacMaxSfbErr). */
+ZamStatus zamsDecodeMsStereo_AAC_32s_I(int32_t* pSrcDstL, int32_t* pSrcDstR, int32_t msMaskPresent,
+                                       const uint8_t* pMsUsed, uint8_t* pSfbCb, int32_t numWinGrp,
+                                       const int32_t* pWinGrpLen, int32_t maxSfb, int32_t samplingRateIndex,
+                                       int32_t winLen);
+
+/* Intensity stereo: for each band with code book 14 or 15 (pSfbCb, the right
+ * channel's), each right coefficient becomes sign * l * 0.5^(p/4), p the band's
+ * intensity position from pScaleFactor (signed), sign +1 for book 15 and -1 for 14
+ * (the negation is applied to the scaled value, wrapping). Fixed-point form:
+ *  - p -3..7: (4l, wrapping) * T[p] >> 32, T = 0.5^(p/4)/2 in Q31;
+ *  - p >= 8: (l * T[p mod 4]) >> 32, then >> ((p >> 2) - 2) (a shift above 31
+ *    acts as 31: the result is 0 or -1);
+ *  - p < -3: with t = 128 - p, l is shifted left (wrapping) by ((t >> 2) + 2) taken
+ *    modulo 32, as the 32-bit shift does, then * U[3 - (t mod 4)] >> 32, U = 2^(j/4)/2
+ *    in Q31; this gives 2^(-p/4) for p down to -119, below which the count wraps.
+ * Other bands of pDstR are not written; pSrcL is not changed.
+ * Checks: a pointer null (zamStsNullPtr), then winLen, group count, maxSfb range,
+ * samplingRateIndex and band count as for zamsDecodeMsStereo_AAC_32s_I. */
+ZamStatus zamsDecodeIsStereo_AAC_32s(const int32_t* pSrcL, int32_t* pDstR, const int16_t* pScaleFactor,
+                                     const uint8_t* pSfbCb, int32_t numWinGrp, const int32_t* pWinGrpLen,
+                                     int32_t maxSfb, int32_t samplingRateIndex, int32_t winLen);
+
+/* Perceptual noise substitution for one channel. For each group g, each window of
+ * the group, each band b below maxSfb whose code book (group g's row of pSfbCb) is
+ * 13: if numWinGrp is 1, pPredUsed[b + 1] is cleared; the band (one window wide, at
+ * the window position plus swb_offset[b]) is filled with noise from the generator
+ * *pRandomState (S = S * 1664525 + 1013904223 per coefficient), normalised to unit
+ * energy and scaled by 2^(e/4) * 8, e the band's unsigned 16-bit noise energy.
+ * The generator state enters the product with the amplitude as an unsigned value,
+ * and the normalisation's quadratic inverse square root holds for measured
+ * energies below 2^31 (within 1 %); above that, where no normalisation is needed,
+ * the band comes out louder (up to twice the energy). The normalisation steps run
+ * in 64 bits and only the result is cut to 32.
+ * The walk steps the window position by swb_offset[maxSfb - 1] and the scale-factor
+ * position by maxSfb after every window (code books by maxSfb per group), kept
+ * exactly as designed: pScaleFactor must hold maxSfb entries per window (8 * maxSfb
+ * for eight-short frames). A long frame is one window. *pRandomState is updated.
+ * Choices: a band whose noise energy sums to 0 cannot be normalised and is written
+ * as zeros (the generator still advances); bands at or above the rate's band count
+ * are empty (maxSfb is not compared with the band count). The gain 2^(e/4) is
+ * formed in 32 bits and wraps for e >= 84 (the shift of its 1 is taken modulo 32).
+ * pPredUsed must hold maxSfb + 1 entries (laid out as ltp_long_used).
+ * Checks: a pointer null (zamStsNullPtr); maxSfb outside 0..51
+ * (zamStsAacMaxSfbErr); numWinGrp outside 1..8 (zamStsAacNumWinGrpErr);
+ * samplingRateIndex outside 0..11 (zamStsAacSmplRateIdxErr); winLen not 128 or 1024
+ * (zamStsAacWinLenErr). */
+ZamStatus zamsDecodePNS_AAC_32s(int32_t* pSrcDst, int32_t* pPredUsed, const uint8_t* pSfbCb,
+                                const uint16_t* pScaleFactor, int32_t maxSfb, int32_t numWinGrp,
+                                const int32_t* pWinGrpLen, int32_t samplingRateIndex, int32_t winLen,
+                                int32_t* pRandomState);
+
+/* Noise substitution for a channel of a pair: as zamsDecodePNS_AAC_32s, with the
+ * noise of each noise band taken
+ *  - channel 0: from *pRandomState, after storing the generator state in
+ *    pNoiseState[g * maxSfb + b];
+ *  - channel 1 with pMsUsed[g * 60 + b] equal to 1: from a copy of
+ *    pNoiseState[g * maxSfb + b] (*pRandomState does not advance), so both
+ *    channels get the same noise;
+ *  - otherwise from *pRandomState.
+ * pMsUsed and pNoiseState are not among the checked pointers: a null pMsUsed or
+ * pNoiseState means no band is shared (and channel 0 stores nothing). pNoiseState
+ * holds maxSfb entries per group.
+ * Checks: as zamsDecodePNS_AAC_32s. */
+ZamStatus zamsDecodeMsPNS_AAC_32s(int32_t* pSrcDst, int32_t* pPredUsed, const uint8_t* pSfbCb,
+                                  const uint16_t* pScaleFactor, int32_t maxSfb, int32_t numWinGrp,
+                                  const int32_t* pWinGrpLen, int32_t samplingRateIndex, int32_t winLen,
+                                  int32_t* pRandomState, int32_t channel, const uint8_t* pMsUsed,
+                                  int32_t* pNoiseState);
+
+/* Temporal noise shaping of one channel in place (pSrcDst: 1024 coefficients, eight
+ * windows of 128 one after the other for winLen 128). pTnsNumFilt and
+ * pTnsFiltCoefRes (3 or 4) have one entry per window; pTnsRegionLen, pTnsFiltOrder
+ * and pTnsDirection one per filter, packed over the windows; pTnsFiltCoef the
+ * coefficient indices of all filters back to back (as in AacTnsData). Per window,
+ * the first filter's top band is the rate's band count N; each filter covers
+ * [max(top - length, 0), top) clipped to T = min(maxSfb, TNS band limit), runs
+ * upwards (direction 0) or downwards from the highest coefficient (direction 1),
+ * and the next filter's top is its bottom. Coefficients are stepped up in 64-bit
+ * integers and scaled to at most 2^26 with a shift s <= 31; the all-pole filter
+ * computes y = ((x << s) - sum a_i * y[n-i]) >> s, its state cleared per filter.
+ * The coefficients of a filter are consumed even when its range is empty. profile
+ * is not used.
+ * Checks: a pointer null (zamStsNullPtr); winLen not 128 or 1024
+ * (zamStsAacWinLenErr); samplingRateIndex above 11 (zamStsAacSmplRateIdxErr);
+ * maxSfb outside 0..51 or above N (zamStsAacMaxSfbErr). Then per window and filter,
+ * with the spectrum filtered up to that point: n_filt negative or above 3 (long) /
+ * 1 (short) (zamStsAacTnsNumFiltErr); length negative or above N
+ * (zamStsAacTnsLenErr); order negative or above 12 (long) / 7 (short)
+ * (zamStsAacTnsOrderErr); for a filter of order 1 or more: coef_res not 3 or 4
+ * (zamStsAacTnsCoefResErr), a coefficient index outside -8..7
+ * (zamStsAacTnsCoefErr), direction not 0 or 1 (zamStsAacTnsDirErr). */
+ZamStatus zamsDecodeTNS_AAC_32s_I(int32_t* pSrcDst, const int32_t* pTnsNumFilt, const int32_t* pTnsRegionLen,
+                                  const int32_t* pTnsFiltOrder, const int32_t* pTnsFiltCoefRes,
+                                  const int8_t* pTnsFiltCoef, const int32_t* pTnsDirection, int32_t maxSfb,
+                                  int32_t profile, uint32_t samplingRateIndex, int32_t winLen);
+
+/* The encoder's TNS: the same walk, data and coefficients as
+ * zamsDecodeTNS_AAC_32s_I, with the all-zero filter
+ * y = ((x << s) + sum a_i * x[n-i]) >> s over the inputs, its state cleared per
+ * filter. Decoding after encoding with the same data gives the input back within
+ * the fixed-point truncation (an error driven by at most 2 units per coefficient
+ * through the all-pole filter).
+ * Checks: as zamsDecodeTNS_AAC_32s_I, with profile other than 1
+ * (zamStsAacProfileErr) checked after winLen. */
+ZamStatus zamsEncodeTNS_AAC_32s_I(int32_t* pSrcDst, const int32_t* pTnsNumFilt, const int32_t* pTnsRegionLen,
+                                  const int32_t* pTnsFiltOrder, const int32_t* pTnsFiltCoefRes,
+                                  const int8_t* pTnsFiltCoef, const int32_t* pTnsDirection, int32_t maxSfb,
+                                  int32_t profile, uint32_t samplingRateIndex, int32_t winLen);
+
 /* ---- AAC spectral tools: end ---- */
 
 /* ======================================================================
