@@ -101,7 +101,7 @@ typedef struct {
     uint8_t mainMsUsed[8 * 60];
     int32_t noiseState[8 * 64];    /* per window and band: the noise of a pair's first channel */
     int32_t predictionUsed[64];    /* cleared by noise substitution; unused by AAC-LC */
-    uint32_t randomState;
+    int32_t randomState;           /* the noise generator, kept from frame to frame */
 
     int samplingIndex, sampleRate;
     int formatSent;
