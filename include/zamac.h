@@ -118,6 +118,35 @@ typedef struct SpecObject SpecObject;
  * Sample and vector utilities
  * ====================================================================== */
 
+/* pDst[i*channels + c] = ppSrc[c][i]. Checks: pDst or ppSrc null -> zamStsNullPtr;
+ * channels < 1 -> zamStsNumChannels; len < 1 -> zamStsSize; a null channel pointer
+ * -> zamStsNullPtr. Returns zamStsMisalignedData when pDst or a channel pointer is
+ * not 16-byte aligned (the result is the same). */
+ZamStatus zamsInterleave_16s(const int16_t** ppSrc, int channels, int len, int16_t* pDst);
+ZamStatus zamsInterleave_32f(const float** ppSrc, int channels, int len, float* pDst);
+
+/* ppDst[c][i] = pSrc[i*channels + c]. Checks and warning as for interleaving. */
+ZamStatus zamsDeinterleave_16s(const int16_t* pSrc, int channels, int len, int16_t** ppDst);
+ZamStatus zamsDeinterleave_32f(const float* pSrc, int channels, int len, float** ppDst);
+
+/* pDst[i*channels + c] = ppSrc[c][i] clamped to -32768..32767 and rounded to the
+ * nearest integer, ties to even, whatever rounding mode the caller has set (the
+ * caller's mode is restored). Checks, in this order: pDst null -> zamStsNullPtr;
+ * channels < 1 or len < 1 -> zamStsBadArg; ppSrc null or a null channel pointer ->
+ * zamStsNullPtr. No misalignment warning. A NaN input gives -32768. */
+ZamStatus zamsJoin_32f16s_D2L(const float** ppSrc, int channels, int len, int16_t* pDst);
+
+/* pDst[i] = pSrcMant[i] * 2^-(15 + pSrcExp[i]). Checks: a null pointer ->
+ * zamStsNullPtr; len < 1 -> zamStsSize. Exponents that leave the normal float
+ * range give meaningless values (not checked). Returns zamStsMisalignedData when
+ * any of the three pointers is not 16-byte aligned. */
+ZamStatus zamsMakeFloat_16s32f(const int16_t* pSrcMant, const int16_t* pSrcExp, int len, float* pDst);
+
+/* Multiplies every sample of band b, pSrcDst[pBandOffset[b] .. pBandOffset[b+1]-1],
+ * by pScale[b], for b = 0..numBands-1 (offsets used as given). Checks: a null
+ * pointer -> zamStsNullPtr; numBands < 1 -> zamStsSize. */
+ZamStatus zamsScale_32f_I(float* pSrcDst, const float* pScale, const int* pBandOffset, int numBands);
+
 /* ---- utilities: further kernels ---- */
 
 /* ======================================================================

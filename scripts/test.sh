@@ -14,4 +14,6 @@ cmake -S . -B build/sanitize -DCMAKE_BUILD_TYPE=RelWithDebInfo -DZAMAC_SANITIZE=
 cmake --build build/sanitize -j"$jobs"
 ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \
   ctest --test-dir build/sanitize -j"$jobs" --output-on-failure
-echo "all tests passed (release and sanitizer builds)"
+# Every fuzz target gets a short run on top of its seeds: they must build and survive.
+./scripts/fuzz.sh "${ZAMAC_FUZZ_SECONDS:-5}"
+echo "all tests passed (release and sanitizer builds, short fuzz runs)"

@@ -1,0 +1,316 @@
+#include <gtest/gtest.h>
+
+#include <cfenv>
+#include <cmath>
+#include <vector>
+
+#include "test_support.h"
+#include "util/sample_kernels.h"
+#include "zamac.h"
+
+using zamtest::canaryVector;
+using zamtest::OffsetBuffer;
+using zamtest::untouched;
+
+namespace {
+
+std::vector<int16_t> randomPcm(size_t n)
+{
+    std::uniform_int_distribution<int> d(-32768, 32767);
+    std::vector<int16_t> v(n);
+    for (auto& x : v) x = static_cast<int16_t>(d(zamtest::rng()));
+    return v;
+}
+
+std::vector<float> randomFloats(size_t n, float lo, float hi)
+{
+    std::uniform_real_distribution<float> d(lo, hi);
+    std::vector<float> v(n);
+    for (auto& x : v) x = d(zamtest::rng());
+    return v;
+}
+
+}  // namespace
+
+// ------------------------------------------------------------- interleaving
+
+TEST(Interleave, ThreeChannelsTwoSamplesOrder)
+{
+    const int16_t c0[] = {1, 2}, c1[] = {3, 4}, c2[] = {5, 6};
+    const int16_t* src[] = {c0, c1, c2};
+    int16_t dst[6];
+    ASSERT_GE(zamsInterleave_16s(src, 3, 2, dst), 0);
+    const int16_t expected[] = {1, 3, 5, 2, 4, 6};
+    EXPECT_TRUE(std::equal(dst, dst + 6, expected));
+}
+
+class InterleaveRoundTrip : public ::testing::TestWithParam<std::tuple<int, int>> {};
+
+TEST_P(InterleaveRoundTrip, BothTypesRestoreTheChannels)
+{
+    const auto [channels, len] = GetParam();
+    std::vector<std::vector<int16_t>> in16(channels);
+    std::vector<std::vector<float>> inF(channels);
+    std::vector<const int16_t*> src16;
+    std::vector<const float*> srcF;
+    for (int c = 0; c < channels; ++c) {
+        in16[c] = randomPcm(len);
+        inF[c] = randomFloats(len, -1.0f, 1.0f);
+        src16.push_back(in16[c].data());
+        srcF.push_back(inF[c].data());
+    }
+    std::vector<int16_t> mixed16(channels * len);
+    std::vector<float> mixedF(channels * len);
+    ASSERT_GE(zamsInterleave_16s(src16.data(), channels, len, mixed16.data()), 0);
+    ASSERT_GE(zamsInterleave_32f(srcF.data(), channels, len, mixedF.data()), 0);
+    for (int i = 0; i < len; ++i)
+        for (int c = 0; c < channels; ++c) {
+            ASSERT_EQ(mixed16[i * channels + c], in16[c][i]);
+            ASSERT_EQ(mixedF[i * channels + c], inF[c][i]);
+        }
+
+    std::vector<std::vector<int16_t>> out16(channels, std::vector<int16_t>(len));
+    std::vector<std::vector<float>> outF(channels, std::vector<float>(len));
+    std::vector<int16_t*> dst16;
+    std::vector<float*> dstF;
+    for (int c = 0; c < channels; ++c) {
+        dst16.push_back(out16[c].data());
+        dstF.push_back(outF[c].data());
+    }
+    ASSERT_GE(zamsDeinterleave_16s(mixed16.data(), channels, len, dst16.data()), 0);
+    ASSERT_GE(zamsDeinterleave_32f(mixedF.data(), channels, len, dstF.data()), 0);
+    EXPECT_EQ(out16, in16);
+    EXPECT_EQ(outF, inF);
+}
+
+INSTANTIATE_TEST_SUITE_P(Shapes, InterleaveRoundTrip,
+                         ::testing::Combine(::testing::Values(1, 2, 3, 6), ::testing::Values(1, 7, 16, 33, 1000)));
+
+TEST(Interleave, CheckOrderAndNothingWritten)
+{
+    int16_t a[4] = {}, b[4] = {};
+    const int16_t* src[] = {a, b};
+    const int16_t* withNull[] = {a, nullptr};
+    auto dst = canaryVector<int16_t>(8);
+    EXPECT_EQ(zamsInterleave_16s(nullptr, 2, 4, dst.data()), zamStsNullPtr);
+    EXPECT_EQ(zamsInterleave_16s(src, 2, 4, nullptr), zamStsNullPtr);
+    EXPECT_EQ(zamsInterleave_16s(nullptr, 0, 0, nullptr), zamStsNullPtr);  // pointers before counts
+    EXPECT_EQ(zamsInterleave_16s(src, 0, 0, dst.data()), zamStsNumChannels);  // channels before length
+    EXPECT_EQ(zamsInterleave_16s(src, 2, 0, dst.data()), zamStsSize);
+    EXPECT_EQ(zamsInterleave_16s(withNull, 2, 0, dst.data()), zamStsSize);  // channel pointers after counts
+    EXPECT_EQ(zamsInterleave_16s(withNull, 2, 4, dst.data()), zamStsNullPtr);
+    EXPECT_TRUE(untouched(dst));
+}
+
+TEST(Deinterleave, NullChannelPointerWritesNothing)
+{
+    std::vector<float> src(12, 1.0f);
+    auto c0 = canaryVector<float>(4), c2 = canaryVector<float>(4);
+    float* dst[] = {c0.data(), nullptr, c2.data()};
+    EXPECT_EQ(zamsDeinterleave_32f(src.data(), 3, 4, dst), zamStsNullPtr);
+    EXPECT_TRUE(untouched(c0));
+    EXPECT_TRUE(untouched(c2));
+    EXPECT_EQ(zamsDeinterleave_32f(src.data(), -1, 4, dst), zamStsNumChannels);
+    EXPECT_EQ(zamsDeinterleave_32f(nullptr, 3, 4, dst), zamStsNullPtr);
+}
+
+TEST(Interleave, MisalignedPointersGiveTheWarningAndTheSameResult)
+{
+    const int len = 37;
+    auto a = randomPcm(len), b = randomPcm(len);
+    OffsetBuffer<int16_t> alignedA(len, 0), alignedB(len, 0), shiftedA(len, 4), alignedDst(2 * len, 0),
+        shiftedDst(2 * len, 4);
+    std::copy(a.begin(), a.end(), alignedA.data());
+    std::copy(a.begin(), a.end(), shiftedA.data());
+    std::copy(b.begin(), b.end(), alignedB.data());
+    const int16_t* aligned[] = {alignedA.data(), alignedB.data()};
+    const int16_t* shifted[] = {shiftedA.data(), alignedB.data()};
+    EXPECT_EQ(zamsInterleave_16s(aligned, 2, len, alignedDst.data()), zamStsOk);
+    EXPECT_EQ(zamsInterleave_16s(shifted, 2, len, shiftedDst.data()), zamStsMisalignedData);
+    EXPECT_TRUE(std::equal(alignedDst.data(), alignedDst.data() + 2 * len, shiftedDst.data()));
+
+    int16_t* outs[] = {shiftedA.data(), alignedB.data()};
+    EXPECT_EQ(zamsDeinterleave_16s(alignedDst.data(), 2, len, outs), zamStsMisalignedData);
+    int16_t* alignedOuts[] = {alignedA.data(), alignedB.data()};
+    EXPECT_EQ(zamsDeinterleave_16s(alignedDst.data(), 2, len, alignedOuts), zamStsOk);
+    EXPECT_EQ(zamsDeinterleave_16s(shiftedDst.data(), 2, len, alignedOuts), zamStsMisalignedData);
+}
+
+// ---------------------------------------------------------------------- join
+
+struct JoinCase {
+    float in;
+    int16_t out;
+};
+
+class JoinValues : public ::testing::TestWithParam<int> {};
+
+TEST_P(JoinValues, ClampsAndRoundsHalfToEvenInEveryCallerMode)
+{
+    const JoinCase cases[] = {{32767.6f, 32767}, {-40000.0f, -32768}, {2.5f, 2},     {3.5f, 4},
+                              {-2.5f, -2},       {-3.5f, -4},         {0.49999997f, 0}, {1e9f, 32767},
+                              {-32768.4f, -32768}, {32766.5f, 32766},  {-0.5f, 0},    {1.5f, 2}};
+    const int mode = GetParam();
+    const int saved = std::fegetround();
+    ASSERT_EQ(std::fesetround(mode), 0);
+    for (int channels = 1; channels <= 5; ++channels) {
+        // Long enough that every channel count takes its vector path as well as its tail.
+        const int len = 41;
+        std::vector<std::vector<float>> in(channels, std::vector<float>(len));
+        for (int c = 0; c < channels; ++c)
+            for (int i = 0; i < len; ++i) in[c][i] = cases[(i + c) % std::size(cases)].in;
+        std::vector<const float*> src;
+        for (auto& v : in) src.push_back(v.data());
+        std::vector<int16_t> dst(channels * len);
+        ASSERT_EQ(zamsJoin_32f16s_D2L(src.data(), channels, len, dst.data()), zamStsOk);
+        for (int c = 0; c < channels; ++c)
+            for (int i = 0; i < len; ++i)
+                ASSERT_EQ(dst[i * channels + c], cases[(i + c) % std::size(cases)].out)
+                    << "channels " << channels << " input " << in[c][i];
+    }
+    EXPECT_EQ(std::fegetround(), mode) << "the caller's rounding mode is restored";
+    std::fesetround(saved);
+}
+
+INSTANTIATE_TEST_SUITE_P(RoundingModes, JoinValues,
+                         ::testing::Values(FE_TONEAREST, FE_DOWNWARD, FE_UPWARD, FE_TOWARDZERO));
+
+TEST(Join, CheckOrderUsesBadArgForCounts)
+{
+    float a[2] = {};
+    const float* src[] = {a, nullptr};
+    auto dst = canaryVector<int16_t>(4);
+    EXPECT_EQ(zamsJoin_32f16s_D2L(src, 1, 2, nullptr), zamStsNullPtr);
+    EXPECT_EQ(zamsJoin_32f16s_D2L(nullptr, 0, 2, dst.data()), zamStsBadArg);  // counts before the source
+    EXPECT_EQ(zamsJoin_32f16s_D2L(src, 1, 0, dst.data()), zamStsBadArg);
+    EXPECT_EQ(zamsJoin_32f16s_D2L(nullptr, 1, 2, dst.data()), zamStsNullPtr);
+    EXPECT_EQ(zamsJoin_32f16s_D2L(src, 2, 2, dst.data()), zamStsNullPtr);
+    EXPECT_TRUE(untouched(dst));
+    // Interleave reports the same empty length as a size error.
+    const int16_t* s16[] = {nullptr};
+    int16_t d16[1];
+    EXPECT_EQ(zamsInterleave_16s(s16, 1, 0, d16), zamStsSize);
+}
+
+TEST(Join, NaNBecomesTheLowerLimit)
+{
+    const float nan = std::nanf("");
+    const float* src[] = {&nan};
+    int16_t out = 0;
+    ASSERT_EQ(zamsJoin_32f16s_D2L(src, 1, 1, &out), zamStsOk);
+    EXPECT_EQ(out, -32768);
+}
+
+// ------------------------------------------------------------------ makeFloat
+
+TEST(MakeFloat, WorkedValues)
+{
+    const int16_t mant[] = {16384, 16384, -32768, 1, 0, 12345};
+    const int16_t exp[] = {0, -1, 0, -15, 7, 3};
+    float out[6];
+    ASSERT_GE(zamsMakeFloat_16s32f(mant, exp, 6, out), 0);
+    EXPECT_EQ(out[0], 0.5f);
+    EXPECT_EQ(out[1], 1.0f);
+    EXPECT_EQ(out[2], -1.0f);
+    EXPECT_EQ(out[3], 1.0f);
+    EXPECT_EQ(out[4], 0.0f);
+    EXPECT_EQ(out[5], std::ldexp(12345.0f, -18));
+}
+
+TEST(MakeFloat, ChecksAndAlignmentWarning)
+{
+    int16_t m[9] = {1, 2, 3, 4, 5, 6, 7, 8, 9}, e[9] = {};
+    auto out = canaryVector<float>(9);
+    EXPECT_EQ(zamsMakeFloat_16s32f(nullptr, e, 9, out.data()), zamStsNullPtr);
+    EXPECT_EQ(zamsMakeFloat_16s32f(m, e, 0, out.data()), zamStsSize);
+    EXPECT_EQ(zamsMakeFloat_16s32f(m, nullptr, 0, out.data()), zamStsNullPtr);
+    EXPECT_TRUE(untouched(out));
+    OffsetBuffer<int16_t> am(9, 0), ae(9, 0);
+    OffsetBuffer<float> ad(9, 0), sd(9, 8);
+    std::copy(m, m + 9, am.data());
+    std::fill(ae.data(), ae.data() + 9, int16_t{0});
+    EXPECT_EQ(zamsMakeFloat_16s32f(am.data(), ae.data(), 9, ad.data()), zamStsOk);
+    EXPECT_EQ(zamsMakeFloat_16s32f(am.data(), ae.data(), 9, sd.data()), zamStsMisalignedData);
+    EXPECT_TRUE(std::equal(ad.data(), ad.data() + 9, sd.data()));
+}
+
+// ---------------------------------------------------------------------- scale
+
+TEST(Scale, BandsUsedAsGiven)
+{
+    std::vector<float> x(10, 1.0f);
+    const float scale[] = {2.0f, 3.0f, 5.0f, 7.0f};
+    const int offsets[] = {0, 3, 3, 9, 10};  // band 1 is empty
+    ASSERT_EQ(zamsScale_32f_I(x.data(), scale, offsets, 3), zamStsOk);
+    const std::vector<float> expected = {2, 2, 2, 5, 5, 5, 5, 5, 5, 1};
+    EXPECT_EQ(x, expected);
+}
+
+TEST(Scale, Checks)
+{
+    auto x = canaryVector<float>(4);
+    const float s[] = {1.0f};
+    const int o[] = {0, 4};
+    EXPECT_EQ(zamsScale_32f_I(x.data(), nullptr, o, 1), zamStsNullPtr);
+    EXPECT_EQ(zamsScale_32f_I(x.data(), s, o, 0), zamStsSize);
+    EXPECT_EQ(zamsScale_32f_I(x.data(), s, nullptr, 0), zamStsNullPtr);
+    EXPECT_TRUE(untouched(x));
+}
+
+// ------------------------------------------------ vector paths against twins
+
+TEST(SampleKernels, VectorPathsMatchScalarTwins)
+{
+    using namespace zam::util;
+    for (int len : {0, 1, 7, 8, 15, 16, 17, 31, 64, 1001}) {
+        auto a = randomPcm(len), b = randomPcm(len);
+        std::vector<int16_t> v(2 * len), s(2 * len);
+        interleave2_16s_avx2(a.data(), b.data(), len, v.data());
+        interleave2_16s_scalar(a.data(), b.data(), len, s.data());
+        ASSERT_EQ(v, s);
+        std::vector<int16_t> va(len), vb(len), sa(len), sb(len);
+        deinterleave2_16s_avx2(v.data(), len, va.data(), vb.data());
+        deinterleave2_16s_scalar(v.data(), len, sa.data(), sb.data());
+        ASSERT_EQ(va, sa);
+        ASSERT_EQ(vb, sb);
+
+        auto fa = randomFloats(len, -40000.0f, 40000.0f), fb = randomFloats(len, -40000.0f, 40000.0f);
+        std::vector<float> fv(2 * len), fs(2 * len);
+        interleave2_32f_avx2(fa.data(), fb.data(), len, fv.data());
+        interleave2_32f_scalar(fa.data(), fb.data(), len, fs.data());
+        ASSERT_EQ(fv, fs);
+        std::vector<float> fva(len), fvb(len), fsa(len), fsb(len);
+        deinterleave2_32f_avx2(fv.data(), len, fva.data(), fvb.data());
+        deinterleave2_32f_scalar(fv.data(), len, fsa.data(), fsb.data());
+        ASSERT_EQ(fva, fsa);
+        ASSERT_EQ(fvb, fsb);
+
+        for (int channels = 1; channels <= 4; ++channels) {
+            std::vector<std::vector<float>> ch(channels);
+            std::vector<const float*> ptrs;
+            for (auto& c : ch) {
+                c = randomFloats(len, -40000.0f, 40000.0f);
+                ptrs.push_back(c.data());
+            }
+            std::vector<int16_t> jv(channels * len), js(channels * len);
+            join_32f16s_avx2(ptrs.data(), channels, len, jv.data());
+            join_32f16s_scalar(ptrs.data(), channels, len, js.data());
+            ASSERT_EQ(jv, js) << channels << " channels, len " << len;
+        }
+
+        auto mant = randomPcm(len);
+        std::vector<int16_t> ex(len);
+        std::uniform_int_distribution<int> ed(-20, 20);
+        for (auto& e : ex) e = static_cast<int16_t>(ed(zamtest::rng()));
+        std::vector<float> mv(len), ms(len);
+        makeFloat_avx2(mant.data(), ex.data(), len, mv.data());
+        makeFloat_scalar(mant.data(), ex.data(), len, ms.data());
+        ASSERT_EQ(mv, ms);
+        for (int i = 0; i < len; ++i) ASSERT_EQ(mv[i], std::ldexp(static_cast<float>(mant[i]), -(15 + ex[i])));
+
+        auto sv = fa, ss = fa;
+        scaleBand_avx2(sv.data(), 0.37f, len);
+        scaleBand_scalar(ss.data(), 0.37f, len);
+        ASSERT_EQ(sv, ss);
+    }
+}
