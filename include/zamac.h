@@ -165,6 +165,198 @@ ZamStatus zamsScale_32f_I(float* pSrcDst, const float* pScale, const int* pBandO
  * AAC bit stream
  * ====================================================================== */
 
+/*
+ * Records of the AAC stream headers, syntax elements and noiseless decoding.
+ * Every numeric field holds its bit-stream field right-aligned in 32 bits; the
+ * names are the syntax element names of ISO/IEC 13818-7 and 14496-3. The caller
+ * allocates every record; the readers keep no state.
+ */
+
+/* adif_header(). adif_buffer_fullness[i] belongs to program configuration i and is
+ * written only when bitstream_type is 0; copyright_id only when
+ * copyright_id_present is 1. num_program_config_elements is stored as coded + 1. */
+typedef struct AacAdifHeader {
+    uint32_t adif_id;                      /* 32 bits as read, "ADIF" = 0x41444946 */
+    int32_t copyright_id_present;
+    int32_t original_copy;
+    int32_t home;
+    int32_t bitstream_type;                /* 0 constant rate, 1 variable rate */
+    int32_t bitrate;
+    int32_t num_program_config_elements;   /* 1..16 */
+    int32_t adif_buffer_fullness[16];
+    uint8_t copyright_id[9];
+} AacAdifHeader;
+
+/* adts_fixed_header() + adts_variable_header(). adts_header_spare is never written
+ * by the reader; crc_check only when protection_absent is 0.
+ * number_of_raw_data_blocks_in_frame is stored as coded + 1 (1..4). */
+typedef struct AacAdtsFrameHeader {
+    int32_t ID;
+    int32_t layer;
+    int32_t protection_absent;
+    int32_t profile;
+    int32_t sampling_frequency_index;
+    int32_t private_bit;
+    int32_t channel_configuration;
+    int32_t original_copy;
+    int32_t home;
+    int32_t adts_header_spare;
+    int32_t copyright_identification_bit;
+    int32_t copyright_identification_start;
+    int32_t aac_frame_length;              /* bytes, header included */
+    int32_t adts_buffer_fullness;
+    int32_t number_of_raw_data_blocks_in_frame;
+    int32_t crc_check;
+} AacAdtsFrameHeader;
+
+/* program_config_element(). The arrays are as large as the count fields allow;
+ * entries beyond the decoded counts are left untouched. The comment is not
+ * NUL-terminated. */
+typedef struct AacProgramConfig {
+    int32_t element_instance_tag;
+    int32_t object_type;
+    int32_t sampling_frequency_index;
+    int32_t num_front_channel_elements;
+    int32_t num_side_channel_elements;
+    int32_t num_back_channel_elements;
+    int32_t num_lfe_channel_elements;
+    int32_t num_assoc_data_elements;
+    int32_t num_valid_cc_elements;
+    int32_t mono_mixdown_present;
+    int32_t mono_mixdown_element_number;   /* 0 when not present */
+    int32_t stereo_mixdown_present;
+    int32_t stereo_mixdown_element_number; /* 0 when not present */
+    int32_t matrix_mixdown_idx_present;
+    int32_t matrix_mixdown_idx;            /* 0 when not present */
+    int32_t pseudo_surround_enable;        /* 0 when not present */
+    int32_t front_element_is_cpe[16];
+    int32_t front_element_tag_select[16];
+    int32_t side_element_is_cpe[16];
+    int32_t side_element_tag_select[16];
+    int32_t back_element_is_cpe[16];
+    int32_t back_element_tag_select[16];
+    int32_t lfe_element_tag_select[4];
+    int32_t assoc_data_element_tag_select[8];
+    int32_t cc_element_is_ind_sw[16];
+    int32_t valid_cc_element_tag_select[16];
+    int32_t comment_field_bytes;           /* 0..255 */
+    uint8_t comment_field_data[256];
+} AacProgramConfig;
+
+/* ics_info(), MPEG-2 layout. window_sequence: 0 long, 1 long start, 2 eight short,
+ * 3 long stop. predictor_reset_group_number is written only when predictor_reset
+ * is 1. num_window_groups / window_group_length follow from
+ * scale_factor_grouping (eight short) or are 1 / {1} (long). */
+typedef struct AacIcsInfo {
+    int32_t ics_reserved_bit;
+    int32_t window_sequence;
+    int32_t window_shape;
+    int32_t max_sfb;
+    int32_t scale_factor_grouping;
+    int32_t predictor_data_present;
+    int32_t predictor_reset;
+    int32_t predictor_reset_group_number;
+    uint8_t prediction_used[41];
+    int32_t num_window_groups;             /* 1..8 */
+    int32_t window_group_length[8];
+} AacIcsInfo;
+
+/* What the channel-pair readers write. ms_used[g][b] is the flag of window group
+ * g, band b (group-major, byte g * 60 + b). */
+typedef struct AacChanPairElt {
+    int32_t common_window;
+    int32_t ms_mask_present;
+    uint8_t ms_used[8][60];
+} AacChanPairElt;
+
+/* tns_data() of one channel, 64 32-bit words. n_filt and coef_res are per window
+ * (coef_res stored as the coefficient width, 3 or 4); length, order and direction
+ * are packed filter by filter over all windows (the k-th filter of the frame is
+ * entry k); coef holds the coefficients of all filters back to back, each
+ * sign-extended from its coded width. direction[8..15] is never written. */
+typedef struct AacTnsData {
+    int32_t tns_data_present;
+    int32_t n_filt[8];
+    int32_t coef_res[8];
+    int32_t length[8];
+    int32_t order[8];
+    int32_t direction[16];
+    int8_t coef[60];
+} AacTnsData;
+
+/* ltp_data() of one channel, 88 32-bit words. ltp_coef is the Q14 value of the
+ * coded index (9352, 11413, 13320, 14931, 16137, 17496, 19572, 22438);
+ * ltp_long_used[0] repeats ltp_data_present and entries 1..min(max_sfb, 40) are the
+ * flags read. ltp_short_lag[w] is the lag in effect for short window w. The spare
+ * words are never written. */
+typedef struct AacLtpData {
+    int32_t ltp_data_present;
+    int32_t ltp_lag;
+    int32_t ltp_coef;
+    int32_t ltp_long_used[41];
+    int32_t ltp_spare[20];
+    int32_t ltp_short_used[8];
+    int32_t ltp_short_lag_present[8];
+    int32_t ltp_short_lag[8];
+} AacLtpData;
+
+/* Header of the main layer of a layered stream; also the carrier of the MPEG-4
+ * LTP data of a channel pair or of one channel. pMsUsed points to the caller's
+ * 8 x 60 byte ms_used array (layout as in AacChanPairElt). */
+typedef struct AacMainHeader {
+    int32_t window_sequence;
+    int32_t window_shape;
+    int32_t max_sfb;
+    int32_t scale_factor_grouping;
+    int32_t num_window_groups;
+    int32_t window_group_length[8];
+    int32_t ms_mask_present;
+    uint8_t* pMsUsed;
+    AacTnsData tns[2];
+    AacLtpData ltp[2];
+} AacMainHeader;
+
+/* Header of an extension layer of a layered stream. diff_control_lr[ch] holds the
+ * flags read for channel ch, packed (not indexed by band). */
+typedef struct AacExtensionHeader {
+    int32_t ms_mask_present;
+    int32_t max_sfb;
+    uint8_t* pMsUsed;
+    AacTnsData tns[2];
+    int32_t diff_control_lr[2][51];
+} AacExtensionHeader;
+
+/* Per-channel record of the noiseless decoders. Inputs: sampling_frequency_index
+ * (0..11), num_pred_sfb, pIcsInfo. The words marked "caller's" are never touched
+ * by the decoders. sect_cb / sect_end list the sections of all window groups back
+ * to back (sect_end exclusive, counted within the group); num_sec[g] is the
+ * section count of group g. The TNS fields are as in AacTnsData; the
+ * coefficients go to the caller's separate array. */
+typedef struct AacChanInfo {
+    int32_t caller_word0;                  /* caller's */
+    int32_t caller_word1;                  /* caller's */
+    int32_t sampling_frequency_index;
+    int32_t num_pred_sfb;
+    int32_t caller_word2;                  /* caller's */
+    int32_t frame_length;                  /* 1024 long, 128 eight short */
+    int32_t num_window;                    /* 1 or 8 */
+    int32_t num_swb;
+    int32_t global_gain;
+    int32_t pulse_data_present;
+    int32_t tns_data_present;
+    int32_t gain_control_data_present;
+    AacIcsInfo* pIcsInfo;
+    void* pCallerData;                     /* caller's */
+    uint8_t sect_cb[120];
+    uint8_t sect_end[120];
+    int32_t num_sec[8];
+    int32_t n_filt[8];
+    int32_t coef_res[8];
+    int32_t length[8];
+    int32_t order[8];
+    int32_t direction[8];
+} AacChanInfo;
+
 /* ---- AAC bit stream: end ---- */
 
 /* ======================================================================

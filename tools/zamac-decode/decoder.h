@@ -1,0 +1,52 @@
+/*
+ * zamac-decode: the contract between the command-line front end (main.c) and the
+ * format decoders (aac_*.c, mp3_*.c).
+ *
+ * A decoder is handed the whole input file in memory, followed by at least
+ * DECODER_INPUT_PADDING zero bytes, so that the library's bit readers, which load
+ * whole 32-bit words, may read a few bytes past the last byte of a frame. It
+ * tells the sink the PCM format once, before the first samples, then hands it
+ * interleaved 16-bit PCM frame by frame.
+ */
+#ifndef ZAMAC_DECODE_DECODER_H
+#define ZAMAC_DECODE_DECODER_H
+
+#include <stddef.h>
+#include <stdint.h>
+
+#define DECODER_INPUT_PADDING 64
+
+typedef struct {
+    int info;     /* print the stream format and one line per frame on stdout */
+    int bench;    /* decode only; the sink discards the samples */
+    int verbose;  /* report every concealed frame on stderr (the first few are always reported) */
+} DecodeOptions;
+
+/* Where decoded PCM goes. format() is called once before the first write(); a
+ * non-zero return from either callback stops decoding. channelMask uses the WAVE
+ * speaker bits (0x1 front left, 0x2 front right, 0x4 front centre, 0x8 LFE,
+ * 0x10 back left, 0x20 back right, 0x40 front left of centre, 0x80 front right of
+ * centre, 0x100 back centre, 0x200 side left, 0x400 side right); 0 means the
+ * channel positions are unknown. Channels are interleaved in ascending order of
+ * their mask bits. */
+typedef struct {
+    void* ctx;
+    int (*format)(void* ctx, int sampleRate, int channels, uint32_t channelMask);
+    int (*write)(void* ctx, const int16_t* interleaved, int frames);
+} PcmSink;
+
+typedef struct {
+    long framesDecoded;    /* coded frames turned into PCM, concealed ones included */
+    long framesConcealed;  /* frames that were corrupt or truncated and replaced */
+    double audioSeconds;   /* duration of the PCM handed to the sink */
+} DecodeStats;
+
+/* Both return 0 when at least one frame was decoded, non-zero otherwise (after
+ * printing the reason on stderr). data points to size bytes of input followed by
+ * at least DECODER_INPUT_PADDING zero bytes. */
+int aac_decode(const uint8_t* data, size_t size, const DecodeOptions* options, PcmSink* sink,
+               DecodeStats* stats);
+int mp3_decode(const uint8_t* data, size_t size, const DecodeOptions* options, PcmSink* sink,
+               DecodeStats* stats);
+
+#endif
