@@ -159,6 +159,46 @@ ZamStatus zamsScale_32f_I(float* pSrcDst, const float* pScale, const int* pBandO
  * MP3 Layer III bit stream
  * ====================================================================== */
 
+/* The frame header of an MPEG-1/2 Layer III frame. Every field is a signed 32-bit
+ * integer holding the coded value of the stream field of the same name; the bit
+ * width in the stream is given after each field. */
+typedef struct Mp3FrameHeader {
+    int32_t ID;                 /* 1: 1 = MPEG-1, 0 = MPEG-2 low sampling frequencies */
+    int32_t layer;              /* 2: coded layer; Layer III is 1 */
+    int32_t protection_bit;     /* 1: 0 = a 16-bit CRC word follows the header */
+    int32_t bitrate_index;      /* 4 */
+    int32_t sampling_frequency; /* 2: sampling-rate index */
+    int32_t padding_bit;        /* 1 */
+    int32_t private_bit;        /* 1 */
+    int32_t mode;               /* 2: 0 stereo, 1 joint stereo, 2 dual channel, 3 single channel */
+    int32_t mode_extension;     /* 2: bit 1 M/S stereo, bit 0 intensity stereo */
+    int32_t copyright;          /* 1 */
+    int32_t original_copy;      /* 1 */
+    int32_t emphasis;           /* 2 */
+    int32_t crc_check;          /* 16: meaningful only when protection_bit is 0 */
+} Mp3FrameHeader;
+
+/* The side information of one granule of one channel. An array of these holds the
+ * records granule-major: granule gr, channel ch is element gr * nch + ch, with nch
+ * 1 when mode is 3 and 2 otherwise (MPEG-1: 2 granules, MPEG-2: 1 granule). */
+typedef struct Mp3SideInfo {
+    int32_t part2_3_length;        /* 12: bits of scale factors plus Huffman data */
+    int32_t big_values;            /* 9: value pairs in the big-values region */
+    int32_t global_gain;           /* 8 */
+    int32_t scalefac_compress;     /* 4 (MPEG-1) or 9 (MPEG-2) */
+    int32_t window_switching_flag; /* 1 */
+    int32_t block_type;            /* 2: 0 normal, 1 start, 2 short, 3 stop */
+    int32_t mixed_block_flag;      /* 1 */
+    int32_t table_select[3];       /* 5 each: Huffman table of regions 0, 1, 2 */
+    int32_t subblock_gain[3];      /* 3 each: gain offset per short window */
+    int32_t region0_count;         /* 4: scale-factor bands in region 0, minus one */
+    int32_t region1_count;         /* 3: scale-factor bands in region 1, minus one */
+    int32_t preflag;               /* 1 (MPEG-1 only; derived in MPEG-2) */
+    int32_t scalefac_scale;        /* 1 */
+    int32_t count1table_select;    /* 1: 0 = count-1 table A, 1 = table B */
+} Mp3SideInfo;
+
+
 /* ---- MP3: end ---- */
 
 /* ======================================================================
