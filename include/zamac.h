@@ -409,6 +409,78 @@ typedef struct AacChanInfo {
  * Transforms: MDCT, FIR block filter
  * ====================================================================== */
 
+/* Opaque spec objects of the transform families. */
+typedef struct MdctFwdSpec_32f MdctFwdSpec_32f;   /* tag 55 */
+typedef struct MdctInvSpec_32f MdctInvSpec_32f;   /* tag 56 */
+
+/* ---- float MDCT ----
+ *
+ * Definitions, with phi(n,k) = (2*pi/N) * (n + 1/2 + N/4) * (k + 1/2):
+ *   forward: X[k] = 2 * sum_{n=0}^{N-1} x[n] * cos(phi(n,k)),     k = 0..N/2-1
+ *   inverse: y[n] = (2/N) * sum_{k=0}^{N/2-1} X[k] * cos(phi(n,k)),  n = 0..N-1
+ * The factor 2 forward and 2/N inverse are part of the contract. With them, a
+ * window w satisfying w[n]^2 + w[n+N/2]^2 = 1 applied before the forward and
+ * after the inverse transform, with 50 % overlap-add, returns the input itself
+ * (gain 1).
+ *
+ * Lengths: 12 and 36 (fixed kernels, no FFT), and powers of two from 32 to 2^28
+ * (an internal complex FFT of N/4 points). Other lengths give zamStsSize.
+ *
+ * The spec object is placed at the first 64-byte boundary inside the caller's
+ * memory; every function accepts either the raw memory pointer or the aligned
+ * one. A spec is read-only during transforms: several threads may share it if
+ * each passes its own work buffer (or none).
+ */
+
+/* Sizes for a spec of length len: *pSpecSize bytes of spec memory (any
+ * alignment), *pInitBufSize bytes of init buffer (0 when none is needed), and
+ * *pWorkBufSize bytes of work buffer, an upper bound of what GetBufSize later
+ * reports. Checks: any null pointer -> zamStsNullPtr; len not 12, 36 or a power
+ * of two in 32..2^28 -> zamStsSize. Forward and inverse report the same sizes. */
+ZamStatus zamsMDCTFwdGetSize_32f(int len, int* pSpecSize, int* pInitBufSize, int* pWorkBufSize);
+ZamStatus zamsMDCTInvGetSize_32f(int len, int* pSpecSize, int* pInitBufSize, int* pWorkBufSize);
+
+/* Builds a spec in caller memory pMemSpec (GetSize bytes) and returns its aligned
+ * address through *ppMDCTSpec. Checks in order: len (zamStsSize as in GetSize),
+ * then a null ppMDCTSpec or pMemSpec -> zamStsNullPtr, and for a power-of-two
+ * len also a null pMemInit -> zamStsNullPtr, even when the init size is 0 (pass
+ * any valid address then). For 12 and 36 pMemInit may be null. The init buffer
+ * is needed only during the call. Init may be repeated on the same memory. */
+ZamStatus zamsMDCTFwdInit_32f(MdctFwdSpec_32f** ppMDCTSpec, int len, uint8_t* pMemSpec, uint8_t* pMemInit);
+ZamStatus zamsMDCTInvInit_32f(MdctInvSpec_32f** ppMDCTSpec, int len, uint8_t* pMemSpec, uint8_t* pMemInit);
+
+/* As Init, in memory from zamMalloc (the record, the twiddle table and the
+ * internal FFT are three allocations). Checks: len -> zamStsSize, then a null
+ * ppMDCTSpec -> zamStsNullPtr; an allocation failure -> zamStsMemAlloc, after
+ * releasing whatever this call had allocated (*ppMDCTSpec is then untouched). */
+ZamStatus zamsMDCTFwdInitAlloc_32f(MdctFwdSpec_32f** ppMDCTSpec, int len);
+ZamStatus zamsMDCTInvInitAlloc_32f(MdctInvSpec_32f** ppMDCTSpec, int len);
+
+/* Invalidates a spec (its tag becomes 0) and, for one made by InitAlloc,
+ * releases its memory. Null -> zamStsNullPtr; a spec of another kind (or one
+ * already freed) -> zamStsContextMismatch. */
+ZamStatus zamsMDCTFwdFree_32f(MdctFwdSpec_32f* pMDCTSpec);
+ZamStatus zamsMDCTInvFree_32f(MdctInvSpec_32f* pMDCTSpec);
+
+/* Bytes of work buffer one transform needs: 4*len + 64 + the internal FFT's
+ * scratch. Null spec or pSize -> zamStsNullPtr; wrong tag ->
+ * zamStsContextMismatch. */
+ZamStatus zamsMDCTFwdGetBufSize_32f(const MdctFwdSpec_32f* pMDCTSpec, int* pSize);
+ZamStatus zamsMDCTInvGetBufSize_32f(const MdctInvSpec_32f* pMDCTSpec, int* pSize);
+
+/* Forward: pSrc N floats -> pDst N/2 coefficients. Inverse: pSrc N/2
+ * coefficients -> pDst N floats. The _I forms work in place on one array (of N
+ * floats for both directions). pBuffer: a work buffer of GetBufSize bytes at any
+ * alignment, or null, in which case power-of-two lengths allocate one for the
+ * call (zamStsMemAlloc if that fails) and release it before returning; lengths
+ * 12 and 36 never use or allocate a buffer. Checks in order: null spec ->
+ * zamStsNullPtr; wrong tag (for instance an inverse spec given to a forward
+ * call) -> zamStsContextMismatch; null pSrc or pDst -> zamStsNullPtr. */
+ZamStatus zamsMDCTFwd_32f(const float* pSrc, float* pDst, const MdctFwdSpec_32f* pMDCTSpec, uint8_t* pBuffer);
+ZamStatus zamsMDCTInv_32f(const float* pSrc, float* pDst, const MdctInvSpec_32f* pMDCTSpec, uint8_t* pBuffer);
+ZamStatus zamsMDCTFwd_32f_I(float* pSrcDst, const MdctFwdSpec_32f* pMDCTSpec, uint8_t* pBuffer);
+ZamStatus zamsMDCTInv_32f_I(float* pSrcDst, const MdctInvSpec_32f* pMDCTSpec, uint8_t* pBuffer);
+
 /* ---- transforms: end ---- */
 
 /* ======================================================================

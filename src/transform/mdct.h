@@ -1,0 +1,53 @@
+// MDCT spec records and the internal pieces the exported MDCT functions share.
+#pragma once
+
+#include <cstdint>
+
+#include "transform/fft.h"
+
+namespace zam {
+struct Fft16Spec;
+}
+
+namespace zam {
+
+// Float MDCT spec (forward tag 55, inverse tag 56), at a 64-byte boundary.
+struct MdctSpec32f {
+    uint32_t tag;
+    int32_t length;      // N
+    int32_t workSize;    // bytes, as GetBufSize reports
+    int32_t fftOrder;    // log2(N/4); 0 for N = 12 and 36
+    int32_t ownsMemory;  // 1 when made by InitAlloc
+    int32_t reserved;
+    float* twiddles;     // N/4 (sin, cos) pairs
+    FftSpec* fft;        // power-of-two N only
+};
+
+// 16-bit forward MDCT spec (tag 57), at a 64-byte boundary.
+struct MdctSpec16s {
+    uint32_t tag;
+    int32_t length;
+    int32_t workSize;
+    int32_t fftOrder;
+    int32_t ownsMemory;
+    int32_t reserved;
+    int16_t* twiddles;   // N/4 (sin, cos) pairs in Q15
+    Fft16Spec* fft;
+};
+
+constexpr bool isPowerOfTwo(int v) { return v > 0 && (v & (v - 1)) == 0; }
+
+// Twiddle accessors: power-of-two lengths keep blocks of 8 sines then 8 cosines;
+// 12 and 36 keep (sin, cos) pairs.
+inline float twSin(const float* t, int n, int j) { return isPowerOfTwo(n) ? t[(j >> 3) * 16 + (j & 7)] : t[2 * j]; }
+inline float twCos(const float* t, int n, int j)
+{
+    return isPowerOfTwo(n) ? t[(j >> 3) * 16 + 8 + (j & 7)] : t[2 * j + 1];
+}
+
+// The transforms on a located, tag-checked spec with an aligned work area; the
+// scalar twins run the same steps without vector kernels.
+void mdctFwdCore(const float* src, float* dst, const MdctSpec32f* s, float* work, Kernels k);
+void mdctInvCore(const float* src, float* dst, const MdctSpec32f* s, float* work, Kernels k);
+
+}  // namespace zam
