@@ -589,6 +589,176 @@ typedef struct AacChanInfo {
     int32_t direction[8];
 } AacChanInfo;
 
+/*
+ * Stream headers. They parse only: no sync word, CRC, reserved value or index is
+ * checked, and there is no check against the end of the input. Every field read
+ * loads four bytes at the cursor, so the input must be readable up to three
+ * bytes past the last bit consumed.
+ */
+
+/* adif_header() with its program_config_elements, starting on a byte boundary at
+ * *ppBitStream (the reader keeps its own bit offset, starting at 0). adif_id is
+ * read as two 16-bit halves. For each program configuration i, the 20-bit
+ * adif_buffer_fullness[i] comes first when bitstream_type is 0; element i is then
+ * decoded into pPrgCfgElt[i] as by zamsDecodePrgCfgElt_AAC. On success
+ * *ppBitStream stands on the byte boundary after the last comment byte.
+ * Checks: ppBitStream, pAdifHeader, pPrgCfgElt or *ppBitStream null ->
+ * zamStsNullPtr; prgCfgEltMax outside 1..16 -> zamStsAacPceCountErr (nothing
+ * read); num_program_config_elements above prgCfgEltMax ->
+ * zamStsAacPceCountErr, the header fields read so far written and *ppBitStream
+ * advanced to the byte holding the next unread bit. */
+ZamStatus zamsUnpackADIFHeader_AAC(uint8_t** ppBitStream, AacAdifHeader* pAdifHeader,
+                                   AacProgramConfig* pPrgCfgElt, int32_t prgCfgEltMax);
+
+/* adts_fixed_header() and adts_variable_header(). *ppBitStream points at the
+ * first byte of the 12-bit sync word (skipped, not checked); on return it points
+ * 7 bytes further, or 9 when protection_absent is 0 (crc_check read).
+ * adts_header_spare is never written. Checks: ppBitStream, pAdtsFrameHeader or
+ * *ppBitStream null -> zamStsNullPtr. */
+ZamStatus zamsUnpackADTSFrameHeader_AAC(uint8_t** ppBitStream, AacAdtsFrameHeader* pAdtsFrameHeader);
+
+/* program_config_element(), the cursor standing at element_instance_tag (the
+ * element_id is the caller's). Before comment_field_bytes the cursor moves to
+ * the next byte boundary of the buffer (not of the stream). The mixdown element
+ * numbers, matrix_mixdown_idx and pseudo_surround_enable are set to 0 when not
+ * present. Checks: ppBitStream, pOffset, pPrgCfgElt or *ppBitStream null ->
+ * zamStsNullPtr; *pOffset above 7 (unsigned) -> zamStsAacBitOffsetErr. */
+ZamStatus zamsDecodePrgCfgElt_AAC(uint8_t** ppBitStream, int32_t* pOffset, AacProgramConfig* pPrgCfgElt);
+
+/*
+ * Syntax elements. The caller reads id_syn_ele and, for channel elements,
+ * element_instance_tag; each reader starts at the next field and leaves the
+ * cursor after what it parsed. On a data error the fields already written stay
+ * written and the cursor stands where the failing read left it.
+ */
+
+/* channel_pair_element() side information, MPEG-2 form: common_window; when it
+ * is 1, ics_info() (prediction flags for min(max_sfb, predSfbMax) bands, the rest
+ * up to predSfbMax cleared; window groups from scale_factor_grouping, bits 6 down
+ * to 0, a 1 bit adding a window to the current group), then ms_mask_present and,
+ * only when it is 1, ms_used[g][b] for every group and band below max_sfb.
+ * With common_window 0 only that bit is read. Checks: a pointer null ->
+ * zamStsNullPtr; *pOffset above 7 -> zamStsAacBitOffsetErr; predSfbMax above 41
+ * (unsigned) -> zamStsAacPredSfbErr; max_sfb read above 51 ->
+ * zamStsAacMaxSfbErr. */
+ZamStatus zamsDecodeChanPairElt_AAC(uint8_t** ppBitStream, int32_t* pOffset, AacIcsInfo* pIcsInfo,
+                                    AacChanPairElt* pChanPairElt, int32_t predSfbMax);
+
+/* As zamsDecodeChanPairElt_AAC with ics_info() in its MPEG-4 form: both
+ * ltp_data_present flags of pMainHeader are cleared; in a long sequence with
+ * predictor_data_present, audioObjectType 1 (main) reads the prediction flags,
+ * any other copies max_sfb and window_sequence into pMainHeader and reads
+ * ltp_data() of channel 0 and then of channel 1 into pMainHeader->ltp[]. Checks:
+ * a pointer null -> zamStsNullPtr; offset -> zamStsAacBitOffsetErr; predSfbMax
+ * above 51 (unsigned) -> zamStsAacMaxSfbErr; then max_sfb above 51 ->
+ * zamStsAacMaxSfbErr; main profile with predSfbMax above 41 ->
+ * zamStsAacPredSfbErr. */
+ZamStatus zamsDecodeChanPairElt_MP4_AAC(uint8_t** ppBitStream, int32_t* pOffset, AacIcsInfo* pIcsInfo,
+                                        AacChanPairElt* pChanPairElt, AacMainHeader* pMainHeader,
+                                        int32_t predSfbMax, int32_t audioObjectType);
+
+/* data_stream_element() after id_syn_ele: element_instance_tag to *pDataTag,
+ * data_byte_align_flag, count (255 adds esc_count), the byte alignment when the
+ * flag is set, then count bytes to pDataBuf (room for 510) and count to
+ * *pDataCnt. Checks: a pointer null -> zamStsNullPtr; offset ->
+ * zamStsAacBitOffsetErr. */
+ZamStatus zamsDecodeDatStrElt_AAC(uint8_t** ppBitStream, int32_t* pOffset, int32_t* pDataTag,
+                                  int32_t* pDataCnt, uint8_t* pDataBuf);
+
+/* fill_element() after id_syn_ele: count (4 bits; 15 means 15 + esc_count - 1),
+ * then count bytes, unaligned and uninterpreted, to pFillBuf (room for 269);
+ * count to *pFillCnt. Checks: a pointer null -> zamStsNullPtr; offset ->
+ * zamStsAacBitOffsetErr. */
+ZamStatus zamsDecodeFillElt_AAC(uint8_t** ppBitStream, int32_t* pOffset, int32_t* pFillCnt, uint8_t* pFillBuf);
+
+/* Main-layer header of a layered stream: window_sequence, window_shape, max_sfb
+ * (not range-checked) and grouping; for 2 channels ms_mask_present and the
+ * ms_used flags in *pMsUsed (1: read, 2: all set, 0/3: all cleared, for every
+ * group and band below max_sfb); then per channel its AacTnsData cleared,
+ * tns_data_present and tns_data(), its AacLtpData cleared, ltp_data_present and
+ * ltp_data(). An out-of-range TNS order ends that channel's filter list and
+ * reading goes on from there. flag 1 parses the same and then returns
+ * zamStsAacNotSupported. Checks: ppBitStream, pOffset, pMainHeader,
+ * *ppBitStream or (channels 2) pMainHeader->pMsUsed null -> zamStsNullPtr;
+ * offset -> zamStsAacBitOffsetErr; channels not 1 or 2 -> zamStsAacChanNumErr;
+ * flag above 1 (unsigned) -> zamStsAacFlagErr. */
+ZamStatus zamsDecodeMainHeader_AAC(uint8_t** ppBitStream, int32_t* pOffset, AacMainHeader* pMainHeader,
+                                   int32_t channels, int32_t flag);
+
+/* Extension-layer header: max_sfb (6 bits, or 4 for eight short); with msFlag,
+ * ms_mask_present and, when 1, the ms_used bits of bands lastMaxSfb..max_sfb-1
+ * for one group (long) or four groups (eight short) into *pMsUsed; with tnsFlag,
+ * tns_data_present and tns_data() of both channels (the records are not cleared
+ * first); with diffFlag and msFlag, diff_control_lr of both channels (long: one
+ * packed bit per band from lastMaxSfb to min(maxSfbLimit, max_sfb) - 1 whose
+ * group-0 ms_used flag is 0; eight short with lastMaxSfb 0: 8 bits). Checks:
+ * ppBitStream, pOffset, pExtHeader, *ppBitStream or (msFlag 1)
+ * pExtHeader->pMsUsed null -> zamStsNullPtr; offset -> zamStsAacBitOffsetErr;
+ * tnsFlag above 1 -> zamStsAacFlagErr; msFlag above 1 -> zamStsAacMsFlagErr;
+ * diffFlag above 1 -> zamStsAacDiffFlagErr (the flags compared unsigned);
+ * lastMaxSfb outside 0..51 or maxSfbLimit above 51 -> zamStsAacMaxSfbErr;
+ * windowSequence above 3 (unsigned) -> zamStsAacWinSeqErr; a long max_sfb above
+ * 60 -> zamStsAacMaxSfbErr. */
+ZamStatus zamsDecodeExtensionHeader_AAC(uint8_t** ppBitStream, int32_t* pOffset, AacExtensionHeader* pExtHeader,
+                                        int32_t tnsFlag, int32_t msFlag, int32_t diffFlag, int32_t lastMaxSfb,
+                                        int32_t maxSfbLimit, int32_t windowSequence);
+
+/*
+ * Noiseless decoding of one individual_channel_stream() from global_gain on.
+ * Outputs, group after group with max_sfb entries per group: pScaleFactor (one
+ * 16-bit value per band: the scale factor, the intensity position for books
+ * 14/15, the noise energy for book 13, 0 for book 0; a negative running value is
+ * kept as is), pSfbCb (the band's code book). pSpectrum: 1024 quantized values,
+ * in each window group band by band with the group's windows one after the other
+ * inside a band; zero outside the coded sections. pTnsCoef: the TNS coefficients
+ * (up to 60), the other TNS fields going to pChanInfo. The scale factors are read
+ * through a 32-bit bit cache that looks up to three bytes ahead.
+ *
+ * Stream statuses, in the order met: the ics_info() statuses;
+ * zamStsAacMaxSfbErr (LC: max_sfb above the band count); zamStsAacNumWinGrpErr
+ * (window groups taken from a caller's record that do not fit the frame: group
+ * count outside 1..8, an empty group, or more windows than the sequence has);
+ * zamStsAacSectDataErr (sections of a group not ending exactly at max_sfb, or
+ * more than 120 sections); zamStsAacSfCbErr; zamStsAacSfValueErr (above 255);
+ * zamStsAacPulseErr (eight-short pulses, pulse_start_sfb above 51 or not below
+ * the band count, a pulse position of 1024 or more); zamStsAacTnsOrderErr;
+ * zamStsAacGainCtrlErr (gain control is not supported); zamStsBadData (a
+ * section end above the band count); zamStsAacSpectCbErr (book 12 in the
+ * spectrum); zamStsAacQuantValErr (a book-11 escape prefix of more than 8 ones,
+ * i.e. a magnitude above 8191). Everything written before stays written.
+ */
+
+/* Low-complexity form. commonWin 1: the ICS information is already in
+ * pChanInfo->pIcsInfo (channel pair with a common window); 0: it is read here
+ * (MPEG-2 form, no prediction). Checks: a pointer null (pChanInfo->pIcsInfo and
+ * *ppBitStream included) -> zamStsNullPtr; *pOffset above 7 ->
+ * zamStsAacBitOffsetErr; commonWin above 1 -> zamStsAacCommonWinErr;
+ * sampling_frequency_index outside 0..11 -> zamStsAacSmplRateIdxErr;
+ * num_pred_sfb not 0 -> zamStsAacPredSfbErr; then the stream statuses. Code
+ * books 12 and 13 fail in the scale factors. */
+ZamStatus zamsNoiselessDecoder_LC_AAC(uint8_t** ppBitStream, int32_t* pOffset, int32_t commonWin,
+                                      AacChanInfo* pChanInfo, int16_t* pScaleFactor, int32_t* pSpectrum,
+                                      uint8_t* pSfbCb, int8_t* pTnsCoef);
+
+/* General form: object types up to 16, ics_info() in its MPEG-4 form (with
+ * pChanInfo->num_pred_sfb and audioObjectType; the LTP data of this one channel
+ * go to pMainHeader->ltp[0]), noise bands (book 13: the first noise band reads a
+ * 9-bit value, global_gain + value - 346; later ones a difference; noise and
+ * scale factors share one running value). scaleFlag 1 (an extension layer):
+ * windowSequence, maxSfb and pMainHeader's window groups are used, no ICS, pulse,
+ * TNS or gain-control data are read. No check of max_sfb against the band count
+ * (a section ending above it fails with zamStsBadData). Checks: a pointer null ->
+ * zamStsNullPtr; offset -> zamStsAacBitOffsetErr; commonWin above 1 ->
+ * zamStsAacCommonWinErr; windowSequence above 3 -> zamStsAacWinSeqErr;
+ * scaleFlag above 1 -> zamStsAacLayerFlagErr; audioObjectType above 16 ->
+ * zamStsAacObjTypeErr; maxSfb above 51 -> zamStsAacMaxSfbErr;
+ * sampling_frequency_index above 11 -> zamStsAacSmplRateIdxErr (all unsigned);
+ * then the stream statuses. */
+ZamStatus zamsNoiselessDecode_AAC(uint8_t** ppBitStream, int32_t* pOffset, AacMainHeader* pMainHeader,
+                                  int16_t* pScaleFactor, int32_t* pSpectrum, uint8_t* pSfbCb, int8_t* pTnsCoef,
+                                  AacChanInfo* pChanInfo, int32_t windowSequence, int32_t maxSfb,
+                                  int32_t commonWin, int32_t scaleFlag, int32_t audioObjectType);
+
 /* ---- AAC bit stream: end ---- */
 
 /* ======================================================================

@@ -96,10 +96,11 @@ void aac_layout_from_program(AacLayout* layout, const AacProgramConfig* p)
                  p->side_element_is_cpe[i] && i == 0 ? SR : 0);
     int backPairs = 0, backSingles = 0;
     for (int i = 0; i < p->num_back_channel_elements; ++i) {
-        if (p->back_element_is_cpe[i])
+        if (p->back_element_is_cpe[i]) {
             add_slot(layout, AAC_ELEMENT_CPE, p->back_element_tag_select[i], backPairs == 0 ? BL : 0,
-                     backPairs++ == 0 ? BR : 0);
-        else
+                     backPairs == 0 ? BR : 0);
+            ++backPairs;
+        } else
             add_slot(layout, AAC_ELEMENT_SCE, p->back_element_tag_select[i], backSingles++ == 0 ? BC : 0, 0);
     }
     for (int i = 0; i < p->num_lfe_channel_elements; ++i)

@@ -1,0 +1,156 @@
+#!/usr/bin/env python3
+"""Conformance and speed of zamac-decode against Debian's ffmpeg and faad.
+
+    scripts/aac_conformance.py [--build DIR] [--quick] [--speed-only]
+
+Makes AAC streams with ffmpeg's native encoder from synthetic music-like audio
+(mono, stereo and 5.1; 8 to 96 kHz; with and without the encoder's noise
+substitution, intensity, M/S and TNS, and with a program configuration element),
+decodes each with zamac-decode, ffmpeg and (above 24 kHz, where faad does not assume
+implicit SBR) faad, and prints a table of PSNR and maximum difference in LSB. Then
+it decodes a 60 s 44.1 kHz stereo stream with all three and prints the CPU-time
+ratios (medians of 5 runs).
+"""
+import os
+import resource
+import statistics
+import subprocess
+import sys
+import tempfile
+
+HERE = os.path.dirname(os.path.abspath(__file__))
+ROOT = os.path.dirname(HERE)
+sys.path.insert(0, HERE)
+
+MELODY = "sin(2*PI*t*440*pow(2,(3*floor(mod(4*t,5))+2*floor(mod(t,3)))/12))*exp(-6*mod(t,0.25))"
+BASS = "sin(2*PI*t*110*pow(2,floor(mod(t/2,4))*5/12))*(0.6+0.4*sin(2*PI*t*0.5))"
+HAT = "(random(%d)-0.5)*exp(-60*mod(t+0.125,0.25))"
+
+
+def channel_exprs(n):
+    exprs = []
+    for c in range(n):
+        gain = 0.3 - 0.03 * c
+        exprs.append("%.2f*%s+0.25*%s+0.25*%s+0.05*sin(2*PI*t*%d)" % (gain, MELODY, BASS, HAT % c, 300 + 97 * c))
+    return "|".join(exprs)
+
+
+# name, rate, channels, bitrate, extra encoder options
+STREAMS = [
+    ("mono-8k", 8000, 1, "24k", ["-aac_pns", "0"]),
+    ("mono-16k", 16000, 1, "32k", ["-aac_pns", "0"]),
+    ("mono-22k", 22050, 1, "48k", ["-aac_pns", "0"]),
+    ("stereo-24k", 24000, 2, "64k", ["-aac_pns", "0"]),
+    ("stereo-32k", 32000, 2, "96k", ["-aac_pns", "0"]),
+    ("stereo-44k", 44100, 2, "128k", ["-aac_pns", "0"]),
+    ("stereo-44k-noIS-noTNS", 44100, 2, "128k", ["-aac_pns", "0", "-aac_is", "0", "-aac_tns", "0"]),
+    ("stereo-44k-forceMS", 44100, 2, "160k", ["-aac_pns", "0", "-aac_ms", "1"]),
+    ("stereo-44k-lowrate-IS", 44100, 2, "48k", ["-aac_pns", "0"]),
+    ("stereo-48k-PCE", 48000, 2, "128k", ["-aac_pns", "0", "-aac_pce", "1"]),
+    ("stereo-64k", 64000, 2, "160k", ["-aac_pns", "0"]),
+    ("stereo-88k", 88200, 2, "192k", ["-aac_pns", "0"]),
+    ("stereo-96k", 96000, 2, "192k", ["-aac_pns", "0"]),
+    ("5.1-48k", 48000, 6, "320k", ["-aac_pns", "0"]),
+    ("mono-11k", 11025, 1, "24k", ["-aac_pns", "0"]),
+    ("mono-12k", 12000, 1, "24k", ["-aac_pns", "0"]),
+    ("PNS stereo-44k", 44100, 2, "64k", []),
+    ("PNS mono-22k", 22050, 1, "32k", []),
+    ("PNS 5.1-48k", 48000, 6, "192k", []),
+]
+
+
+def run(cmd, **kw):
+    return subprocess.run(cmd, check=True, stdout=subprocess.PIPE, stderr=subprocess.PIPE, **kw)
+
+
+def encode(path, rate, channels, bitrate, extra, seconds):
+    layout = {1: "mono", 2: "stereo", 6: "5.1"}[channels]
+    run(["ffmpeg", "-nostdin", "-v", "error", "-y", "-f", "lavfi", "-i",
+         "aevalsrc=exprs='%s':s=%d:d=%g:c=%s" % (channel_exprs(channels), rate, seconds, layout),
+         "-c:a", "aac", "-b:a", bitrate] + extra + ["-f", "adts", path])
+
+
+def noise_frames(tool, path):
+    out = run([tool, "--info", path]).stdout.decode()
+    frames = []
+    for line in out.splitlines():
+        if line.startswith("frame ") and " pns" in line:
+            frames.append(line.split()[1].rstrip(":"))
+    return ",".join(frames)
+
+
+def compare(ref, test, noise=None):
+    cmd = [sys.executable, os.path.join(HERE, "pcm_compare.py"), ref, test]
+    if noise is not None:
+        cmd += ["--noise-frames", noise or "0"]
+    fields = dict(kv.split("=") for kv in run(cmd).stdout.decode().split())
+    return fields
+
+
+def child_cpu(cmd):
+    before = resource.getrusage(resource.RUSAGE_CHILDREN)
+    subprocess.run(cmd, check=True, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+    after = resource.getrusage(resource.RUSAGE_CHILDREN)
+    return (after.ru_utime - before.ru_utime) + (after.ru_stime - before.ru_stime)
+
+
+def main():
+    args = sys.argv[1:]
+    build = os.path.join(ROOT, "build")
+    if "--build" in args:
+        build = args[args.index("--build") + 1]
+    tool = os.path.join(build, "tools", "zamac-decode", "zamac-decode")
+    quick = "--quick" in args
+    tmp = tempfile.mkdtemp(prefix="zamac-conformance-")
+
+    if "--speed-only" not in args:
+        print("| stream | zamac vs ffmpeg PSNR / max diff | zamac vs faad PSNR / max diff | ffmpeg vs faad |")
+        print("|---|---|---|---|")
+        for name, rate, channels, bitrate, extra in STREAMS[:4] if quick else STREAMS:
+            base = os.path.join(tmp, name.replace(" ", "_"))
+            aac = base + ".aac"
+            encode(aac, rate, channels, bitrate, extra, 6)
+            run([tool, "-o", base + ".zamac.wav", aac])
+            run(["ffmpeg", "-nostdin", "-v", "error", "-y", "-i", aac, base + ".ffmpeg.wav"])
+            pns = "-aac_pns" not in extra
+            noise = noise_frames(tool, aac) if pns else None
+
+            def cell(ref):
+                f = compare(ref, base + ".zamac.wav", noise)
+                if pns:
+                    return "%s dB / %s (clean frames: %s dB / %s; noise frames: energy within %s dB)" % (
+                        f["psnr"], f["maxdiff"], f["clean_psnr"], f["clean_maxdiff"], f["worst_energy_db"])
+                return "%s dB / %s" % (f["psnr"], f["maxdiff"])
+
+            vs_ffmpeg = cell(base + ".ffmpeg.wav")
+            vs_faad = ref_pair = "n/a (faad: implicit SBR)"
+            if rate > 24000:
+                run(["faad", "-q", "-o", base + ".faad.wav", aac])
+                vs_faad = cell(base + ".faad.wav")
+                f = compare(base + ".ffmpeg.wav", base + ".faad.wav")
+                ref_pair = "%s dB / %s" % (f["psnr"], f["maxdiff"])
+            print("| %s (%d Hz, %d ch, %s) | %s | %s | %s |" % (name, rate, channels, bitrate, vs_ffmpeg, vs_faad,
+                                                             ref_pair))
+            sys.stdout.flush()
+
+    aac = os.path.join(tmp, "speed-60s.aac")
+    encode(aac, 44100, 2, "128k", [], 60)
+    runs = 3 if quick else 5
+    times = {
+        "zamac-decode": [child_cpu([tool, "--bench", aac]) for _ in range(runs)],
+        "ffmpeg": [child_cpu(["ffmpeg", "-nostdin", "-v", "error", "-threads", "1", "-i", aac, "-f", "null", "-"])
+                   for _ in range(runs)],
+        "faad": [child_cpu(["faad", "-q", "-o", "/dev/null", aac]) for _ in range(runs)],
+    }
+    med = {k: statistics.median(v) for k, v in times.items()}
+    print()
+    print("60 s 44.1 kHz stereo, 128 kbit/s, CPU seconds (median of %d):" % runs)
+    for k, v in med.items():
+        print("  %-13s %.3f s  (%.0fx real time)" % (k, v, 60.0 / v if v > 0 else 0))
+    print("  ffmpeg / zamac-decode = %.2f, faad / zamac-decode = %.2f" % (
+        med["ffmpeg"] / med["zamac-decode"], med["faad"] / med["zamac-decode"]))
+    return 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
