@@ -140,9 +140,13 @@ static void layout_of(const Mp3Header* h, const Mp3SideInfo* si, GranuleLayout* 
 /* ------------------------------------------------------------------ requantization */
 
 /* Lines [0, end) of `quantized` to float with the gains of their bands. */
-static void requantize(Mp3Layer3* l3, const GranuleLayout* g, const Mp3SideInfo* si, const int8_t* sf,
+static void requantize(Mp3Layer3* l3, const GranuleLayout* g, const Mp3SideInfo* si, const int8_t* sfCoded,
                        int end, float* xr)
 {
+    /* The MPEG-2 intensity right channel carries its largest values negated (the
+     * illegal-position markers); as gains they count with their coded value. */
+    int8_t sf[40];
+    for (int i = 0; i < 40; ++i) sf[i] = (int8_t)(sfCoded[i] < 0 ? -sfCoded[i] : sfCoded[i]);
     for (int i = 0; i < end; ++i) l3->quantized16[i] = (int16_t)l3->quantized[i];
     if (end > 0) zamsPow43_16s32f(l3->quantized16, xr, end);
     for (int i = end; i < 576; ++i) xr[i] = 0.0f;
@@ -240,6 +244,7 @@ static void stereo(Mp3Layer3* l3, const Mp3Header* h, int modeExtension, const G
         return;
     }
     const int rightEnd = l3->spectrumEnd[1];
+    const int belowTop = h->version == MP3_MPEG1 ? -1 : 0;
     if (!g->isShort) {
         int sfb = 0;
         while (sfb < 22 && g->longBands[sfb + 1] <= rightEnd) ++sfb;
@@ -247,7 +252,11 @@ static void stereo(Mp3Layer3* l3, const Mp3Header* h, int modeExtension, const G
         const int bound = g->longBands[sfb];
         if (ms) ms_lines(l, r, 0, bound);
         for (; sfb < 22; ++sfb) {
-            const int pos = sfb < 21 ? sfRight[sfb] : sfRight[20];
+            /* The top band has no scale factor of its own: it takes the position of
+             * the band below when that one is in the intensity region; otherwise it
+             * is position 0 in MPEG-2 (both channels take the mid value) and no
+             * intensity band in MPEG-1. */
+            const int pos = sfb < 21 ? sfRight[sfb] : (bound <= g->longBands[20] ? sfRight[20] : belowTop);
             intensity_band(l3, h, siRight, ms, pos, l, r, g->longBands[sfb], g->longBands[sfb + 1]);
         }
     } else {
@@ -272,7 +281,8 @@ static void stereo(Mp3Layer3* l3, const Mp3Header* h, int modeExtension, const G
                 if (sfb < top) {
                     if (ms) ms_lines(l, r, start, start + width);
                 } else {
-                    const int pos = sfb < 12 ? sfRight[sfOffset + 3 * sfb + w] : sfRight[sfOffset + 3 * 11 + w];
+                    const int pos = sfb < 12 ? sfRight[sfOffset + 3 * sfb + w]
+                                             : (top <= 11 ? sfRight[sfOffset + 3 * 11 + w] : belowTop);
                     intensity_band(l3, h, siRight, ms, pos, l, r, start, start + width);
                 }
             }
@@ -347,7 +357,9 @@ static void hybrid(Mp3Layer3* l3, int ch, const Mp3SideInfo* si, const GranuleLa
             memcpy(o, ov, 18 * sizeof(float));
             memset(ov, 0, 18 * sizeof(float));
         } else {
-            const int type = (g->isMixed && sb < 2) ? 0 : blockType;
+            /* The mixed flag puts the two lowest subbands on the normal window for
+             * every window-switching block type, start and stop included. */
+            const int type = (si->window_switching_flag && si->mixed_block_flag && sb < 2) ? 0 : blockType;
             if (type != 2) {
                 zamsMDCTInv_32f(xr + 18 * sb, y, l3->mdct36, l3->mdctBuffer);
                 const float* w = l3->window[type];
