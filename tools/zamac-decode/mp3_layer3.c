@@ -337,7 +337,7 @@ static void alias_reduce(const Mp3Layer3* l3, float* xr, int boundaries)
 
 /* IMDCT, window, overlap-add and frequency inversion of one channel's granule
  * into l3->hybrid ([sb * 18 + t]). */
-static void hybrid(Mp3Layer3* l3, int ch, const Mp3SideInfo* si, const GranuleLayout* g, const float* xr, int end)
+static void hybrid(Mp3Layer3* l3, int ch, const Mp3SideInfo* si, const float* xr, int end)
 {
     float* overlap = l3->overlap[ch];
     float* out = l3->hybrid;
@@ -472,7 +472,7 @@ int mp3_layer3_decode_frame(Mp3Layer3* l3, const Mp3Header* header, const Mp3Fra
                 alias_reduce(l3, xr, boundaries);
                 if (boundaries > 0) end = 18 * (boundaries + 1) < 576 ? 18 * (boundaries + 1) : 576;
             }
-            hybrid(l3, ch, s, g, xr, end);
+            hybrid(l3, ch, s, xr, end);
             zamsSynthesisFilter_PQMF_MP3_32f(l3->hybrid, l3->pcm[ch], l3->synthesis[ch], 1);
         }
         output_granule(l3, nch, outChannels, pcm + gr * 576 * outChannels);
@@ -490,7 +490,7 @@ void mp3_layer3_conceal_frame(Mp3Layer3* l3, const Mp3Header* header, int outCha
     for (int gr = 0; gr < granules; ++gr) {
         for (int ch = 0; ch < header->channels; ++ch) {
             memset(l3->spectrum[ch], 0, sizeof l3->spectrum[ch]);
-            hybrid(l3, ch, &silent, &g, l3->spectrum[ch], 0);
+            hybrid(l3, ch, &silent, l3->spectrum[ch], 0);
             zamsSynthesisFilter_PQMF_MP3_32f(l3->hybrid, l3->pcm[ch], l3->synthesis[ch], 1);
         }
         output_granule(l3, header->channels, outChannels, pcm + gr * 576 * outChannels);
