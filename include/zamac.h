@@ -1310,6 +1310,63 @@ ZamStatus zamsFIRBlockFree_32f(FirBlockState_32f* pState);
  * MP3 float polyphase filter banks
  * ====================================================================== */
 
+/* The ISO 11172-3 polyphase banks in 32-bit float: 32 subbands, a 512-tap window,
+ * one granule (576 samples, 18 time slots) per call. Each bank keeps only its
+ * 512-float delay line, so one object serves one channel.
+ *
+ * State objects (tag "hAMC" for analysis, "gAMC" for synthesis): a 16-byte aligned
+ * header (tag, ring position initialised to 15, ownership flag, delay-line pointer)
+ * followed by the zero-filled 512-float delay line. Init in caller memory of the
+ * GetSize size at any address (the header goes to the next 16-byte boundary; the
+ * returned pointer is that aligned address; the operations accept either pointer).
+ * InitAlloc takes the memory from zamMalloc and returns the start of the allocation.
+ * Init again on the same memory resets the bank. Free: null -> zamStsNullPtr, wrong
+ * tag -> zamStsContextMismatch; releases the memory only for InitAlloc objects and
+ * leaves the tag in place. */
+typedef struct PqmfAnalysisState_MP3 PqmfAnalysisState_MP3;
+typedef struct PqmfSynthesisState_MP3 PqmfSynthesisState_MP3;
+
+/* Bytes for either bank's state object: always 2107. Null -> zamStsNullPtr.
+ * zamsSynthesisFilterGetSize_PQMF_MP3_32f is the same function under a second name. */
+ZamStatus zamsAnalysisFilterGetSize_PQMF_MP3_32f(int* pSize);
+ZamStatus zamsSynthesisFilterGetSize_PQMF_MP3_32f(int* pSize);
+
+/* Null ppState or pMem -> zamStsNullPtr; InitAlloc: null ppState -> zamStsNullPtr,
+ * allocation failure -> zamStsMemAlloc. */
+ZamStatus zamsAnalysisFilterInit_PQMF_MP3_32f(PqmfAnalysisState_MP3** ppState, uint8_t* pMem);
+ZamStatus zamsAnalysisFilterInitAlloc_PQMF_MP3_32f(PqmfAnalysisState_MP3** ppState);
+ZamStatus zamsAnalysisFilterFree_PQMF_MP3_32f(PqmfAnalysisState_MP3* pState);
+ZamStatus zamsSynthesisFilterInit_PQMF_MP3_32f(PqmfSynthesisState_MP3** ppState, uint8_t* pMem);
+ZamStatus zamsSynthesisFilterInitAlloc_PQMF_MP3_32f(PqmfSynthesisState_MP3** ppState);
+ZamStatus zamsSynthesisFilterFree_PQMF_MP3_32f(PqmfSynthesisState_MP3* pState);
+
+/* Analysis of one granule: reads the 576 PCM samples pSrc[i * mode] (mode = channel
+ * count, 1 or 2: pass interleaved stereo from the channel's first sample) and writes
+ * 576 subband samples subband-major, pDst[sb * 18 + t] (subband sb 0..31, time slot
+ * t 0..17). Window C[i] (the synthesis window / 32) and the matrix
+ * cos((2k + 1)(i - 16) pi / 64), no frequency inversion. The input scale is kept:
+ * a full-scale 1.0 input gives subband samples of about that size.
+ * Checks in order: a null pointer -> zamStsNullPtr; wrong tag ->
+ * zamStsContextMismatch; mode not 1 or 2 -> zamStsBadArg. Nothing is written or
+ * changed on a failed check. */
+ZamStatus zamsAnalysisFilter_PQMF_MP3_32f(const float* pSrc, float* pDst, PqmfAnalysisState_MP3* pState,
+                                          int mode);
+
+/* Synthesis of one granule: reads 576 subband samples pSrc[sb * 18 + t] (after the
+ * caller's frequency inversion, i.e. the odd time slots of the odd subbands already
+ * negated) and writes 576 PCM samples pDst[i * mode]. Window D[i] and the matrix
+ * cos((16 + i)(2k + 1) pi / 64); unscaled (subband samples on the scale of the
+ * analysis output give PCM on the scale of the analysis input). Analysis followed by
+ * synthesis returns the input delayed by 481 samples. Same checks as the analysis. */
+ZamStatus zamsSynthesisFilter_PQMF_MP3_32f(const float* pSrc, float* pDst, PqmfSynthesisState_MP3* pState,
+                                           int mode);
+
+/* The 4/3 power law of MP3 requantization (a utility kernel, declared here beside
+ * the MP3 banks): pDst[i] = sign(x) * |x|^(4/3) for x = pSrc[i], correctly rounded
+ * to float for every int16 value (0 gives +0). Checks in order: pSrc or pDst null ->
+ * zamStsNullPtr; len negative -> zamStsBadArg; len 0 -> zamStsSize. */
+ZamStatus zamsPow43_16s32f(const int16_t* pSrc, float* pDst, int len);
+
 /* ---- PQMF: end ---- */
 
 /* ======================================================================
