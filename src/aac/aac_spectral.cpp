@@ -46,7 +46,10 @@ inline bool readEscape(BitWindow& bw, int32_t& value)
 {
     bw.ensure(2 * kMaxEscapePrefix + 5);
     const int ones = std::countl_one(bw.bits);
-    if (ones > kMaxEscapePrefix) return false;
+    if (ones > kMaxEscapePrefix) {
+        bw.skip(kMaxEscapePrefix + 1);  // the ninth one ends the read
+        return false;
+    }
     const int wordBits = ones + 4;
     const uint32_t word = (bw.bits << (ones + 1)) >> (32 - wordBits);
     bw.skip(ones + 1 + wordBits);
