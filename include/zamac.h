@@ -464,7 +464,8 @@ ZamStatus zamsDecodeExtensionHeader_AAC(uint8_t** ppBitStream, int32_t* pOffset,
  * zamStsAacGainCtrlErr (gain control is not supported); zamStsBadData (a
  * section end above the band count); zamStsAacSpectCbErr (book 12 in the
  * spectrum); zamStsAacQuantValErr (a book-11 escape prefix of more than 8 ones,
- * i.e. a magnitude above 8191). Everything written before stays written.
+ * i.e. a magnitude above 8191; the cursor stands after the ninth one).
+ * Everything written before stays written.
  */
 
 /* Low-complexity form. commonWin 1: the ICS information is already in
