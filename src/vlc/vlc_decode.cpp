@@ -296,7 +296,7 @@ using namespace zam::vlc;
 ZAM_API ZamStatus zamsVLCDecodeOne_1u16s(uint8_t** ppBitStream, int* pBitOffset, int16_t* pData,
                                          const VlcDecodeSpec* pVLCSpec)
 {
-    ZamStatus status;
+    ZamStatus status = zamStsOk;
     const DecodeHeader* h = checkArgs(ppBitStream, pBitOffset, pData, pVLCSpec, Kind::Plain, status);
     if (!h) return status;
     return run(ppBitStream, pBitOffset, h, [&](Window& w, auto elem) {
@@ -307,7 +307,7 @@ ZAM_API ZamStatus zamsVLCDecodeOne_1u16s(uint8_t** ppBitStream, int* pBitOffset,
 ZAM_API ZamStatus zamsVLCDecodeBlock_1u16s(uint8_t** ppBitStream, int* pBitOffset, int16_t* pData, int dstLen,
                                            const VlcDecodeSpec* pVLCSpec)
 {
-    ZamStatus status;
+    ZamStatus status = zamStsOk;
     const DecodeHeader* h = checkArgs(ppBitStream, pBitOffset, pData, pVLCSpec, Kind::Plain, status);
     if (!h) return status;
     if (dstLen <= 0) return zamStsOk;
@@ -319,7 +319,7 @@ ZAM_API ZamStatus zamsVLCDecodeBlock_1u16s(uint8_t** ppBitStream, int* pBitOffse
 ZAM_API ZamStatus zamsVLCDecodeEscBlock_AAC_1u16s(uint8_t** ppBitStream, int* pBitOffset, int16_t* pData, int dstLen,
                                                   const VlcDecodeSpec* pVLCSpec)
 {
-    ZamStatus status;
+    ZamStatus status = zamStsOk;
     const DecodeHeader* h = checkArgs(ppBitStream, pBitOffset, pData, pVLCSpec, Kind::Escape, status);
     if (!h) return status;
     if (dstLen < 2) return zamStsOk;
@@ -331,7 +331,7 @@ ZAM_API ZamStatus zamsVLCDecodeEscBlock_AAC_1u16s(uint8_t** ppBitStream, int* pB
 ZAM_API ZamStatus zamsVLCDecodeEscBlock_MP3_1u16s(uint8_t** ppBitStream, int* pBitOffset, int linbits,
                                                   int16_t* pData, int dstLen, const VlcDecodeSpec* pVLCSpec)
 {
-    ZamStatus status;
+    ZamStatus status = zamStsOk;
     const DecodeHeader* h = checkArgs(ppBitStream, pBitOffset, pData, pVLCSpec, Kind::Escape, status);
     if (!h) return status;
     if (!linbitsInRange(linbits)) return zamStsBadArg;
@@ -344,7 +344,7 @@ ZAM_API ZamStatus zamsVLCDecodeEscBlock_MP3_1u16s(uint8_t** ppBitStream, int* pB
 ZAM_API ZamStatus zamsVLCDecodeUTupleOne_1u16s(uint8_t** ppBitStream, int* pBitOffset, int16_t* pData,
                                                const VlcDecodeUTupleSpec* pVLCSpec)
 {
-    ZamStatus status;
+    ZamStatus status = zamStsOk;
     const DecodeHeader* h = checkArgs(ppBitStream, pBitOffset, pData, pVLCSpec, Kind::Plain, status);
     if (!h) return status;
     return run(ppBitStream, pBitOffset, h, [&](Window& w, auto elem) {
@@ -355,7 +355,7 @@ ZAM_API ZamStatus zamsVLCDecodeUTupleOne_1u16s(uint8_t** ppBitStream, int* pBitO
 ZAM_API ZamStatus zamsVLCDecodeUTupleBlock_1u16s(uint8_t** ppBitStream, int* pBitOffset, int16_t* pData, int dstLen,
                                                  const VlcDecodeUTupleSpec* pVLCSpec)
 {
-    ZamStatus status;
+    ZamStatus status = zamStsOk;
     const DecodeHeader* h = checkArgs(ppBitStream, pBitOffset, pData, pVLCSpec, Kind::Plain, status);
     if (!h) return status;
     const int codes = h->numElements > 0 && dstLen > 0 ? dstLen / h->numElements : 0;
@@ -368,7 +368,7 @@ ZAM_API ZamStatus zamsVLCDecodeUTupleBlock_1u16s(uint8_t** ppBitStream, int* pBi
 ZAM_API ZamStatus zamsVLCDecodeUTupleEscBlock_AAC_1u16s(uint8_t** ppBitStream, int* pBitOffset, int16_t* pData,
                                                         int dstLen, const VlcDecodeUTupleSpec* pVLCSpec)
 {
-    ZamStatus status;
+    ZamStatus status = zamStsOk;
     const DecodeHeader* h = checkArgs(ppBitStream, pBitOffset, pData, pVLCSpec, Kind::Escape, status);
     if (!h) return status;
     if (dstLen < 2) return zamStsOk;
@@ -381,7 +381,7 @@ ZAM_API ZamStatus zamsVLCDecodeUTupleEscBlock_MP3_1u16s(uint8_t** ppBitStream, i
                                                         int16_t* pData, int dstLen,
                                                         const VlcDecodeUTupleSpec* pVLCSpec)
 {
-    ZamStatus status;
+    ZamStatus status = zamStsOk;
     const DecodeHeader* h = checkArgs(ppBitStream, pBitOffset, pData, pVLCSpec, Kind::Escape, status);
     if (!h) return status;
     if (!linbitsInRange(linbits)) return zamStsBadArg;
