@@ -65,26 +65,32 @@ struct Lookup {
     {
     }
 
-    // Resolves one code at the window's position, one table read per level, and
-    // moves past it. Returns false when the bits lead to an empty slot (no code).
-    bool decode(Window& w, Elem& slot) const
+    // Resolves the code at the start of `ahead` (the stream's next bits from bit
+    // 63 down), one table read per level. Returns its length, or 0 when the bits
+    // lead to an empty slot (no code).
+    uint32_t resolve(uint64_t ahead, Elem& slot) const
     {
-        const uint64_t ahead = w.bits << w.pos;
         Elem s = table[1 + (ahead >> (64 - rootWidth))];
         uint32_t used = 0;
         if ((s & 1) == 0) [[unlikely]] {
             int width = rootWidth;
             do {
                 const uint32_t link = static_cast<Unsigned>(s) >> 1;
-                if (link >= entries) return false;
+                if (link >= entries) return 0;
                 used += static_cast<uint32_t>(width);
                 width = table[link];
                 s = table[link + 1 + ((ahead << used) >> (64 - width))];
             } while ((s & 1) == 0);
         }
-        w.pos += used + (static_cast<uint32_t>(s >> 1) & lenMask);
         slot = s;
-        return true;
+        return used + (static_cast<uint32_t>(s >> 1) & lenMask);
+    }
+    // The same at a window's position, moving past the code.
+    bool decode(Window& w, Elem& slot) const
+    {
+        const uint32_t length = resolve(w.bits << w.pos, slot);
+        w.pos += length;
+        return length != 0;
     }
     int32_t signedValue(Elem slot) const { return static_cast<int32_t>(slot) >> valueShift; }
     uint32_t unsignedValue(Elem slot) const { return static_cast<uint32_t>(static_cast<Unsigned>(slot)) >> valueShift; }
@@ -253,6 +259,12 @@ ZamStatus byElementWidth(const DecodeHeader* h, Work&& work)
     }
 }
 
+// The spec's peek width of bits at the cursor, from bit 63 down.
+inline uint64_t peekAhead(const uint8_t* p, int offset, int width)
+{
+    return uint64_t{vlcPeek(p, offset, width)} << (64 - width);
+}
+
 enum class Kind { Plain, Escape };
 
 // Argument checks shared by the decoders. Returns null and sets `status` when a
@@ -299,8 +311,19 @@ ZAM_API ZamStatus zamsVLCDecodeOne_1u16s(uint8_t** ppBitStream, int* pBitOffset,
     ZamStatus status = zamStsOk;
     const DecodeHeader* h = checkArgs(ppBitStream, pBitOffset, pData, pVLCSpec, Kind::Plain, status);
     if (!h) return status;
-    return run(ppBitStream, pBitOffset, h, [&](Window& w, auto elem) {
-        return decodeValues<decltype(elem)>(w, h, pData, 1);
+    return byElementWidth(h, [&](auto elem) {
+        using Elem = decltype(elem);
+        const Lookup<Elem> lookup(h);
+        uint8_t* p = *ppBitStream;
+        int offset = *pBitOffset;
+        Elem slot;
+        const uint32_t length = lookup.resolve(peekAhead(p, offset, h->peekWidth), slot);
+        if (length == 0) return zamStsVlcArg;
+        zam::advanceBits(p, offset, static_cast<int>(length));
+        *pData = static_cast<int16_t>(lookup.signedValue(slot));
+        *ppBitStream = p;
+        *pBitOffset = offset;
+        return zamStsOk;
     });
 }
 
@@ -347,8 +370,31 @@ ZAM_API ZamStatus zamsVLCDecodeUTupleOne_1u16s(uint8_t** ppBitStream, int* pBitO
     ZamStatus status = zamStsOk;
     const DecodeHeader* h = checkArgs(ppBitStream, pBitOffset, pData, pVLCSpec, Kind::Plain, status);
     if (!h) return status;
-    return run(ppBitStream, pBitOffset, h, [&](Window& w, auto elem) {
-        return decodeTuples<decltype(elem)>(w, h, pData, 1);
+    return byElementWidth(h, [&](auto elem) {
+        using Elem = decltype(elem);
+        const Lookup<Elem> lookup(h);
+        uint8_t* p = *ppBitStream;
+        int offset = *pBitOffset;
+        Elem slot;
+        const uint32_t length = lookup.resolve(peekAhead(p, offset, h->peekWidth), slot);
+        if (length == 0) return zamStsVlcArg;
+        zam::advanceBits(p, offset, static_cast<int>(length));
+        const uint32_t v = lookup.unsignedValue(slot);
+        const int elements = h->numElements;
+        const int fieldBits = h->numValueBits;
+        const uint32_t mask = (1u << fieldBits) - 1u;
+        for (int e = 0; e < elements; ++e) {
+            const int32_t magnitude = static_cast<int32_t>((v >> ((elements - 1 - e) * fieldBits)) & mask);
+            int32_t value = magnitude;
+            if (magnitude != 0) {
+                if (zam::vlcPeek(p, offset, 1)) value = -magnitude;
+                zam::advanceBits(p, offset, 1);
+            }
+            pData[e] = static_cast<int16_t>(value);
+        }
+        *ppBitStream = p;
+        *pBitOffset = offset;
+        return zamStsOk;
     });
 }
 
