@@ -2,6 +2,7 @@
 // one-level table. Reports ns per code (ns/code) and stream MB/s (bytes_per_second).
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <cstring>
@@ -67,9 +68,9 @@ struct Fixture {
     static constexpr size_t kPairs = 1 << 14;
     std::vector<int16_t> pairsSrc;      // book-11 pairs with escapes
     std::vector<int16_t> indexSrc;      // the same pairs as 12-bit-max code indices
-    Spec pairDecode, pairEncode, indexDecode, indexEncode;
-    std::vector<uint8_t> pairStream, indexStream;
-    size_t pairBytes = 0, indexBytes = 0;
+    Spec pairDecode, pairDecodeTwoLevels, pairEncode, indexDecode, indexEncode;
+    std::vector<uint8_t> pairStream, indexStream, plainPairStream;
+    size_t pairBytes = 0, indexBytes = 0, plainPairBytes = 0;
 
     Fixture()
     {
@@ -96,6 +97,11 @@ struct Fixture {
         pairDecode.memory.resize(size);
         zamsVLCDecodeInit_32s(decodePairs.data(), static_cast<int>(decodePairs.size()), onePairLevel, 1,
                               pairDecode.as<VlcDecodeSpec>());
+        const int twoLevels[] = {8, 6};
+        zamsVLCDecodeGetSize_32s(decodePairs.data(), static_cast<int>(decodePairs.size()), twoLevels, 2, &size);
+        pairDecodeTwoLevels.memory.resize(size);
+        zamsVLCDecodeInit_32s(decodePairs.data(), static_cast<int>(decodePairs.size()), twoLevels, 2,
+                              pairDecodeTwoLevels.as<VlcDecodeSpec>());
         zamsVLCEncodeGetSize_32s(encodeKeys.data(), static_cast<int>(encodeKeys.size()), &size);
         pairEncode.memory.resize(size);
         zamsVLCEncodeInit_32s(encodeKeys.data(), static_cast<int>(encodeKeys.size()), pairEncode.as<VlcEncodeSpec>());
@@ -123,6 +129,14 @@ struct Fixture {
         zamsVLCEncodeBlock_16s1u(indexSrc.data(), static_cast<int>(indexSrc.size()), &p, &offset,
                                  indexEncode.as<VlcEncodeSpec>());
         indexBytes = static_cast<size_t>(p - indexStream.data()) + (offset ? 1 : 0);
+        std::vector<int16_t> clamped(pairsSrc);
+        for (auto& v : clamped) v = static_cast<int16_t>(std::max(-15, std::min(15, static_cast<int>(v))));
+        plainPairStream.assign(kPairs * 4 + 64, 0);
+        p = plainPairStream.data();
+        offset = 0;
+        zamsVLCEncodeEscBlock_AAC_16s1u(clamped.data(), static_cast<int>(clamped.size()), &p, &offset,
+                                        pairEncode.as<VlcEncodeSpec>());
+        plainPairBytes = static_cast<size_t>(p - plainPairStream.data()) + (offset ? 1 : 0);
     }
     static Fixture& get()
     {
@@ -139,20 +153,39 @@ void report(benchmark::State& state, size_t codes, size_t bytes)
     state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * bytes));
 }
 
+// Levels {14} (one read per code, 64 KB of 32-bit elements) or {8, 6}.
+template <bool kOneLevel>
 void BM_VlcDecodeEscBlockAac_Book11(benchmark::State& state)
 {
     auto& f = Fixture::get();
+    const auto* spec = (kOneLevel ? f.pairDecode : f.pairDecodeTwoLevels).as<VlcDecodeSpec>();
     std::vector<int16_t> out(f.pairsSrc.size());
     for (auto _ : state) {
         uint8_t* p = f.pairStream.data();
         int offset = 0;
-        zamsVLCDecodeEscBlock_AAC_1u16s(&p, &offset, out.data(), static_cast<int>(out.size()),
-                                        f.pairDecode.as<VlcDecodeSpec>());
+        zamsVLCDecodeEscBlock_AAC_1u16s(&p, &offset, out.data(), static_cast<int>(out.size()), spec);
         benchmark::DoNotOptimize(out.data());
     }
     report(state, Fixture::kPairs, f.pairBytes);
 }
-BENCHMARK(BM_VlcDecodeEscBlockAac_Book11);
+BENCHMARK(BM_VlcDecodeEscBlockAac_Book11<true>)->Name("BM_VlcDecodeEscBlockAac_Book11_Levels14");
+BENCHMARK(BM_VlcDecodeEscBlockAac_Book11<false>)->Name("BM_VlcDecodeEscBlockAac_Book11_Levels8_6");
+
+// DecodeBlock over book-11 pair codes without escapes (values clamped to 15): one
+// pair value per code.
+void BM_VlcDecodeBlock_Book11PairCodes(benchmark::State& state)
+{
+    auto& f = Fixture::get();
+    std::vector<int16_t> out(Fixture::kPairs);
+    for (auto _ : state) {
+        uint8_t* p = f.plainPairStream.data();
+        int offset = 0;
+        zamsVLCDecodeBlock_1u16s(&p, &offset, out.data(), static_cast<int>(out.size()), f.pairDecode.as<VlcDecodeSpec>());
+        benchmark::DoNotOptimize(out.data());
+    }
+    report(state, Fixture::kPairs, f.plainPairBytes);
+}
+BENCHMARK(BM_VlcDecodeBlock_Book11PairCodes);
 
 void BM_VlcEncodeEscBlockAac_Book11(benchmark::State& state)
 {
