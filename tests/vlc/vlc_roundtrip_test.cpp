@@ -73,8 +73,17 @@ int aacValue(bool worst)
 
 }  // namespace
 
+TEST(VlcRoundTrip, TheCodeBooksAreThere)
+{
+    ASSERT_EQ(aacBooks().size(), 11u) << zamtest::sharedPath("tables/aac_spectral_huffman.txt");
+    ASSERT_EQ(mp3Tables().size(), 29u) << zamtest::sharedPath("tables/mp3_huffman_pairs.txt");
+    const size_t aacEntries[] = {81, 81, 81, 81, 81, 81, 64, 64, 169, 169, 289};
+    for (int b = 1; b <= 11; ++b) EXPECT_EQ(aacBooks().at(b).words.size(), aacEntries[b - 1]);
+}
+
 TEST(VlcRoundTrip, AacBook11WithEscapes)
 {
+    if (aacBooks().count(11) == 0) GTEST_FAIL() << "AAC code books missing";
     const auto& t = book11();
     EXPECT_EQ(t.encodeKeys.size(), 17u * 17u * 4u - 2u * 17u * 2u + 1u);
     EncodeSpec enc(t.encodeKeys);
@@ -267,6 +276,7 @@ TEST(VlcRoundTrip, PlainCodesOfEveryBook)
 
 TEST(VlcRoundTrip, UnsignedAacBooksAsTuples)
 {
+    if (aacBooks().size() != 11) GTEST_FAIL() << "AAC code books missing";
     for (int number : {3, 4, 7, 8, 9, 10}) {
         SCOPED_TRACE(number);
         const CodeBook& book = aacBooks().at(number);
