@@ -126,10 +126,20 @@ template <typename Elem>
 ZamStatus decodeValues(Window& w, const DecodeHeader* h, int16_t* dst, int count)
 {
     const Lookup<Elem> lookup(h);
+    // The next bits are kept pre-shifted, so that the chain from one code to the
+    // next is a shift, the table read and the length; the window is rebuilt only
+    // when its upper word is used up.
+    uint64_t ahead = w.bits << w.pos;
     for (int i = 0; i < count; ++i) {
-        w.refill();
+        if (w.pos >= 32) {
+            w.refill();
+            ahead = w.bits << w.pos;
+        }
         Elem slot;
-        if (!lookup.decode(w, slot)) return zamStsVlcArg;
+        const uint32_t length = lookup.resolve(ahead, slot);
+        if (length == 0) return zamStsVlcArg;
+        ahead <<= length;
+        w.pos += length;
         dst[i] = static_cast<int16_t>(lookup.signedValue(slot));
     }
     return zamStsOk;
