@@ -115,8 +115,10 @@ inline int32_t readMp3Escape(Window& w, int linbits)
 {
     w.refill();
     const uint32_t f = w.read(linbits + 1);
-    const int32_t magnitude = 15 + static_cast<int32_t>(f >> 1);
-    return (f & 1) ? -magnitude : magnitude;
+    // Unsigned arithmetic: with 31 linbits the magnitude may pass 2^31 (the value
+    // is stored truncated to 16 bits anyway).
+    const uint32_t magnitude = 15u + (f >> 1);
+    return static_cast<int32_t>((f & 1) ? 0u - magnitude : magnitude);
 }
 
 inline int32_t pairX(int32_t v) { return v >> 8; }
