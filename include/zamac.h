@@ -175,8 +175,8 @@ typedef struct VlcEncodeSpec VlcEncodeSpec;
  * the first pSubTablesSizes[0] bits of a code, each later level by the next
  * pSubTablesSizes[k] bits. The widths are used until their running sum first
  * reaches the longest code length; that width is cut so that the sum equals it,
- * and later widths are ignored. One level as wide as the longest code gives one
- * table read per code.
+ * and later widths are ignored ({4, 4, 4} for a longest code of 9 is used as
+ * {4, 4, 1}). One level as wide as the longest code gives one table read per code.
  *
  * Sizes: lenBits = smallest b with 2^b > the largest width used; valueBits =
  * smallest b >= 0 with 2^b >= the largest |value|; entries = sum over all tables of
