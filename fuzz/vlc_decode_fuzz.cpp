@@ -1,5 +1,5 @@
 // Random code tables and level widths into the decode-spec builder, then random
-// streams into every VLC decoder. The spec lives in a buffer of exactly the
+// streams into every VLC decoder. The decode spec lives in a buffer of exactly the
 // GetSize bytes, and the stream has the documented slack: the aligned word before
 // the cursor and enough bytes after it for the longest codes the call may read.
 #include <fuzzer/FuzzedDataProvider.h>

@@ -208,9 +208,9 @@ typedef struct VlcEncodeSpec VlcEncodeSpec;
  *  6. a spec larger than 2^31 - 1 bytes: zamStsVlcTable.
  *  7. Init and InitAlloc: a collision: zamStsVlcTable, the memory partly written
  *     (tag set). InitAlloc: allocation failure: zamStsMemAlloc.
- * Init builds in the caller's memory at any address (the spec goes to its first
- * 64-byte boundary; the decoders accept the raw pointer). InitAlloc stores the start
- * of its zamMalloc block in *ppVLCSpec (nothing is stored on failure). */
+ * Init builds in the caller's memory at any address (the object goes to its first
+ * 64-byte boundary; the decoders accept the raw pointer). InitAlloc stores the
+ * start of its zamMalloc block in *ppVLCSpec (nothing is stored on failure). */
 ZamStatus zamsVLCDecodeGetSize_32s(const VlcEntry* pInputTable, int inputTableSize, const int* pSubTablesSizes,
                                    int numSubTables, int* pSize);
 ZamStatus zamsVLCDecodeInit_32s(const VlcEntry* pInputTable, int inputTableSize, const int* pSubTablesSizes,
@@ -229,7 +229,7 @@ ZamStatus zamsVLCDecodeUTupleInitAlloc_32s(const VlcEntry* pInputTable, int inpu
                                            const int* pSubTablesSizes, int numSubTables, int numElements,
                                            int numValueBits, VlcDecodeUTupleSpec** ppVLCSpec);
 /* Release: one function under two names. Ignores null, clears the tag without
- * checking it, and passes the pointer to zamFree only when InitAlloc made the spec. */
+ * checking it, and passes the pointer to zamFree only when InitAlloc made it. */
 void zamsVLCDecodeFree_32s(VlcDecodeSpec* pVLCSpec);
 void zamsVLCDecodeUTupleFree_32s(VlcDecodeUTupleSpec* pVLCSpec);
 
@@ -300,7 +300,7 @@ ZamStatus zamsVLCDecodeUTupleEscBlock_MP3_1u16s(uint8_t** ppBitStream, int* pBit
  * keep whatever the memory held and must not be encoded. InitAlloc does not test its
  * allocation: when zamMalloc fails it stores null in *ppVLCSpec and still returns
  * zamStsOk. Free ignores null, clears the tag without checking it, and releases the
- * memory only when InitAlloc made the spec. */
+ * memory only when InitAlloc made it. */
 ZamStatus zamsVLCEncodeGetSize_32s(const VlcEntry* pInputTable, int inputTableSize, int* pSize);
 ZamStatus zamsVLCEncodeInit_32s(const VlcEntry* pInputTable, int inputTableSize, VlcEncodeSpec* pVLCSpec);
 ZamStatus zamsVLCEncodeInitAlloc_32s(const VlcEntry* pInputTable, int inputTableSize, VlcEncodeSpec** ppVLCSpec);

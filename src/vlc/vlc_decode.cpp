@@ -260,7 +260,7 @@ ZamStatus decodeMp3TuplePairs(Window& w, const DecodeHeader* h, int linbits, int
     return zamStsOk;
 }
 
-// Runs `work` with the element type of the spec's table.
+// Runs `work` with the element type of the decode spec's table.
 template <typename Work>
 ZamStatus byElementWidth(const DecodeHeader* h, Work&& work)
 {
@@ -271,7 +271,7 @@ ZamStatus byElementWidth(const DecodeHeader* h, Work&& work)
     }
 }
 
-// The spec's peek width of bits at the cursor, from bit 63 down.
+// The decode spec's peek width of bits at the cursor, from bit 63 down.
 inline uint64_t peekAhead(const uint8_t* p, int offset, int width)
 {
     return uint64_t{vlcPeek(p, offset, width)} << (64 - width);
