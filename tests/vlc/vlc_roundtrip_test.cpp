@@ -329,3 +329,69 @@ TEST(VlcRoundTrip, UnsignedAacBooksAsTuples)
         }
     }
 }
+
+// ---- MP3 count1 quadruples: four 1-bit magnitudes, one sign bit per 1 ----
+
+TEST(VlcRoundTrip, Mp3QuadTablesAsTuples)
+{
+    std::ifstream in(zamtest::sharedPath("tables/mp3_huffman_quads.txt"));
+    ASSERT_TRUE(in.good());
+    std::map<char, std::vector<std::pair<std::vector<int>, CodeWord>>> tables;
+    std::string line;
+    while (std::getline(in, line)) {
+        if (line.empty() || line[0] == '#') continue;
+        std::istringstream ss(line);
+        char name;
+        std::vector<int> q(4);
+        int length;
+        std::string bits;
+        ss >> name >> q[0] >> q[1] >> q[2] >> q[3] >> length >> bits;
+        tables[name].push_back({q, {0, length, parseBits(bits)}});
+    }
+    ASSERT_EQ(tables.size(), 2u);
+    auto key = [](const std::vector<int>& v) { return ((v[0] + 1) * 27) + ((v[1] + 1) * 9) + ((v[2] + 1) * 3) + v[3] + 1; };
+    for (const auto& [name, rows] : tables) {
+        SCOPED_TRACE(name);
+        ASSERT_EQ(rows.size(), 16u);
+        std::vector<VlcEntry> decodeTable, encodeTable;
+        std::vector<std::vector<int>> quads;
+        for (const auto& [q, w] : rows) {
+            decodeTable.push_back({(q[0] << 3) | (q[1] << 2) | (q[2] << 1) | q[3], static_cast<int32_t>(w.code), w.length});
+            for (const auto& v : signVariants(q)) {
+                encodeTable.push_back(withSignBits(key(v), w, v));
+                quads.push_back(v);
+            }
+        }
+        EncodeSpec enc(encodeTable);
+        ASSERT_EQ(enc.status, zamStsOk);
+        const int codes = 150;
+        std::vector<int16_t> keys, expected;
+        for (int i = 0; i < codes; ++i) {
+            const auto& v = quads[randomIn(0, static_cast<int>(quads.size()) - 1)];
+            keys.push_back(static_cast<int16_t>(key(v)));
+            expected.insert(expected.end(), v.begin(), v.end());
+        }
+        Stream s(codes * 2 + 64, static_cast<size_t>(randomIn(0, 31)));
+        int counted = -1;
+        ASSERT_EQ(zamsVLCCountBits_16s32s(keys.data(), codes, &counted, enc.spec()), zamStsOk);
+        ASSERT_EQ(zamsVLCEncodeBlock_16s1u(keys.data(), codes, &s.p, &s.offset, enc.spec()), zamStsOk);
+        EXPECT_EQ(static_cast<size_t>(counted), s.bitsFromStart());
+        const uint8_t* endP = s.p;
+        const int endOffset = s.offset;
+        for (const auto& widths : levelChoices(10)) {
+            DecodeSpec dec(decodeTable, widths, 4, 1);
+            ASSERT_EQ(dec.status, zamStsOk);
+            std::vector<int16_t> out(expected.size());
+            s.rewind();
+            ASSERT_EQ(zamsVLCDecodeUTupleBlock_1u16s(&s.p, &s.offset, out.data(), static_cast<int>(out.size()), dec.spec()),
+                      zamStsOk);
+            EXPECT_EQ(out, expected);
+            EXPECT_EQ(s.p, endP);
+            EXPECT_EQ(s.offset, endOffset);
+            s.rewind();
+            for (int i = 0; i < codes; ++i) ASSERT_EQ(zamsVLCDecodeUTupleOne_1u16s(&s.p, &s.offset, &out[4 * i], dec.spec()), zamStsOk);
+            EXPECT_EQ(out, expected);
+            EXPECT_EQ(s.p, endP);
+        }
+    }
+}
