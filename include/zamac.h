@@ -204,8 +204,8 @@ typedef struct VlcEncodeSpec VlcEncodeSpec;
  * the first pSubTablesSizes[0] bits of a code, each later level by the next
  * pSubTablesSizes[k] bits. The widths are used until their running sum first
  * reaches the longest code length; that width is cut so that the sum equals it,
- * and later widths are ignored. One level as wide as the longest code gives one
- * table read per code.
+ * and later widths are ignored ({4, 4, 4} for a longest code of 9 is used as
+ * {4, 4, 1}). One level as wide as the longest code gives one table read per code.
  *
  * Sizes: lenBits = smallest b with 2^b > the largest width used; valueBits =
  * smallest b >= 0 with 2^b >= the largest |value|; entries = sum over all tables of
@@ -237,9 +237,9 @@ typedef struct VlcEncodeSpec VlcEncodeSpec;
  *  6. a spec larger than 2^31 - 1 bytes: zamStsVlcTable.
  *  7. Init and InitAlloc: a collision: zamStsVlcTable, the memory partly written
  *     (tag set). InitAlloc: allocation failure: zamStsMemAlloc.
- * Init builds in the caller's memory at any address (the spec goes to its first
- * 64-byte boundary; the decoders accept the raw pointer). InitAlloc stores the start
- * of its zamMalloc block in *ppVLCSpec (nothing is stored on failure). */
+ * Init builds in the caller's memory at any address (the object goes to its first
+ * 64-byte boundary; the decoders accept the raw pointer). InitAlloc stores the
+ * start of its zamMalloc block in *ppVLCSpec (nothing is stored on failure). */
 ZamStatus zamsVLCDecodeGetSize_32s(const VlcEntry* pInputTable, int inputTableSize, const int* pSubTablesSizes,
                                    int numSubTables, int* pSize);
 ZamStatus zamsVLCDecodeInit_32s(const VlcEntry* pInputTable, int inputTableSize, const int* pSubTablesSizes,
@@ -258,7 +258,7 @@ ZamStatus zamsVLCDecodeUTupleInitAlloc_32s(const VlcEntry* pInputTable, int inpu
                                            const int* pSubTablesSizes, int numSubTables, int numElements,
                                            int numValueBits, VlcDecodeUTupleSpec** ppVLCSpec);
 /* Release: one function under two names. Ignores null, clears the tag without
- * checking it, and passes the pointer to zamFree only when InitAlloc made the spec. */
+ * checking it, and passes the pointer to zamFree only when InitAlloc made it. */
 void zamsVLCDecodeFree_32s(VlcDecodeSpec* pVLCSpec);
 void zamsVLCDecodeUTupleFree_32s(VlcDecodeUTupleSpec* pVLCSpec);
 
@@ -329,7 +329,7 @@ ZamStatus zamsVLCDecodeUTupleEscBlock_MP3_1u16s(uint8_t** ppBitStream, int* pBit
  * keep whatever the memory held and must not be encoded. InitAlloc does not test its
  * allocation: when zamMalloc fails it stores null in *ppVLCSpec and still returns
  * zamStsOk. Free ignores null, clears the tag without checking it, and releases the
- * memory only when InitAlloc made the spec. */
+ * memory only when InitAlloc made it. */
 ZamStatus zamsVLCEncodeGetSize_32s(const VlcEntry* pInputTable, int inputTableSize, int* pSize);
 ZamStatus zamsVLCEncodeInit_32s(const VlcEntry* pInputTable, int inputTableSize, VlcEncodeSpec* pVLCSpec);
 ZamStatus zamsVLCEncodeInitAlloc_32s(const VlcEntry* pInputTable, int inputTableSize, VlcEncodeSpec** ppVLCSpec);
