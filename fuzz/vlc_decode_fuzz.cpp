@@ -10,11 +10,6 @@
 
 #include "zamac.h"
 
-// The library archive is built without coverage instrumentation, so the builder
-// and the decoders are compiled into this target directly: the fuzzer then sees
-// their branches, and the archive's copies are never linked in.
-#include "../src/vlc/vlc_decode.cpp"
-#include "../src/vlc/vlc_decode_spec.cpp"
 
 namespace {
 
