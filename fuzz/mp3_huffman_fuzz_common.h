@@ -16,7 +16,7 @@ inline int runHuffman(const uint8_t* data, size_t size, Decoder which)
     Input in(data, size);
     const Mp3FrameHeader h = header(in);
     const Mp3SideInfo si = sideInfo(in);
-    const int32_t hufSize = in.field(si.part2_3_length > 0 ? si.part2_3_length + 1 : 1);
+    const int32_t hufSize = in.field(si.part2_3_length > 0 && si.part2_3_length < 4096 ? si.part2_3_length + 1 : 4096);
     const int32_t startOffset = in.field(8);
     // Band tables: mostly valid-looking, sometimes random.
     int16_t longTable[6 * 23], shortTable[6 * 14], mbp[6 * 2];
