@@ -305,7 +305,8 @@ ZamStatus zamsPackScaleFactors_MP3_8s1u(const int8_t* pSrcScaleFactor, uint8_t**
  * region 1 runs to 2 * big_values, no region 2.
  * Checks, in order: ppBitStream, pOffset, pDstIs, pDstNonZeroBound, pSideInfo,
  * pFrameHeader, pSfbTableLong null, then *ppBitStream null -> zamStsNullPtr;
- * *pOffset above 7, hufSize negative or above part2_3_length -> zamStsBadArg;
+ * *pOffset above 7 (unsigned), hufSize negative or above part2_3_length ->
+ * zamStsBadArg;
  * big_values above 288, block_type above 3, window_switching_flag or
  * count1table_select above 1 (all unsigned) -> zamStsMp3SideInfoErr; ID above 1 or
  * layer not 1, then sampling_frequency above 2 -> zamStsMp3FrameHeaderErr; window

@@ -81,12 +81,13 @@ private:
     int count_ = 0;
 };
 
-// Applies a sign bit to a non-zero magnitude (1 = negative).
+// Applies the sign bit that follows a non-zero magnitude (1 = negative). Written
+// without branches: zero and non-zero values alternate unpredictably.
 inline int32_t withSign(BitReader& br, int32_t magnitude)
 {
-    if (magnitude == 0) return 0;
-    const int32_t negative = static_cast<int32_t>(br.topBit());
-    br.consume(1);
+    const int nonZero = magnitude != 0;
+    const int32_t negative = static_cast<int32_t>(br.topBit()) & nonZero;
+    br.consume(nonZero);
     return (magnitude ^ -negative) + negative;
 }
 
