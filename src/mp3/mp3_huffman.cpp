@@ -113,11 +113,21 @@ void decodePairs(BitReader& br, int32_t* dst, int from, int to, uint32_t tableNu
     const int maxLength = info.maxCodeLength;
     const int linbits = info.linbits;
     if (linbits == 0) {
+        // Code and sign bits in one walk.
+        const uint16_t* signedTable = kPairSignedDecode + info.signedDecodeOffset;
+        const int signedPrimary = info.signedPrimaryBits;
         for (int i = from; i < to; i += 2) {
             br.ensure(maxLength + 2);
-            const uint32_t e = decodePairCode(br, table, primary);
-            dst[i] = withSign(br, static_cast<int32_t>((e >> 4) & 15));
-            dst[i + 1] = withSign(br, static_cast<int32_t>(e & 15));
+            uint32_t e = signedTable[br.peek(signedPrimary)];
+            int width = signedPrimary;
+            while (e & kDecodePointer) {
+                br.consume(width);
+                width = static_cast<int>((e >> 12) & 7) + 1;
+                e = signedTable[(e & 0xFFF) + br.peek(width)];
+            }
+            br.consume(static_cast<int>((e >> 10) & 31));
+            dst[i] = static_cast<int32_t>(e << 22) >> 27;
+            dst[i + 1] = static_cast<int32_t>(e << 27) >> 27;
         }
         return;
     }
@@ -216,28 +226,20 @@ ZamStatus decodeSpectrum(const uint8_t** ppBitStream, int32_t* pOffset, int32_t*
     }
 
     const int count1Start = i;
-    if (si->count1table_select == 0) {
-        while (i < kCount1Stop && br.consumed() < hufSize) {
-            br.ensure(10);
-            const uint32_t e = kQuadADecode[br.peek(6)];
-            br.consume(static_cast<int>(e >> 4));
-            pDstIs[i] = withSign(br, (e >> 3) & 1);
-            pDstIs[i + 1] = withSign(br, (e >> 2) & 1);
-            pDstIs[i + 2] = withSign(br, (e >> 1) & 1);
-            pDstIs[i + 3] = withSign(br, e & 1);
-            i += 4;
-        }
-    } else {
-        while (i < kCount1Stop && br.consumed() < hufSize) {
-            br.ensure(8);
-            const uint32_t v = ~br.peek(4) & 15;
-            br.consume(4);
-            pDstIs[i] = withSign(br, (v >> 3) & 1);
-            pDstIs[i + 1] = withSign(br, (v >> 2) & 1);
-            pDstIs[i + 2] = withSign(br, (v >> 1) & 1);
-            pDstIs[i + 3] = withSign(br, v & 1);
-            i += 4;
-        }
+    const bool tableB = si->count1table_select != 0;
+    const uint32_t* quadValues = tableB ? kQuadBSigned : kQuadASigned;
+    const uint8_t* quadLengths = tableB ? kQuadBSignedLength : kQuadASignedLength;
+    const int quadBits = tableB ? 8 : 10;
+    while (i < kCount1Stop && br.consumed() < hufSize) {
+        br.ensure(quadBits);
+        const uint32_t index = br.peek(quadBits);
+        const uint32_t packed = quadValues[index];
+        br.consume(quadLengths[index]);
+        pDstIs[i] = static_cast<int8_t>(packed);
+        pDstIs[i + 1] = static_cast<int8_t>(packed >> 8);
+        pDstIs[i + 2] = static_cast<int8_t>(packed >> 16);
+        pDstIs[i + 3] = static_cast<int8_t>(packed >> 24);
+        i += 4;
     }
     const int64_t leftover = hufSize - br.consumed();
     if (leftover < 0) i -= 4;  // the quadruple that ran over the budget is dropped

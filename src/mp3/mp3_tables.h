@@ -9,12 +9,14 @@ namespace zam::mp3 {
 // One big-values Huffman table. Tables 16..23 and 24..31 share their code arrays
 // and differ only in linbits. Tables 0, 4 and 14 carry no code (size 0).
 struct PairTableInfo {
-    uint16_t decodeOffset;  // first entry in kPairDecode
-    uint16_t encodeOffset;  // first entry in kPairEncode
-    uint8_t primaryBits;    // width of the first look-up level
+    uint16_t decodeOffset;        // first entry in kPairDecode
+    uint16_t encodeOffset;        // first entry in kPairEncode
+    uint16_t signedDecodeOffset;  // first entry in kPairSignedDecode (no linbits only)
+    uint8_t primaryBits;          // width of the first look-up level
     uint8_t linbits;
     uint8_t maxCodeLength;
-    uint8_t size;           // x and y run over 0..size-1
+    uint8_t size;                 // x and y run over 0..size-1
+    uint8_t signedPrimaryBits;    // 0 for tables with linbits
 };
 
 // Decode entries, 16 bits each:
@@ -26,13 +28,22 @@ constexpr uint16_t kDecodePointer = 0x8000;
 
 extern const PairTableInfo kPairTables[32];
 extern const uint16_t kPairDecode[];
+// Tables without linbits: the codes extended by their sign bits, so that one walk
+// yields signed values. Leaves: bit 15 clear; bits 10..14 bits used at this level,
+// bits 5..9 x and bits 0..4 y as 5-bit two's complement. Pointers as above.
+extern const uint16_t kPairSignedDecode[];
 // (code << 8) | length, indexed x * size + y.
 extern const uint32_t kPairEncode[];
-// Count-1 table A through a 6-bit look-up: (length << 4) | vwxy.
-extern const uint8_t kQuadADecode[64];
 // Count-1 table A codes: (code << 8) | length, indexed by vwxy. Table B is the
 // 4-bit complement of vwxy.
 extern const uint16_t kQuadAEncode[16];
+// Count-1 quadruples decoded with their sign bits at once, indexed by the next 10
+// (table A) or 8 (table B) bits: the values v, w, x, y as signed bytes from the low
+// byte up, and the number of bits they take.
+extern const uint32_t kQuadASigned[1024];
+extern const uint8_t kQuadASignedLength[1024];
+extern const uint32_t kQuadBSigned[256];
+extern const uint8_t kQuadBSignedLength[256];
 // Long band boundaries, row = ID * 3 + sampling_frequency.
 extern const int16_t kSfbLongBuiltIn[6][23];
 
