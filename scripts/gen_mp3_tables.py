@@ -4,14 +4,13 @@
 Run from the repository root:  python3 scripts/gen_mp3_tables.py
 The output is committed; run again only when the table files change.
 
-Decode tables are multi-level look-up tables of 16-bit entries:
-  leaf:    bit 15 = 0, bits 8..12 = code bits used at this level, bits 4..7 = x, bits 0..3 = y
+Decode tables are multi-level look-up tables of 16-bit entries over each code
+extended by its sign bits, so that one walk yields signed values:
   pointer: bit 15 = 1, bits 12..14 = sub-table width - 1, bits 0..11 = sub-table start
            (relative to the table's first entry); the level's full width is consumed first.
-Tables without linbits also get a decode table of their codes extended by the sign
-bits, whose leaves hold signed values:
-  leaf:    bit 15 = 0, bits 10..14 = bits used at this level, bits 5..9 = x, bits 0..4 = y
-           (5-bit two's complement)
+  leaf:    bit 15 = 0, bit 14 = escape (a 15 with linbits: x, y are magnitudes, the
+           signs follow the linbits), bits 10..13 = bits used at this level,
+           bits 5..9 = x, bits 0..4 = y (5-bit two's complement)
 Encode tables hold (code << 8) | length per (x, y), row-major with the table's own width.
 """
 import os
@@ -91,31 +90,17 @@ def build_level(codes, width, entries, base):
         build_level(group, sub_width, entries, sub_base)
 
 
-def encode_entries(entries):
-    out = []
-    for e in entries:
-        assert e is not None, "incomplete code"
-        if e[0] == "leaf":
-            _, length, (x, y) = e
-            assert 1 <= length <= 31 and x < 16 and y < 16
-            out.append((length << 8) | (x << 4) | y)
-        else:
-            _, width, start = e
-            assert 1 <= width <= 8 and start < 4096
-            out.append(0x8000 | ((width - 1) << 12) | start)
-    return out
-
-
 def encode_signed_entries(entries):
-    """Leaves of the codes extended by their sign bits: length in bits 10..14, x and
-    y as 5-bit two's complement in bits 5..9 and 0..4."""
+    """Leaves of the codes extended by their sign bits: length in bits 10..13, x and
+    y as 5-bit two's complement in bits 5..9 and 0..4; bit 14 marks an escape leaf
+    (a value 15 followed by linbits), whose x and y are magnitudes without signs."""
     out = []
     for e in entries:
         assert e is not None, "incomplete code"
         if e[0] == "leaf":
-            _, length, (x, y) = e
-            assert 1 <= length <= 31 and -15 <= x <= 15 and -15 <= y <= 15
-            out.append((length << 10) | ((x & 31) << 5) | (y & 31))
+            _, length, (x, y, escape) = e
+            assert 1 <= length <= 15 and -15 <= x <= 15 and -15 <= y <= 15
+            out.append((escape << 14) | (length << 10) | ((x & 31) << 5) | (y & 31))
         else:
             _, width, start = e
             assert 1 <= width <= 8 and start < 4096
@@ -123,14 +108,18 @@ def encode_signed_entries(entries):
     return out
 
 
-def with_signs(codes):
-    """A code without linbits extended by its sign bits: (bits, (x, y)) with x, y signed."""
+def with_signs(codes, linbits):
+    """A code extended by its sign bits: (bits, (x, y, escape)) with x, y signed. With
+    linbits, a pair holding a 15 keeps its plain code (the signs follow the linbits)."""
     out = []
     for x, y, c in codes:
+        if linbits and (x == 15 or y == 15):
+            out.append((c, (x, y, 1)))
+            continue
         for sx in ([0, 1] if x else [0]):
             for sy in ([0, 1] if y else [0]):
                 bits = c + ("1" if sx else "0") * (x != 0) + ("1" if sy else "0") * (y != 0)
-                out.append((bits, (-x if sx else x, -y if sy else y)))
+                out.append((bits, (-x if sx else x, -y if sy else y, 0)))
     return out
 
 
@@ -147,12 +136,12 @@ def main():
     sfb = read_sfb()
 
     # Tables sharing one code (16..23, 24..31) share their decode and encode arrays.
-    decode_all, encode_all, signed_all = [], [], []
+    encode_all, signed_all = [], []
     info = {}
     shared = {}
     for t in range(32):
         if t not in pairs:
-            info[t] = (0, 0, 0, 0, 0, 0, 0, 0)
+            info[t] = (0, 0, 0, 0, 0, 0)
             continue
         codes = pairs[t]["codes"]
         key = tuple(codes)
@@ -160,27 +149,20 @@ def main():
         assert len(codes) == n * n
         max_len = max(len(c) for _, _, c in codes)
         if key not in shared:
-            primary = min(PRIMARY_BITS, max_len)
-            entries = [None] * (1 << primary)
-            build_level([(c, (x, y)) for x, y, c in codes], primary, entries, 0)
-            dec_off = len(decode_all)
-            decode_all.extend(encode_entries(entries))
-            signed_off, signed_primary = 0, 0
-            if pairs[t]["linbits"] == 0:
-                signed_primary = min(PRIMARY_BITS, max_len + 2)
-                entries = [None] * (1 << signed_primary)
-                build_level(with_signs(codes), signed_primary, entries, 0)
-                signed_off = len(signed_all)
-                signed_all.extend(encode_signed_entries(entries))
+            signed_primary = min(PRIMARY_BITS, max_len + 2)
+            entries = [None] * (1 << signed_primary)
+            build_level(with_signs(codes, pairs[t]["linbits"]), signed_primary, entries, 0)
+            signed_off = len(signed_all)
+            signed_all.extend(encode_signed_entries(entries))
             enc_off = len(encode_all)
             enc = [0] * (n * n)
             for x, y, c in codes:
                 enc[x * n + y] = (int(c, 2) << 8) | len(c)
             encode_all.extend(enc)
-            shared[key] = (dec_off, primary, enc_off, signed_off, signed_primary)
-        dec_off, primary, enc_off, signed_off, signed_primary = shared[key]
-        info[t] = (dec_off, primary, pairs[t]["linbits"], max_len, n, enc_off, signed_off, signed_primary)
-    assert len(decode_all) < 65536
+            shared[key] = (enc_off, signed_off, signed_primary)
+        enc_off, signed_off, signed_primary = shared[key]
+        info[t] = (signed_off, enc_off, signed_primary, pairs[t]["linbits"], max_len, n)
+    assert len(signed_all) < 65536
 
     quad_a_decode = [None] * 64
     quad_a_encode = [0] * 16
@@ -240,15 +222,11 @@ def main():
     out.append("")
     out.append("const PairTableInfo kPairTables[32] = {")
     for t in range(32):
-        d, p, lb, ml, n, e, so, sp = info[t]
-        out.append(f"    {{{d}, {e}, {so}, {p}, {lb}, {ml}, {n}, {sp}}},  // table {t}")
+        d, e, p, lb, ml, n = info[t]
+        out.append(f"    {{{d}, {e}, {p}, {lb}, {ml}, {n}}},  // table {t}")
     out.append("};")
     out.append("")
-    out.append(f"alignas(64) const uint16_t kPairDecode[{len(decode_all)}] = {{")
-    out.append(c_array(decode_all, 12, lambda v: f"0x{v:04X}"))
-    out.append("};")
-    out.append("")
-    out.append(f"alignas(64) const uint16_t kPairSignedDecode[{len(signed_all)}] = {{")
+    out.append(f"alignas(64) const uint16_t kPairDecode[{len(signed_all)}] = {{")
     out.append(c_array(signed_all, 12, lambda v: f"0x{v:04X}"))
     out.append("};")
     out.append("")
@@ -285,7 +263,7 @@ def main():
     out.append("")
     with open(OUT, "w") as f:
         f.write("\n".join(out))
-    print(f"wrote {OUT}: {len(decode_all)} + {len(signed_all)} decode entries, {len(encode_all)} encode entries")
+    print(f"wrote {OUT}: {len(signed_all)} decode entries, {len(encode_all)} encode entries")
 
 
 if __name__ == "__main__":

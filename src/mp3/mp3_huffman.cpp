@@ -91,8 +91,8 @@ inline int32_t withSign(BitReader& br, int32_t magnitude)
     return (magnitude ^ -negative) + negative;
 }
 
-// Decodes one pair code through the multi-level table; returns the leaf entry.
-inline uint32_t decodePairCode(BitReader& br, const uint16_t* table, int primaryBits)
+// Walks the sign-extended table of a pair code; returns the leaf.
+inline uint32_t decodeSignedPair(BitReader& br, const uint16_t* table, int primaryBits)
 {
     uint32_t e = table[br.peek(primaryBits)];
     int width = primaryBits;
@@ -101,41 +101,31 @@ inline uint32_t decodePairCode(BitReader& br, const uint16_t* table, int primary
         width = static_cast<int>((e >> 12) & 7) + 1;
         e = table[(e & 0xFFF) + br.peek(width)];
     }
-    br.consume(static_cast<int>((e >> 8) & 31));
+    br.consume(static_cast<int>((e >> 10) & 15));
     return e;
 }
+
+inline int32_t signedX(uint32_t e) { return static_cast<int32_t>(e << 22) >> 27; }
+inline int32_t signedY(uint32_t e) { return static_cast<int32_t>(e << 27) >> 27; }
 
 void decodePairs(BitReader& br, int32_t* dst, int from, int to, uint32_t tableNumber)
 {
     const PairTableInfo& info = kPairTables[tableNumber];
     const uint16_t* table = kPairDecode + info.decodeOffset;
     const int primary = info.primaryBits;
-    const int maxLength = info.maxCodeLength;
+    const int maxLength = info.maxCodeLength + 2;
     const int linbits = info.linbits;
-    if (linbits == 0) {
-        // Code and sign bits in one walk.
-        const uint16_t* signedTable = kPairSignedDecode + info.signedDecodeOffset;
-        const int signedPrimary = info.signedPrimaryBits;
-        for (int i = from; i < to; i += 2) {
-            br.ensure(maxLength + 2);
-            uint32_t e = signedTable[br.peek(signedPrimary)];
-            int width = signedPrimary;
-            while (e & kDecodePointer) {
-                br.consume(width);
-                width = static_cast<int>((e >> 12) & 7) + 1;
-                e = signedTable[(e & 0xFFF) + br.peek(width)];
-            }
-            br.consume(static_cast<int>((e >> 10) & 31));
-            dst[i] = static_cast<int32_t>(e << 22) >> 27;
-            dst[i + 1] = static_cast<int32_t>(e << 27) >> 27;
-        }
-        return;
-    }
     for (int i = from; i < to; i += 2) {
         br.ensure(maxLength);
-        const uint32_t e = decodePairCode(br, table, primary);
-        int32_t x = static_cast<int32_t>((e >> 4) & 15);
-        int32_t y = static_cast<int32_t>(e & 15);
+        const uint32_t e = decodeSignedPair(br, table, primary);
+        if (!(e & kSignedEscape)) {
+            dst[i] = signedX(e);
+            dst[i + 1] = signedY(e);
+            continue;
+        }
+        // A 15 with linbits: x linbits, x sign, y linbits, y sign.
+        int32_t x = static_cast<int32_t>((e >> 5) & 31);
+        int32_t y = static_cast<int32_t>(e & 31);
         br.ensure(linbits + 1);
         if (x == 15) {
             x += static_cast<int32_t>(br.peek(linbits));

@@ -9,29 +9,27 @@ namespace zam::mp3 {
 // One big-values Huffman table. Tables 16..23 and 24..31 share their code arrays
 // and differ only in linbits. Tables 0, 4 and 14 carry no code (size 0).
 struct PairTableInfo {
-    uint16_t decodeOffset;        // first entry in kPairDecode
-    uint16_t encodeOffset;        // first entry in kPairEncode
-    uint16_t signedDecodeOffset;  // first entry in kPairSignedDecode (no linbits only)
-    uint8_t primaryBits;          // width of the first look-up level
+    uint16_t decodeOffset;  // first entry in kPairDecode
+    uint16_t encodeOffset;  // first entry in kPairEncode
+    uint8_t primaryBits;    // width of the first look-up level
     uint8_t linbits;
-    uint8_t maxCodeLength;
-    uint8_t size;                 // x and y run over 0..size-1
-    uint8_t signedPrimaryBits;    // 0 for tables with linbits
+    uint8_t maxCodeLength;  // without sign bits
+    uint8_t size;           // x and y run over 0..size-1
 };
 
-// Decode entries, 16 bits each:
-//   leaf:    bit 15 clear; bits 8..12 code bits used at this level, bits 4..7 x, bits 0..3 y
+// Decode entries, 16 bits each, over the codes extended by their sign bits, so that
+// one walk yields signed values:
+//   leaf:    bit 15 clear; bit 14 escape (a pair holding 15 in a table with linbits:
+//            x and y are magnitudes, linbits and signs follow); bits 10..13 bits used
+//            at this level; bits 5..9 x and bits 0..4 y as 5-bit two's complement
 //   pointer: bit 15 set; bits 12..14 sub-table width - 1, bits 0..11 sub-table start
 //            relative to the table's first entry. The current level's whole width is
 //            consumed before the sub-table is indexed.
 constexpr uint16_t kDecodePointer = 0x8000;
+constexpr uint16_t kSignedEscape = 0x4000;
 
 extern const PairTableInfo kPairTables[32];
 extern const uint16_t kPairDecode[];
-// Tables without linbits: the codes extended by their sign bits, so that one walk
-// yields signed values. Leaves: bit 15 clear; bits 10..14 bits used at this level,
-// bits 5..9 x and bits 0..4 y as 5-bit two's complement. Pointers as above.
-extern const uint16_t kPairSignedDecode[];
 // (code << 8) | length, indexed x * size + y.
 extern const uint32_t kPairEncode[];
 // Count-1 table A codes: (code << 8) | length, indexed by vwxy. Table B is the
