@@ -429,6 +429,10 @@ typedef struct Mp3SideInfo {
 } Mp3SideInfo;
 
 
+/* Readers take the stream as `const uint8_t**`, writers as `uint8_t**`; both are
+ * advanced in place. Functions with a bit offset (int32_t*, 0..7 from the most
+ * significant bit) move it too. */
+
 /* ---------------------------------------------------------------- MP3 frame
  * Frame header and side information sit on byte boundaries and have whole numbers
  * of bytes, so these four take only a byte pointer (read or written in place, and
@@ -548,7 +552,8 @@ ZamStatus zamsPackScaleFactors_MP3_8s1u(const int8_t* pSrcScaleFactor, uint8_t**
  * 0; *pDstNonZeroBound is one past the last non-zero line (0 if none). hufSize 0
  * reads nothing and gives 576 zeros after the side-information checks.
  * Bits are read through a byte-refilled accumulator that never touches more than
- * three bytes after the byte holding the budget's last bit.
+ * three bytes after the byte holding the budget's last bit; past them it reads
+ * zeros, which can only change lines decoded from bits beyond the budget.
  * Table numbers are checked region by region as each is reached (an empty region
  * counts as reached): an error at region 1 or 2 leaves the earlier regions decoded
  * and the cursor after them. When the big-values zone uses more than hufSize bits,
@@ -557,10 +562,13 @@ ZamStatus zamsPackScaleFactors_MP3_8s1u(const int8_t* pSrcScaleFactor, uint8_t**
 
 /* Decoding with the caller's long band table. Window-switching granules: region 0
  * is 36 lines (MPEG-1, or block_type 2) or 54 lines (MPEG-2 start and stop blocks),
- * region 1 runs to 2 * big_values, no region 2.
+ * region 1 runs to 2 * big_values, no region 2. (These fixed sizes fit the ISO
+ * rates and MPEG-2.5 at 11.025 and 12 kHz; window-switching granules at 8 kHz need
+ * zamsHuffmanDecodeSfbMbp_MP3_1u32s with the 8 kHz band tables.)
  * Checks, in order: ppBitStream, pOffset, pDstIs, pDstNonZeroBound, pSideInfo,
  * pFrameHeader, pSfbTableLong null, then *ppBitStream null -> zamStsNullPtr;
- * *pOffset above 7, hufSize negative or above part2_3_length -> zamStsBadArg;
+ * *pOffset above 7 (unsigned), hufSize negative or above part2_3_length ->
+ * zamStsBadArg;
  * big_values above 288, block_type above 3, window_switching_flag or
  * count1table_select above 1 (all unsigned) -> zamStsMp3SideInfoErr; ID above 1 or
  * layer not 1, then sampling_frequency above 2 -> zamStsMp3FrameHeaderErr; window
