@@ -141,10 +141,13 @@ def main():
             vs_faad = ref_pair = "n/a (faad: implicit SBR)"
             if rate > 24000:
                 run(["faad", "-q", "-o", base + ".faad.wav", aac])
-                # faad writes 8 channels in the order of the elements.
-                vs_faad = cell(base + ".faad.wav", "2,6,7,0,1,4,5,3" if channels == 8 else None)
-                f = compare(base + ".ffmpeg.wav", base + ".faad.wav", None,
-                            "1,2,0,7,5,6,3,4" if channels == 8 else None)
+                # faad writes 3, 4, 5 and 8 channels in the order of the elements
+                # (centre first); (faad channel for each zamac channel, for each ffmpeg channel).
+                to_zamac, to_ffmpeg = {3: ("2,0,1", "1,2,0"), 4: ("2,0,1,3", "1,2,0,3"),
+                                       5: ("2,0,1,3,4", "1,2,0,3,4"),
+                                       8: ("2,6,7,0,1,4,5,3", "1,2,0,7,5,6,3,4")}.get(channels, (None, None))
+                vs_faad = cell(base + ".faad.wav", to_zamac)
+                f = compare(base + ".ffmpeg.wav", base + ".faad.wav", None, to_ffmpeg)
                 ref_pair = "%s dB / %s" % (f["psnr"], f["maxdiff"])
             print("| %s (%d Hz, %d ch, %s) | %s | %s | %s |" % (name, rate, channels, bitrate, vs_ffmpeg, vs_faad,
                                                              ref_pair))
