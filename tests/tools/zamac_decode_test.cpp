@@ -384,6 +384,51 @@ TEST(ZamacDecode, AdifGivesTheSamePcmAsAdts)
     EXPECT_EQ(x.samples, y.samples);
 }
 
+// Every frame of a mono stream gets a coupling channel element in front of its SCE:
+// one coupled CPE target with both channels (so one common gain element, code "0"),
+// and an empty long-window channel stream. Coupling is skipped, so the PCM must not change.
+std::string withCouplingElements(const std::string& adts)
+{
+    std::string out;
+    for (size_t at = 0; at + 7 <= adts.size();) {
+        const size_t length = (static_cast<uint8_t>(adts[at + 3]) & 3u) << 11 |
+                              static_cast<uint8_t>(adts[at + 4]) << 3 | static_cast<uint8_t>(adts[at + 5]) >> 5;
+        BitWriter w;
+        w.put(2, 3), w.put(0, 4);           // ID_CCE, element_instance_tag
+        w.put(1, 1), w.put(0, 3);           // ind_sw_cce_flag, num_coupled_elements 0 (one target)
+        w.put(1, 1), w.put(0, 4);           // cc_target_is_cpe, cc_target_tag_select
+        w.put(1, 1), w.put(1, 1);           // cc_l, cc_r: a second gain element list
+        w.put(0, 1), w.put(0, 1), w.put(0, 2);  // cc_domain, gain_element_sign, gain_element_scale
+        w.put(100, 8);                      // global_gain
+        w.put(0, 1), w.put(0, 2), w.put(0, 1), w.put(0, 6), w.put(0, 1);  // ics_info: long, max_sfb 0
+        w.put(0, 1), w.put(0, 1), w.put(0, 1);  // no pulse, TNS or gain control data
+        w.put(0, 1);                        // common gain element: scale-factor code "0"
+        for (size_t i = 7; i < length; ++i) w.put(static_cast<uint8_t>(adts[at + i]), 8);
+        std::string frame = adts.substr(at, 7) + w.bytes();
+        const size_t newLength = frame.size();
+        frame[3] = static_cast<char>((frame[3] & 0xFC) | (newLength >> 11));
+        frame[4] = static_cast<char>(newLength >> 3);
+        frame[5] = static_cast<char>((frame[5] & 0x1F) | ((newLength & 7) << 5));
+        out += frame;
+        at += length;
+    }
+    return out;
+}
+
+TEST(ZamacDecode, CouplingChannelElementsAreSkipped)
+{
+    TempDir dir;
+    const std::string sample = kSamples + "music-22k-mono.aac";
+    spit(dir / "cce.aac", withCouplingElements(slurp(sample)));
+    const RunResult a = run(kTool + " -o '" + (dir / "plain.wav") + "' '" + sample + "'", dir);
+    const RunResult b = run(kTool + " -o '" + (dir / "cce.wav") + "' '" + (dir / "cce.aac") + "'", dir);
+    ASSERT_EQ(a.exitCode, 0);
+    ASSERT_EQ(b.exitCode, 0) << b.err;
+    EXPECT_NE(b.err.find("coupling channel elements; they are skipped"), std::string::npos) << b.err;
+    EXPECT_NE(b.err.find("(0 concealed)"), std::string::npos) << b.err;
+    EXPECT_EQ(readWav(dir / "plain.wav").samples, readWav(dir / "cce.wav").samples);
+}
+
 // ------------------------------------------------------------------ damaged input
 
 struct Damage {
