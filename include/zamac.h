@@ -153,11 +153,473 @@ ZamStatus zamsScale_32f_I(float* pSrcDst, const float* pScale, const int* pBandO
  * Variable-length coding
  * ====================================================================== */
 
+/* Prefix (Huffman) codes supplied by the caller: decode specs built from a list of
+ * code words, decoding of single values, tuples and the AAC and MP3 escape
+ * conventions, encoding and bit counting.
+ *
+ * Stream access. These operations address the stream as big-endian 32-bit words
+ * at 4-byte-aligned addresses: the word in use is the one holding the cursor byte
+ * (rounded down to a multiple of 4), the bit position in it is 8 * (pointer mod 4)
+ * + offset. Decoders therefore may read up to 3 bytes before the cursor byte and
+ * up to the end of the aligned word after the one that holds the last bit they
+ * consume; encoders read and write the aligned words they touch. After a write,
+ * the bits of the final word after the cursor are ones (or, when the last single
+ * write ran into a new word, that word's previous bytes read little-endian); the
+ * next code overwrites them.
+ *
+ * Status asymmetry kept on purpose: the non-escape operations report a bit offset
+ * above 7 and a wrong spec tag both as zamStsVlcArg; the escape operations (names
+ * with _AAC or _MP3) report them as zamStsBitOffset and zamStsContextMismatch. */
+
+/* One code word of a caller's code table. */
+typedef struct VlcEntry {
+    int32_t value;   /* decoded value; for tuple codes the packed tuple, element 0 in the top field */
+    int32_t code;    /* the code word's bits, right-aligned; only the low `length` bits count */
+    int32_t length;  /* 1..32 */
+} VlcEntry;
+
+/* Decode specs (tag "`AMC"); the plain and the tuple spec are one kind of object.
+ * Layout, at the first 64-byte boundary of the memory: tag, ownership flag (1 from
+ * InitAlloc, 0 from Init), peek width (the longest code length), 64-bit table
+ * pointer (header start + 64), element width (8, 16 or 32), lenBits; the tuple spec
+ * adds the element count and the bits per element. The table is an array of
+ * elements: the root table at element 0, each (sub-)table a header element holding
+ * its width w followed by its 2^w slots. Slot bit 0 = 1: a leaf, bits 1..lenBits
+ * hold the code bits resolved at that level, the bits above hold the value (signed
+ * for plain specs). Bit 0 = 0: a link, bits 1 and up hold the element index of the
+ * next level's table header. 0xFE / 0xFFFE / 0xFFFFFFFE: empty. Sub-tables are laid
+ * out in the order the build first needs them. */
+typedef struct VlcDecodeSpec VlcDecodeSpec;
+typedef struct VlcDecodeSpec VlcDecodeUTupleSpec;
+
+/* Encode spec (tag "_AMC", stored as the sixth 32-bit word): a 64-byte header
+ * (64-bit lengths pointer, value offset = minus the smallest value, index bits k,
+ * ownership flag, tag) followed by 2^k 32-bit code lengths and one 32-bit code per
+ * value of the table's range, both indexed by value + offset. */
+typedef struct VlcEncodeSpec VlcEncodeSpec;
+
+/* ---- decode specs ----
+ *
+ * pSubTablesSizes holds numSubTables level widths: the root table is indexed by
+ * the first pSubTablesSizes[0] bits of a code, each later level by the next
+ * pSubTablesSizes[k] bits. The widths are used until their running sum first
+ * reaches the longest code length; that width is cut so that the sum equals it,
+ * and later widths are ignored. One level as wide as the longest code gives one
+ * table read per code.
+ *
+ * Sizes: lenBits = smallest b with 2^b > the largest width used; valueBits =
+ * smallest b >= 0 with 2^b >= the largest |value|; entries = sum over all tables of
+ * 2^width + 1; indexBits = smallest b with 2^b - 1 >= entries + 1. Bits per element:
+ * plain max(valueBits + lenBits + 2, indexBits + 1), tuple max(numElements *
+ * numValueBits + lenBits + 1, indexBits + 1); the element width is the narrowest of
+ * 8, 16, 32 that holds them. A plain value of magnitude exactly 2^valueBits needs one
+ * bit more than that rule gives and decodes correctly only when the element width
+ * leaves room for it (so -4..4 works: valueBits 2, 8-bit elements hold +4).
+ * Plain values wider than the element allows are stored truncated.
+ *
+ * Spec size: entries * (element width / 8) + 160 bytes, + 176 for the tuple spec.
+ *
+ * Build: every table element is first set to the empty marker; the entries are
+ * then entered in the caller's order. A code whose path (at a level above the one
+ * where it ends) meets a leaf is a collision: zamStsVlcTable. At the level where it
+ * ends, a code takes its run of slots whatever they held, so a shorter code entered
+ * after a longer one it prefixes overwrites it without an error.
+ *
+ * Checks, in order, for GetSize, Init and InitAlloc:
+ *  1. pInputTable, pSubTablesSizes or the output (pSize, pVLCSpec, ppVLCSpec) null:
+ *     zamStsNullPtr.
+ *  2. tuple only: numElements or numValueBits below 1: zamStsBadArg.
+ *  3. inputTableSize below 1, or any entry's length outside 1..32: zamStsVlcTable.
+ *  4. a width below 1 before the longest code is reached, or widths summing to less
+ *     than it: zamStsVlcTable.
+ *  5. tuple only: bits per element above 32: zamStsBadArg (the tuple GetSize still
+ *     writes the entry count to *pSize first).
+ *  6. a spec larger than 2^31 - 1 bytes: zamStsVlcTable.
+ *  7. Init and InitAlloc: a collision: zamStsVlcTable, the memory partly written
+ *     (tag set). InitAlloc: allocation failure: zamStsMemAlloc.
+ * Init builds in the caller's memory at any address (the spec goes to its first
+ * 64-byte boundary; the decoders accept the raw pointer). InitAlloc stores the start
+ * of its zamMalloc block in *ppVLCSpec (nothing is stored on failure). */
+ZamStatus zamsVLCDecodeGetSize_32s(const VlcEntry* pInputTable, int inputTableSize, const int* pSubTablesSizes,
+                                   int numSubTables, int* pSize);
+ZamStatus zamsVLCDecodeInit_32s(const VlcEntry* pInputTable, int inputTableSize, const int* pSubTablesSizes,
+                                int numSubTables, VlcDecodeSpec* pVLCSpec);
+ZamStatus zamsVLCDecodeInitAlloc_32s(const VlcEntry* pInputTable, int inputTableSize, const int* pSubTablesSizes,
+                                     int numSubTables, VlcDecodeSpec** ppVLCSpec);
+/* Tuple codes: each value packs numElements unsigned magnitudes of numValueBits
+ * bits, element 0 in the most significant field. */
+ZamStatus zamsVLCDecodeUTupleGetSize_32s(const VlcEntry* pInputTable, int inputTableSize,
+                                         const int* pSubTablesSizes, int numSubTables, int numElements,
+                                         int numValueBits, int* pSize);
+ZamStatus zamsVLCDecodeUTupleInit_32s(const VlcEntry* pInputTable, int inputTableSize, const int* pSubTablesSizes,
+                                      int numSubTables, int numElements, int numValueBits,
+                                      VlcDecodeUTupleSpec* pVLCSpec);
+ZamStatus zamsVLCDecodeUTupleInitAlloc_32s(const VlcEntry* pInputTable, int inputTableSize,
+                                           const int* pSubTablesSizes, int numSubTables, int numElements,
+                                           int numValueBits, VlcDecodeUTupleSpec** ppVLCSpec);
+/* Release: one function under two names. Ignores null, clears the tag without
+ * checking it, and passes the pointer to zamFree only when InitAlloc made the spec. */
+void zamsVLCDecodeFree_32s(VlcDecodeSpec* pVLCSpec);
+void zamsVLCDecodeUTupleFree_32s(VlcDecodeUTupleSpec* pVLCSpec);
+
+/* ---- decoding ----
+ *
+ * Each code is resolved with one table read per level and the cursor moves on by
+ * its length; values are stored truncated to 16 bits. The decoders do not test
+ * for the empty marker as such, but a bit pattern that is no code of the table
+ * (it reaches an empty slot) stops the operation with zamStsVlcArg: values decoded
+ * before it stay written, the cursor is not updated.
+ *
+ * Checks of One, Block, UTupleOne, UTupleBlock, in order: a null pointer
+ * (ppBitStream, *ppBitStream, pBitOffset, pData, pVLCSpec) -> zamStsNullPtr; offset
+ * outside 0..7 or wrong tag -> zamStsVlcArg. dstLen of 0 or less decodes nothing and
+ * leaves the cursor as it was.
+ *
+ * Checks of the escape blocks, in order: a null pointer -> zamStsNullPtr; offset
+ * outside 0..7 -> zamStsBitOffset; wrong tag -> zamStsContextMismatch; MP3 only:
+ * linbits outside 0..31 -> zamStsBadArg.
+ *
+ * Pair values (escape blocks): a code's value is x * 256 + (y + 128); x = value >> 8
+ * (arithmetic), y = (value & 255) - 128, written x first. Only the even part of
+ * dstLen is used: an odd last value is not decoded.
+ * AAC escape: an x or y of +16 or -16 is followed by n ones (n <= 8), a zero and
+ * N = n + 4 bits b; the magnitude is 2^N + b (up to 8191) with the table value's
+ * sign. More than 8 ones: zamStsVlcArg, values already written stay (within a pair,
+ * x is written before y's escape is read), the cursor is not updated.
+ * MP3 escape: an x or y of +15 or -15 is followed by linbits + 1 bits f: magnitude
+ * 15 + (f >> 1), negative when f & 1; the table's sign is ignored. Other values keep
+ * the table's sign, so their sign bits must be folded into the table's codes; for a
+ * pair whose x is escaped, a non-escaped y's sign therefore comes with the code,
+ * ahead of x's linbits (zamsVLCEncodeEscBlock_MP3_16s1u writes it after them: use
+ * zamsVLCDecodeUTupleEscBlock_MP3_1u16s to read that order).
+ *
+ * Tuple decoders: the elements come out element 0 first; every non-zero element is
+ * followed by one sign bit (1 = negative). UTupleBlock decodes dstLen / numElements
+ * whole codes (a remainder is not decoded or written, as the pair blocks drop an odd
+ * last value). The tuple escape blocks take a code as a pair: x is the field above
+ * the lowest, y the lowest (elements 0 and 1 of a 2-element spec), two values per
+ * code, even part of dstLen. AAC: both sign bits first (x's, y's), then the escapes
+ * of x and y, keeping their signs. MP3: x's linbits and sign, then y's; a non-escaped
+ * non-zero element reads its sign bit in its turn. */
+ZamStatus zamsVLCDecodeOne_1u16s(uint8_t** ppBitStream, int* pBitOffset, int16_t* pData,
+                                 const VlcDecodeSpec* pVLCSpec);
+ZamStatus zamsVLCDecodeBlock_1u16s(uint8_t** ppBitStream, int* pBitOffset, int16_t* pData, int dstLen,
+                                   const VlcDecodeSpec* pVLCSpec);
+ZamStatus zamsVLCDecodeEscBlock_AAC_1u16s(uint8_t** ppBitStream, int* pBitOffset, int16_t* pData, int dstLen,
+                                          const VlcDecodeSpec* pVLCSpec);
+ZamStatus zamsVLCDecodeEscBlock_MP3_1u16s(uint8_t** ppBitStream, int* pBitOffset, int linbits, int16_t* pData,
+                                          int dstLen, const VlcDecodeSpec* pVLCSpec);
+ZamStatus zamsVLCDecodeUTupleOne_1u16s(uint8_t** ppBitStream, int* pBitOffset, int16_t* pData,
+                                       const VlcDecodeUTupleSpec* pVLCSpec);
+ZamStatus zamsVLCDecodeUTupleBlock_1u16s(uint8_t** ppBitStream, int* pBitOffset, int16_t* pData, int dstLen,
+                                         const VlcDecodeUTupleSpec* pVLCSpec);
+ZamStatus zamsVLCDecodeUTupleEscBlock_AAC_1u16s(uint8_t** ppBitStream, int* pBitOffset, int16_t* pData,
+                                                int dstLen, const VlcDecodeUTupleSpec* pVLCSpec);
+ZamStatus zamsVLCDecodeUTupleEscBlock_MP3_1u16s(uint8_t** ppBitStream, int* pBitOffset, int linbits,
+                                                int16_t* pData, int dstLen, const VlcDecodeUTupleSpec* pVLCSpec);
+
+/* ---- encode spec ----
+ *
+ * A direct lookup by value. GetSize: (range + 2^k) * 4 + 132 bytes, range = largest -
+ * smallest value, k = the number of significant bits of range + 1 (4 gives 3).
+ * Checks: pInputTable or the output null -> zamStsNullPtr; inputTableSize below 1, or
+ * a spec larger than 2^31 - 1 bytes -> zamStsVlcArg. Init stores length and code
+ * (masked to its low length bits, the shift count taken modulo 32, so a 32-bit code
+ * is stored as 0) for each entry and writes nothing else: values without an entry
+ * keep whatever the memory held and must not be encoded. InitAlloc does not test its
+ * allocation: when zamMalloc fails it stores null in *ppVLCSpec and still returns
+ * zamStsOk. Free ignores null, clears the tag without checking it, and releases the
+ * memory only when InitAlloc made the spec. */
+ZamStatus zamsVLCEncodeGetSize_32s(const VlcEntry* pInputTable, int inputTableSize, int* pSize);
+ZamStatus zamsVLCEncodeInit_32s(const VlcEntry* pInputTable, int inputTableSize, VlcEncodeSpec* pVLCSpec);
+ZamStatus zamsVLCEncodeInitAlloc_32s(const VlcEntry* pInputTable, int inputTableSize, VlcEncodeSpec** ppVLCSpec);
+void zamsVLCEncodeFree_32s(VlcEncodeSpec* pVLCSpec);
+
+/* ---- encoding and counting ----
+ *
+ * Values must lie in the table's range and have an entry (not detected).
+ * EncodeOne: null ppBitStream, *ppBitStream, pBitOffset or spec -> zamStsNullPtr;
+ * wrong tag -> zamStsVlcArg. The offset is not checked: the code goes to bit
+ * *pBitOffset counted from *ppBitStream (an offset of 9 writes from bit 1 of the
+ * next byte), and the cursor comes back normalised.
+ * EncodeBlock: null pointer -> zamStsNullPtr; srcLen below 1 -> zamStsVlcArg; offset
+ * outside 0..7 or wrong tag -> zamStsVlcArg.
+ * CountBits: null -> zamStsNullPtr; srcLen below 1 -> zamStsVlcArg; wrong tag ->
+ * zamStsVlcArg; *pCountBits = the sum of the code lengths.
+ *
+ * Escape encoders take values in pairs (the even part of srcLen; fewer than 2 values
+ * write nothing) and look a pair up under one key whose code carries the sign bits
+ * (one trailing bit per non-zero element, 1 = negative, x's first):
+ *  - AAC: key = x' * 64 + y', magnitudes of 16 or more replaced by 16 (sign kept);
+ *    after the code, each of x, y with magnitude m >= 16 gets the escape word:
+ *    N = floor(log2 m), N - 4 ones, a zero, the N low bits of m (2N - 3 bits; m above
+ *    8191 is not checked, the decoder accepts at most 8191).
+ *  - MP3: key = x' * 32 + y', magnitudes of 15 or more replaced by 15. If x is
+ *    escaped, the code goes without its sign bits, then |x| - 15 in linbits bits, x's
+ *    sign, then y's linbits field if y is escaped and y's sign if y is non-zero. If
+ *    only y is escaped, the code keeps x's sign and loses y's, then y's linbits field
+ *    and sign follow.
+ * Checks, in order: a null pointer -> zamStsNullPtr; offset outside 0..7 ->
+ * zamStsBitOffset; wrong tag -> zamStsContextMismatch; MP3: linbits outside 0..31 ->
+ * zamStsBadArg.
+ * The escape counts report exactly the bits their escape encoder writes for the same
+ * input: key code lengths plus escape words (AAC) or plus linbits per escaped
+ * element (MP3: an escaped element's sign bit is already part of the key's code).
+ * Checks, in order: a null pointer -> zamStsNullPtr; wrong tag ->
+ * zamStsContextMismatch; MP3: linbits outside 0..31 -> zamStsBadArg. Like the escape
+ * encoders they do not check srcLen: fewer than 2 values count 0 bits. */
+ZamStatus zamsVLCEncodeOne_16s1u(int16_t src, uint8_t** ppBitStream, int* pBitOffset,
+                                 const VlcEncodeSpec* pVLCSpec);
+ZamStatus zamsVLCEncodeBlock_16s1u(const int16_t* pSrc, int srcLen, uint8_t** ppBitStream, int* pBitOffset,
+                                   const VlcEncodeSpec* pVLCSpec);
+ZamStatus zamsVLCEncodeEscBlock_AAC_16s1u(const int16_t* pSrc, int srcLen, uint8_t** ppBitStream,
+                                          int* pBitOffset, const VlcEncodeSpec* pVLCSpec);
+ZamStatus zamsVLCEncodeEscBlock_MP3_16s1u(const int16_t* pSrc, int srcLen, int linbits, uint8_t** ppBitStream,
+                                          int* pBitOffset, const VlcEncodeSpec* pVLCSpec);
+ZamStatus zamsVLCCountBits_16s32s(const int16_t* pSrc, int srcLen, int* pCountBits,
+                                  const VlcEncodeSpec* pVLCSpec);
+ZamStatus zamsVLCCountEscBits_AAC_16s32s(const int16_t* pSrc, int srcLen, int* pCountBits,
+                                         const VlcEncodeSpec* pVLCSpec);
+ZamStatus zamsVLCCountEscBits_MP3_16s32s(const int16_t* pSrc, int srcLen, int linbits, int* pCountBits,
+                                         const VlcEncodeSpec* pVLCSpec);
+
 /* ---- VLC: end ---- */
 
 /* ======================================================================
  * MP3 Layer III bit stream
  * ====================================================================== */
+
+/* The frame header of an MPEG-1/2 Layer III frame. Every field is a signed 32-bit
+ * integer holding the coded value of the stream field of the same name; the bit
+ * width in the stream is given after each field. */
+typedef struct Mp3FrameHeader {
+    int32_t ID;                 /* 1: 1 = MPEG-1, 0 = MPEG-2 low sampling frequencies */
+    int32_t layer;              /* 2: coded layer; Layer III is 1 */
+    int32_t protection_bit;     /* 1: 0 = a 16-bit CRC word follows the header */
+    int32_t bitrate_index;      /* 4 */
+    int32_t sampling_frequency; /* 2: sampling-rate index */
+    int32_t padding_bit;        /* 1 */
+    int32_t private_bit;        /* 1 */
+    int32_t mode;               /* 2: 0 stereo, 1 joint stereo, 2 dual channel, 3 single channel */
+    int32_t mode_extension;     /* 2: bit 1 M/S stereo, bit 0 intensity stereo */
+    int32_t copyright;          /* 1 */
+    int32_t original_copy;      /* 1 */
+    int32_t emphasis;           /* 2 */
+    int32_t crc_check;          /* 16: meaningful only when protection_bit is 0 */
+} Mp3FrameHeader;
+
+/* The side information of one granule of one channel. An array of these holds the
+ * records granule-major: granule gr, channel ch is element gr * nch + ch, with nch
+ * 1 when mode is 3 and 2 otherwise (MPEG-1: 2 granules, MPEG-2: 1 granule). */
+typedef struct Mp3SideInfo {
+    int32_t part2_3_length;        /* 12: bits of scale factors plus Huffman data */
+    int32_t big_values;            /* 9: value pairs in the big-values region */
+    int32_t global_gain;           /* 8 */
+    int32_t scalefac_compress;     /* 4 (MPEG-1) or 9 (MPEG-2) */
+    int32_t window_switching_flag; /* 1 */
+    int32_t block_type;            /* 2: 0 normal, 1 start, 2 short, 3 stop */
+    int32_t mixed_block_flag;      /* 1 */
+    int32_t table_select[3];       /* 5 each: Huffman table of regions 0, 1, 2 */
+    int32_t subblock_gain[3];      /* 3 each: gain offset per short window */
+    int32_t region0_count;         /* 4: scale-factor bands in region 0, minus one */
+    int32_t region1_count;         /* 3: scale-factor bands in region 1, minus one */
+    int32_t preflag;               /* 1 (MPEG-1 only; derived in MPEG-2) */
+    int32_t scalefac_scale;        /* 1 */
+    int32_t count1table_select;    /* 1: 0 = count-1 table A, 1 = table B */
+} Mp3SideInfo;
+
+
+/* ---------------------------------------------------------------- MP3 frame
+ * Frame header and side information sit on byte boundaries and have whole numbers
+ * of bytes, so these four take only a byte pointer (read or written in place, and
+ * advanced). None of them looks for the sync word, checks the bit rate or the
+ * sampling-frequency index, or computes the CRC. Readers load 32-bit words: up to
+ * three bytes after the last byte of the header or side information are touched. */
+
+/* Parses the 32-bit frame header (and its CRC word when protection_bit is 0).
+ * The sync bits (byte 0 and the top four bits of byte 1) are skipped unread, so an
+ * MPEG-2.5 header (last sync bit 0) reads as ID 0, like MPEG-2.
+ * Checks: ppBitStream, pFrameHeader or *ppBitStream null -> zamStsNullPtr.
+ * Advances *ppBitStream by 6 when protection_bit is 0 (crc_check read big-endian),
+ * else by 4, leaving crc_check as the caller had it. */
+ZamStatus zamsUnpackFrameHeader_MP3(const uint8_t** ppBitStream, Mp3FrameHeader* pFrameHeader);
+
+/* Parses the side information that follows the header: main_data_begin, the
+ * private bits, the scfsi bits (MPEG-1: element ch * 4 + band of pDstScfsi) and one
+ * Mp3SideInfo per granule and channel, granule-major (MPEG-1: 2 granules, 17 or 32
+ * bytes; MPEG-2: 1 granule, 9 or 17 bytes).
+ * Checks, in order: any pointer or *ppBitStream null -> zamStsNullPtr (pDstScfsi
+ * is required also for MPEG-2, where it is not written); header ID not 0 or 1,
+ * layer not 1, or mode above 3 (unsigned) -> zamStsMp3FrameHeaderErr.
+ * Beyond the coded fields: with window_switching_flag 1 the region counts are
+ * implied (8 and 12 for short blocks that are not mixed, 7 and 13 otherwise) and
+ * table_select[2] is left as it was; with window_switching_flag 0, block_type and
+ * mixed_block_flag are set to 0 and subblock_gain is left as it was. MPEG-2 leaves
+ * preflag and the scfsi array as they were.
+ * A granule with window_switching_flag 1 and block_type 0 (reserved) returns
+ * zamStsMp3SideInfoErr at once: earlier records keep their values, that record
+ * keeps the fields read so far, and *ppBitStream stays where reading stopped. */
+ZamStatus zamsUnpackSideInfo_MP3(const uint8_t** ppBitStream, Mp3SideInfo* pDstSideInfo,
+                                 int32_t* pDstMainDataBegin, int32_t* pDstPrivateBits,
+                                 int32_t* pDstScfsi, const Mp3FrameHeader* pFrameHeader);
+
+/* Writes the frame header: the 12-bit sync word 0xFFF, fields ID..emphasis, and
+ * crc_check (high byte first) when protection_bit is 0. Values are masked to their
+ * field widths; nothing is validated.
+ * Checks: pSrcFrameHeader, ppBitStream or *ppBitStream null -> zamStsNullPtr.
+ * Advances *ppBitStream by 4 or 6. */
+ZamStatus zamsPackFrameHeader_MP3(const Mp3FrameHeader* pSrcFrameHeader, uint8_t** ppBitStream);
+
+/* Writes the side information in the layout zamsUnpackSideInfo_MP3 reads, values
+ * masked to their widths (mainDataBegin and privateBits with the widths of the
+ * version and channel count; scfsi from pSrcScfsi for MPEG-1). The implied region
+ * counts, table_select[2] of a window-switching granule and subblock_gain of a
+ * normal granule are not written. Branches follow the values as written (masked).
+ * Checks, in order: pSrcSideInfo, ppBitStream, *ppBitStream, pSrcScfsi,
+ * pFrameHeader null -> zamStsNullPtr; ID not 0 or 1, layer not 1, mode above 3
+ * -> zamStsMp3FrameHeaderErr.
+ * A granule with window_switching_flag 1 and block_type 0 is not an error here:
+ * writing stops right after its window_switching_flag bit and zamStsOk is
+ * returned, *ppBitStream left on the byte where writing stopped. */
+ZamStatus zamsPackSideInfo_MP3(const Mp3SideInfo* pSrcSideInfo, uint8_t** ppBitStream, int32_t mainDataBegin,
+                               int32_t privateBits, const int32_t* pSrcScfsi, const Mp3FrameHeader* pFrameHeader);
+
+/* ---------------------------------------------------------- MP3 scale factors
+ * Scale factors of one granule and channel (part 2 of its main data), between the
+ * stream (cursor ppBitStream/pOffset, advanced) and a flat array of at least 39
+ * int8 values. Layouts as the unpacker fills them:
+ *  MPEG-1 long:  [0..20] bands 0..20, [21] = 0
+ *  MPEG-1 short: [3 * sfb + w], sfb 0..11, window w 0..2; [36..38] = 0
+ *  MPEG-1 mixed: [0..7] long bands 0..7; [8 + 3 * (sfb - 3) + w] short bands 3..11;
+ *                [35..37] = 0
+ *  MPEG-2:       the values in stream order, partition 0 first (21 long, 36 short,
+ *                33 mixed), then three zeros.
+ * MPEG-1 lengths come from the 4-bit scalefac_compress; MPEG-2 lengths, partitions
+ * and preflag from the 9-bit one, with the intensity forms for channel 1 when bit 0
+ * of mode_extension is set. Both directions set preflag of the record in MPEG-2. */
+
+/* Unpacks the scale factors of granule `granule` and channel `channel`.
+ * MPEG-1 long blocks of granule 1: a band group (0..5, 6..10, 11..15, 16..20) whose
+ * scfsi value in pScfsi (that channel's four values) is non-zero is not read and
+ * keeps the caller's values: pass the array that received granule 0's values.
+ * MPEG-2 short blocks: mixed_block_flag is reduced to its lowest bit and written
+ * back. MPEG-2 intensity right channel: a value equal to the largest value of its
+ * length (illegal intensity position) is stored negated.
+ * Checks, in order: any pointer or *ppBitStream null -> zamStsNullPtr; *pOffset,
+ * granule above 1 or channel above 1 (unsigned) -> zamStsBadArg; MPEG-1:
+ * scalefac_compress outside 0..15 -> zamStsMp3SideInfoErr; MPEG-2 (ID other than
+ * 1): scalefac_compress above 511 -> zamStsMp3SideInfoErr, mode_extension above 3
+ * -> zamStsMp3FrameHeaderErr. Nothing moves on failure. The bits used are not
+ * compared with part2_3_length. */
+ZamStatus zamsUnpackScaleFactors_MP3_1u8s(const uint8_t** ppBitStream, int32_t* pOffset, int8_t* pDstScaleFactor,
+                                          Mp3SideInfo* pSideInfo, const int32_t* pScfsi,
+                                          const Mp3FrameHeader* pFrameHeader, int32_t granule, int32_t channel);
+
+/* Packs scale factors from the layout above; values are masked to their lengths
+ * (pass the non-negative coded value of an intensity marker). MPEG-1 granule 1 long
+ * blocks skip the groups whose scfsi value is non-zero. MPEG-2 block class: short
+ * when block_type is 2 and mixed_block_flag 0, mixed when mixed_block_flag is
+ * exactly 1, long otherwise.
+ * Checks, in order: pSrcScaleFactor, ppBitStream, *ppBitStream, pOffset,
+ * pFrameHeader, pSideInfo, pScfsi null -> zamStsNullPtr; then scalefac_compress and
+ * mode_extension as for unpack. The bit offset, granule and channel are not
+ * range-checked: an offset outside 0..7 is taken as a bit distance from the byte
+ * pointer, and any non-zero granule counts as granule 1. */
+ZamStatus zamsPackScaleFactors_MP3_8s1u(const int8_t* pSrcScaleFactor, uint8_t** ppBitStream, int32_t* pOffset,
+                                        const Mp3FrameHeader* pFrameHeader, Mp3SideInfo* pSideInfo,
+                                        const int32_t* pScfsi, int32_t granule, int32_t channel);
+
+/* ---------------------------------------------------------- MP3 Huffman coding
+ * The 576 quantized lines of one granule and channel: big-values pairs (2 *
+ * big_values lines in up to three regions, each with its table_select; tables 0, 4
+ * and 14 give zeros without reading), count-1 quadruples (table A or B by
+ * count1table_select), and zeros. Band tables are rows of int16, row = ID * 3 +
+ * sampling_frequency (MPEG-2 22.05, 24, 16 kHz; MPEG-1 44.1, 48, 32 kHz): long
+ * 6 x 23 boundaries, short 6 x 14 boundaries of one window, mixed-block partition
+ * 6 x 2 (long bands of a mixed block; short band-windows region 0 reaches beyond).
+ *
+ * Decoding: run after the scale factors, cursor on the first Huffman bit, with
+ * hufSize = part2_3_length - scale-factor bits. Regions: normal granules end region
+ * 0 at long boundary [region0_count + 1] and region 1 at [region0_count +
+ * region1_count + 2], both clipped to 2 * big_values. Count-1 quadruples follow
+ * while the line is below 574 and budget is left; a quadruple that runs over the
+ * budget is dropped. The cursor then ends exactly hufSize bits after its start
+ * (stuffing skipped, an overrun taken back). Lines after the last decoded one are
+ * 0; *pDstNonZeroBound is one past the last non-zero line (0 if none). hufSize 0
+ * reads nothing and gives 576 zeros after the side-information checks.
+ * Bits are read through a byte-refilled accumulator that never touches more than
+ * three bytes after the byte holding the budget's last bit.
+ * Table numbers are checked region by region as each is reached (an empty region
+ * counts as reached): an error at region 1 or 2 leaves the earlier regions decoded
+ * and the cursor after them. When the big-values zone uses more than hufSize bits,
+ * zamStsBadData is returned with the cursor after that zone and the count-1 zone
+ * not decoded. */
+
+/* Decoding with the caller's long band table. Window-switching granules: region 0
+ * is 36 lines (MPEG-1, or block_type 2) or 54 lines (MPEG-2 start and stop blocks),
+ * region 1 runs to 2 * big_values, no region 2.
+ * Checks, in order: ppBitStream, pOffset, pDstIs, pDstNonZeroBound, pSideInfo,
+ * pFrameHeader, pSfbTableLong null, then *ppBitStream null -> zamStsNullPtr;
+ * *pOffset above 7, hufSize negative or above part2_3_length -> zamStsBadArg;
+ * big_values above 288, block_type above 3, window_switching_flag or
+ * count1table_select above 1 (all unsigned) -> zamStsMp3SideInfoErr; ID above 1 or
+ * layer not 1, then sampling_frequency above 2 -> zamStsMp3FrameHeaderErr; window
+ * switching with block_type 0, a negative region count or region0_count +
+ * region1_count of 21 or more (window switching or not) -> zamStsMp3SideInfoErr;
+ * table_select above 31 -> zamStsMp3SideInfoErr (as reached); big-values overrun
+ * -> zamStsBadData. */
+ZamStatus zamsHuffmanDecodeSfb_MP3_1u32s(const uint8_t** ppBitStream, int32_t* pOffset, int32_t* pDstIs,
+                                         int32_t* pDstNonZeroBound, const Mp3SideInfo* pSideInfo,
+                                         const Mp3FrameHeader* pFrameHeader, int32_t hufSize,
+                                         const int16_t* pSfbTableLong);
+
+/* zamsHuffmanDecodeSfb_MP3_1u32s with the built-in ISO long band table. */
+ZamStatus zamsHuffmanDecode_MP3_1u32s(const uint8_t** ppBitStream, int32_t* pOffset, int32_t* pDstIs,
+                                      int32_t* pDstNonZeroBound, const Mp3SideInfo* pSideInfo,
+                                      const Mp3FrameHeader* pFrameHeader, int32_t hufSize);
+
+/* Decoding with the caller's long, short and mixed-block partition tables; region
+ * 0 of window-switching granules comes from them: block types 1 and 3 end it at
+ * long boundary [8]; short blocks at 3 x short boundary [3]; mixed blocks at long
+ * boundary [partition value 0] = L, plus, for j = 0 .. partition value 1 - 1, the
+ * width of short band k - 1 + (j + 1) / 3, where k is the first short boundary with
+ * 3 x boundary above L. Table indices outside their rows are clamped to the row.
+ * Checks, in order (different from the other two decoders, budget included):
+ * any pointer or *ppBitStream null -> zamStsNullPtr; *pOffset above 7 ->
+ * zamStsBadArg; ID above 1 -> zamStsMp3FrameHeaderErr; big_values above 288,
+ * block_type above 3, window_switching_flag above 1, window switching with
+ * block_type 0 -> zamStsMp3SideInfoErr (without window switching block_type is
+ * not looked at); layer not 1, sampling_frequency above 2 ->
+ * zamStsMp3FrameHeaderErr; count1table_select above 1, hufSize negative or above
+ * part2_3_length -> zamStsMp3SideInfoErr; region counts and table numbers as above;
+ * big-values overrun -> zamStsBadData. */
+ZamStatus zamsHuffmanDecodeSfbMbp_MP3_1u32s(const uint8_t** ppBitStream, int32_t* pOffset, int32_t* pDstIs,
+                                            int32_t* pDstNonZeroBound, const Mp3SideInfo* pSideInfo,
+                                            const Mp3FrameHeader* pFrameHeader, int32_t hufSize,
+                                            const int16_t* pSfbTableLong, const int16_t* pSfbTableShort,
+                                            const int16_t* pMbpTable);
+
+/* Encodes 576 quantized lines (MPEG-1 only) with the side information's regions
+ * and tables: normal granules (and window-switching ones with block_type 0) use the
+ * built-in long band table; window-switching granules use 36 lines for region 0,
+ * region 1 to 2 * big_values and no region 2. Then count1Len lines from line
+ * 2 * big_values as quadruples (rounded up to whole quadruples, none starting at
+ * 574 or later; magnitudes above 1 count as 1) with table A or B. If hufSize is
+ * larger than the bits written, the rest is filled with 1-bits. Magnitudes a table
+ * cannot carry are clipped to its largest value (15 + 2^linbits - 1 with linbits);
+ * table numbers without codes (0, 4, 14, above 31) write nothing. The output need
+ * not be cleared; the byte the cursor starts in keeps its earlier bits.
+ * Checks, in order: pSrcIx, ppBitStream, *ppBitStream, pOffset, pFrameHeader,
+ * pSideInfo null -> zamStsNullPtr; *pOffset above 7 -> zamStsBadArg; big_values
+ * above 288 -> zamStsMp3SideInfoErr; a negative region count, region0_count +
+ * region1_count of 21 or more, or count1table_select above 1 ->
+ * zamStsMp3SideInfoErr; ID or layer not 1, then sampling_frequency above 2 ->
+ * zamStsMp3FrameHeaderErr; a negative table_select, checked as each of the three
+ * regions is reached (also table_select[2] of window-switching granules) ->
+ * zamStsMp3SideInfoErr, the earlier regions written. */
+ZamStatus zamsHuffmanEncode_MP3_32s1u(const int32_t* pSrcIx, uint8_t** ppBitStream, int32_t* pOffset,
+                                      const Mp3FrameHeader* pFrameHeader, const Mp3SideInfo* pSideInfo,
+                                      int32_t count1Len, int32_t hufSize);
 
 /* ---- MP3: end ---- */
 
@@ -804,11 +1266,106 @@ ZamStatus zamsMDCTInv_32f(const float* pSrc, float* pDst, const MdctInvSpec_32f*
 ZamStatus zamsMDCTFwd_32f_I(float* pSrcDst, const MdctFwdSpec_32f* pMDCTSpec, uint8_t* pBuffer);
 ZamStatus zamsMDCTInv_32f_I(float* pSrcDst, const MdctInvSpec_32f* pMDCTSpec, uint8_t* pBuffer);
 
+/* ---- block FIR filter ----
+ *
+ * Filters across blocks rather than samples: each call takes one block of len
+ * floats and returns, element by element,
+ *   pDst[i] = sum_{j=0}^{numTaps-1} pTaps[j] * (block passed j calls ago)[i],
+ * where the current block counts as passed 0 calls ago and blocks before the
+ * first call are zero. The state keeps the last numTaps blocks in a ring of
+ * rows; the taps are passed with every call. The sum runs from the newest block
+ * (pTaps[0], a plain product) through the oldest block (pTaps[numTaps-1]) back to
+ * the second newest (pTaps[1]), each term added with a fused multiply-add.
+ *
+ * State record (made only by InitAlloc), fields in order: pointer to the ring
+ * (numTaps rows of stride floats, a separate allocation), numTaps, len, stride
+ * (len rounded up to a multiple of 4) and position (the newest row) as signed
+ * 16-bit values, then the tag 58 as the last field. The counts are kept in 16
+ * bits: a numTaps or len above 32767 is accepted by InitAlloc but reads back
+ * negative, so every filtering call on that state returns zamStsFirLength. The
+ * stride is rounded in 16 bits (unsigned) for the ring's allocation, so a len
+ * of 65533..65535 rounds to 0 and InitAlloc fails with zamStsMemAlloc. */
+typedef struct FirBlockState_32f FirBlockState_32f;   /* tag 58 */
+
+/* Allocates a state with a zeroed ring. Checks: null ppState -> zamStsNullPtr;
+ * numTaps < 1 or len < 1 -> zamStsFirLength; an allocation failure ->
+ * zamStsMemAlloc (nothing is left allocated). */
+ZamStatus zamsFIRBlockInitAlloc_32f(FirBlockState_32f** ppState, int numTaps, int len);
+
+/* Filters one block (pSrc and pDst may be the same array). Checks in order: any
+ * null pointer -> zamStsNullPtr; tag not 58 -> zamStsContextMismatch; stored len
+ * or numTaps below 1, or stored position outside 0..numTaps-1 ->
+ * zamStsFirLength (the state is left unchanged). Returns zamStsMisalignedData
+ * (+2, a warning: the output is complete) when pSrc, pDst or pTaps is not a
+ * multiple of 16 bytes, zamStsOk otherwise. */
+ZamStatus zamsFIRBlockOne_32f(const float* pSrc, float* pDst, FirBlockState_32f* pState, const float* pTaps);
+
+/* Releases the ring and the state. Null -> zamStsNullPtr; tag not 58 ->
+ * zamStsContextMismatch. The tag is not cleared. */
+ZamStatus zamsFIRBlockFree_32f(FirBlockState_32f* pState);
+
 /* ---- transforms: end ---- */
 
 /* ======================================================================
  * MP3 float polyphase filter banks
  * ====================================================================== */
+
+/* The ISO 11172-3 polyphase banks in 32-bit float: 32 subbands, a 512-tap window,
+ * one granule (576 samples, 18 time slots) per call. Each bank keeps only its
+ * 512-float delay line, so one object serves one channel.
+ *
+ * State objects (tag "hAMC" for analysis, "gAMC" for synthesis): a 16-byte aligned
+ * header (tag, ring position initialised to 15, ownership flag, delay-line pointer)
+ * followed by the zero-filled 512-float delay line. Init in caller memory of the
+ * GetSize size at any address (the header goes to the next 16-byte boundary; the
+ * returned pointer is that aligned address; the operations accept either pointer).
+ * InitAlloc takes the memory from zamMalloc and returns the start of the allocation.
+ * Init again on the same memory resets the bank. Free: null -> zamStsNullPtr, wrong
+ * tag -> zamStsContextMismatch; releases the memory only for InitAlloc objects and
+ * leaves the tag in place. */
+typedef struct PqmfAnalysisState_MP3 PqmfAnalysisState_MP3;
+typedef struct PqmfSynthesisState_MP3 PqmfSynthesisState_MP3;
+
+/* Bytes for either bank's state object: always 2107. Null -> zamStsNullPtr.
+ * zamsSynthesisFilterGetSize_PQMF_MP3_32f is the same function under a second name. */
+ZamStatus zamsAnalysisFilterGetSize_PQMF_MP3_32f(int* pSize);
+ZamStatus zamsSynthesisFilterGetSize_PQMF_MP3_32f(int* pSize);
+
+/* Null ppState or pMem -> zamStsNullPtr; InitAlloc: null ppState -> zamStsNullPtr,
+ * allocation failure -> zamStsMemAlloc. */
+ZamStatus zamsAnalysisFilterInit_PQMF_MP3_32f(PqmfAnalysisState_MP3** ppState, uint8_t* pMem);
+ZamStatus zamsAnalysisFilterInitAlloc_PQMF_MP3_32f(PqmfAnalysisState_MP3** ppState);
+ZamStatus zamsAnalysisFilterFree_PQMF_MP3_32f(PqmfAnalysisState_MP3* pState);
+ZamStatus zamsSynthesisFilterInit_PQMF_MP3_32f(PqmfSynthesisState_MP3** ppState, uint8_t* pMem);
+ZamStatus zamsSynthesisFilterInitAlloc_PQMF_MP3_32f(PqmfSynthesisState_MP3** ppState);
+ZamStatus zamsSynthesisFilterFree_PQMF_MP3_32f(PqmfSynthesisState_MP3* pState);
+
+/* Analysis of one granule: reads the 576 PCM samples pSrc[i * mode] (mode = channel
+ * count, 1 or 2: pass interleaved stereo from the channel's first sample) and writes
+ * 576 subband samples subband-major, pDst[sb * 18 + t] (subband sb 0..31, time slot
+ * t 0..17). Window C[i] (the synthesis window / 32) and the matrix
+ * cos((2k + 1)(i - 16) pi / 64), no frequency inversion. The input scale is kept:
+ * a full-scale 1.0 input gives subband samples of about that size.
+ * Checks in order: a null pointer -> zamStsNullPtr; wrong tag ->
+ * zamStsContextMismatch; mode not 1 or 2 -> zamStsBadArg. Nothing is written or
+ * changed on a failed check. */
+ZamStatus zamsAnalysisFilter_PQMF_MP3_32f(const float* pSrc, float* pDst, PqmfAnalysisState_MP3* pState,
+                                          int mode);
+
+/* Synthesis of one granule: reads 576 subband samples pSrc[sb * 18 + t] (after the
+ * caller's frequency inversion, i.e. the odd time slots of the odd subbands already
+ * negated) and writes 576 PCM samples pDst[i * mode]. Window D[i] and the matrix
+ * cos((16 + i)(2k + 1) pi / 64); unscaled (subband samples on the scale of the
+ * analysis output give PCM on the scale of the analysis input). Analysis followed by
+ * synthesis returns the input delayed by 481 samples. Same checks as the analysis. */
+ZamStatus zamsSynthesisFilter_PQMF_MP3_32f(const float* pSrc, float* pDst, PqmfSynthesisState_MP3* pState,
+                                           int mode);
+
+/* The 4/3 power law of MP3 requantization (a utility kernel, declared here beside
+ * the MP3 banks): pDst[i] = sign(x) * |x|^(4/3) for x = pSrc[i], correctly rounded
+ * to float for every int16 value (0 gives +0). Checks in order: pSrc or pDst null ->
+ * zamStsNullPtr; len negative -> zamStsBadArg; len 0 -> zamStsSize. */
+ZamStatus zamsPow43_16s32f(const int16_t* pSrc, float* pDst, int len);
 
 /* ---- PQMF: end ---- */
 
@@ -816,11 +1373,189 @@ ZamStatus zamsMDCTInv_32f_I(float* pSrcDst, const MdctInvSpec_32f* pMDCTSpec, ui
  * SBR predictor coefficients
  * ====================================================================== */
 
+/* Second-order linear predictor of each low-band QMF subband for the high-frequency
+ * generator of SBR (ISO/IEC 14496-3), by the covariance method. Data are given as
+ * an array of row pointers: row n holds QMF time slot n for every subband. For a
+ * block of `len` slots, rows 0 .. len+1 are read (len + 2 rows). Nothing is
+ * allocated and nothing but the coefficient arrays is written.
+ *
+ * For subband k, with x[n] = row n, column k, and L = len, the sums are taken in
+ * single precision with fused multiply-adds in ascending n:
+ *   A  = sum x[n+1]*conj(x[n])      n = 0..L-1   (lag one, earlier pair)
+ *   B  = sum x[n+2]*conj(x[n+1])                 (lag one, later pair)
+ *   Q  = sum x[n+2]*conj(x[n])                   (lag two)
+ *   P0 = sum |x[n]|^2,  P1 = sum |x[n+1]|^2
+ *   det    = P0*P1 - r*|A|^2,  r = 1 - 2^-20 (float bit pattern 0x3F7FFFF0)
+ *   alpha1 = (B*A - P1*Q) / det
+ *   alpha0 = -(B + alpha1*conj(A)) / P1
+ * (conj is the identity for real data). For complex data each product
+ * re*re, im*im, re*im, im*re has its own running sum; they are combined at the end.
+ * The predictor of the newest sample is x[n+2] ~ -alpha0*x[n+1] - alpha1*x[n].
+ *
+ * Subbands are handled in groups (four real, or two complex subbands side by side
+ * in vector registers) while a full group remains, and the remaining
+ * numBands mod 4 (real) or numBands mod 2 (complex) one at a time. Both ways form
+ * the same sums and the same quotients, but guard and limit them differently:
+ *   group:   alpha1 = 0 when det == 0; alpha0 = 0 when P1 == 0; the pair is kept
+ *            when both |alpha0|^2 <= 16 and |alpha1|^2 <= 16 (a square of exactly
+ *            16 survives), and otherwise set to 0 (a NaN square clears the pair);
+ *   single:  alpha1 = 0 unless det*det > 0 (in single precision, so a |det| below
+ *            about 1e-19 counts as zero) and, for complex data, also P1 > 0;
+ *            alpha0 = 0 unless P1 > 0; the pair is set to 0 when |alpha0|^2 >= 16
+ *            or |alpha1|^2 >= 16 (a square of exactly 16 is cleared).
+ *
+ * Checks, in order: any pointer argument null -> zamStsNullPtr; len < 1 ->
+ * zamStsOk, nothing written; numBands < 1 -> zamStsOk, nothing written. The row
+ * pointers inside the arrays are not checked. */
+
+/* Real QMF samples (low-power mode). pSrc: len+2 row pointers of at least numBands
+ * floats; pAlpha0, pAlpha1: numBands floats each. */
+ZamStatus zamsPredictCoef_SBR_R_32f_D2L(const float* const* pSrc, float* pAlpha0, float* pAlpha1,
+                                        int numBands, int len);
+
+/* Complex QMF samples, interleaved: row n holds numBands (re, im) float pairs, and
+ * pAlpha0, pAlpha1 receive numBands (re, im) pairs each. */
+ZamStatus zamsPredictCoef_SBR_C_32fc_D2L(const float* const* pSrc, float* pAlpha0, float* pAlpha1,
+                                         int numBands, int len);
+
+/* Complex QMF samples with real and imaginary parts in separate rows and separate
+ * outputs (numBands floats each). The same steps, grouping and results as the
+ * interleaved form: both forms give bit-identical coefficients for the same data. */
+ZamStatus zamsPredictCoef_SBR_C_32f_D2L(const float* const* pSrcRe, const float* const* pSrcIm,
+                                        float* pAlpha0Re, float* pAlpha0Im, float* pAlpha1Re,
+                                        float* pAlpha1Im, int numBands, int len);
+
 /* ---- SBR: end ---- */
 
 /* ======================================================================
  * Vector quantization
  * ====================================================================== */
+
+/* Interleaved multi-stage vector quantization: a frame's coefficients are split
+ * into nDiv sub-vectors of lengths pLengths[0..nDiv-1], taken one after another
+ * from the source (and from the weights); each sub-vector is coded as a sum of one
+ * signed code vector per stage.
+ *
+ * VqCodeBook: a code book of `height` code vectors of `length` floats each. Its
+ * record stays at the very start of the memory given to Init (it is not moved to
+ * an aligned address). The memory holds, in this order: the record; at the first
+ * 64-byte boundary at or after 88 bytes from the start, a table of height row
+ * pointers (height*8 bytes rounded up to 64); the rows, each a private copy of
+ * one code vector starting on a 64-byte boundary, rows (length*4 rounded up to 64)
+ * bytes apart (the padding after each code vector is zeroed); then four scratch
+ * arrays of height 32-bit entries, each (height*4 rounded up to 64) bytes long:
+ * distances, chosen signs, sorted candidate distances, sorted candidate indices.
+ * The searches overwrite the scratch arrays, so one code book must not be searched
+ * by two threads at once; reconstruction only reads code books. */
+typedef struct VqCodeBook VqCodeBook;
+
+/* The first pointer of each pair belongs to code book A, the second to code book B. */
+typedef struct CandidateLists {
+    const int* pA;
+    const int* pB;
+} CandidateLists;
+
+typedef struct IndexPair {
+    int* pA;
+    int* pB;
+} IndexPair;
+
+typedef struct CodeBookPair {
+    const VqCodeBook* pA;
+    const VqCodeBook* pB;
+} CodeBookPair;
+
+/* *pSize = (length*16 + 352)*height + 1888 bytes: enough for the layout above at
+ * any address. Checks: pSize null -> zamStsNullPtr; length < 1 or height < 1 ->
+ * zamStsSize; a size beyond the int range -> zamStsSize (nothing written). */
+ZamStatus zamsVQCodeBookGetSize_32f(int length, int height, int* pSize);
+
+/* Builds a code book in pMem (at least GetSize bytes, any alignment) from pInput:
+ * height*length floats, code vector k at elements k*length .. k*length+length-1.
+ * Writes height, length, validity marker 1 and ownership flag 0, lays out and
+ * fills the rows, and sets *ppCodeBook = (VqCodeBook*)pMem.
+ * Checks: pInput, ppCodeBook or pMem null -> zamStsNullPtr; length < 1 or
+ * height < 1 -> zamStsSize. A failed check writes nothing. */
+ZamStatus zamsVQCodeBookInit_32f(const float* pInput, VqCodeBook** ppCodeBook, int length, int height,
+                                 uint8_t* pMem);
+
+/* As Init, in memory from zamMalloc; the object owns it (flag 1) and
+ * *ppCodeBook is the start of the allocation. Checks: pInput or ppCodeBook null
+ * -> zamStsNullPtr (before anything is allocated); then GetSize's status;
+ * allocation failure -> zamStsMemAlloc. */
+ZamStatus zamsVQCodeBookInitAlloc_32f(const float* pInput, VqCodeBook** ppCodeBook, int length, int height);
+
+/* pCodeBook null -> zamStsNullPtr. Otherwise clears the validity marker, releases
+ * the memory through zamFree when the object owns it, and returns zamStsOk. No tag
+ * is checked; the object must not be used afterwards. */
+ZamStatus zamsVQCodeBookFree_32f(VqCodeBook* pCodeBook);
+
+/* Preliminary search: for each sub-vector i, the nCand code vectors of pCodeBook
+ * nearest in weighted distance, written in ascending distance to
+ * pIndices[i*nCand ..] with their sign flags (0: as is, 1: negated) in
+ * pSigns[i*nCand ..].
+ * With L = pLengths[i], x and w the sub-vector's source and weights, and c the
+ * first L elements of code vector k:
+ *   d- = sum w[j]*(c[j]-x[j])^2, d+ = sum w[j]*(c[j]+x[j])^2  (single precision);
+ *   pSignMode[i] == 1: distance d+ with sign 1 when d- > d+ (strictly), else d-
+ *   with sign 0; any other mode: distance d-, sign 0; L < 1: distance 0, sign 0
+ *   (a length below 1 consumes no source or weight elements).
+ * The sums run in vector lanes (16 elements per step, 8 with both signs) with
+ * scalar elements before pSrc's first 32-byte boundary and after the last full
+ * step; the lane totals are added at the end, so the last bits may differ from a
+ * sequential sum.
+ * When height <= nCand, candidate j is simply code vector j (j < nCand) with its
+ * sign, whatever the distances (entries j >= height get index j and flag 0).
+ * Otherwise the nCand smallest distances are kept: a distance must be strictly
+ * below the current last kept one (initially 1.0e38, float bits 0x7E967699) to
+ * enter, and enters before any kept equal distance, so among equal distances a
+ * later code vector is listed first; with nCand == 1 the first code vector of
+ * smallest distance is kept. Positions never filled (distances at or above
+ * 1.0e38, or NaN) hold index 0 with code vector 0's flag. nCand < 1 writes no
+ * candidates.
+ * Checks: any pointer null -> zamStsNullPtr; nDiv < 1 -> zamStsOk, nothing
+ * written. Nothing else is checked (the results for indices, lengths or nCand
+ * outside the code book are undefined). */
+ZamStatus zamsVQPreliminarySelect_32f(const float* pSrc, const float* pWeights, int nDiv, const int* pLengths,
+                                      int* pIndices, int* pSigns, int nCand, const int* pSignMode,
+                                      VqCodeBook* pCodeBook);
+
+/* Main search: for each sub-vector i, the pair of candidates (j of book A, k of
+ * book B, as written by the preliminary search, nCand per sub-vector) whose
+ * scaled sum is nearest in weighted distance:
+ *   sa = 1 - 2*signs.pA[i*nCand+j], a = row indices.pA[i*nCand+j] of book A
+ *   (sb and b likewise from the B lists),
+ *   y[m] = fma(sb, b[m], sa*a[m]) / divisor,  d = sum w[m]*(x[m]-y[m])^2.
+ * The first pair of smallest d in the order j, then k, wins (strictly below the
+ * best so far, starting at 1.0e38). outIndices receive its two code-vector
+ * indices and outSigns its two sign flags (0 or 1, as in the lists).
+ * Elements before pSrc's first 32-byte boundary divide by the divisor; all others
+ * multiply by its reciprocal estimate refined by one Newton step,
+ * r = (r0 + r0) - divisor*(r0*r0), in eight- and four-wide steps and a scalar
+ * rest, so a choice between two distances within float rounding of each other
+ * may differ from an exact computation. When no pair gives a distance below
+ * 1.0e38 (for example divisor 0), the pair j = 0, k = 0 is written; nCand < 1
+ * writes index 0 and flag 0. The divisor is normally the number of stages.
+ * Checks: pSrc, pWeights, pLengths, or either pointer of indices, signs,
+ * outIndices, outSigns or codeBooks null -> zamStsNullPtr; nDiv < 1 -> zamStsOk,
+ * nothing written. */
+ZamStatus zamsVQMainSelect_32f(const float* pSrc, const float* pWeights, const int* pLengths, int nDiv, int nCand,
+                               CandidateLists indices, CandidateLists signs, IndexPair outIndices,
+                               IndexPair outSigns, CodeBookPair codeBooks, int divisor);
+
+/* Multi-stage reconstruction of the sum of pLengths[0..nDiv-1] coefficients:
+ *   stage 0: out = (float)ppSigns[0][i] * r0[j], r0 = row ppIndices[0][i] of
+ *            ppCodeBooks[0];
+ *   stages s = 1 .. nStages-1: out = fma(rs[j], (float)ppSigns[s][i], out);
+ *   then every output is multiplied by the float 1.0f/nStages (skipped when that
+ *   is exactly 1).
+ * The signs are multipliers (normally +1 or -1), not the 0/1 flags that the
+ * searches write: multiplier = 1 - 2*flag. Stage 0 is always taken, so nStages
+ * below 1 gives meaningless values. A length below 1 produces no outputs.
+ * Checks: ppIndices, ppSigns, pLengths, pDst or ppCodeBooks null ->
+ * zamStsNullPtr; nothing else is checked. */
+ZamStatus zamsVQReconstruction_32f(const int** ppIndices, const int** ppSigns, const int* pLengths, int nDiv,
+                                   int nStages, float* pDst, const VqCodeBook** ppCodeBooks);
 
 /* ---- VQ: end ---- */
 

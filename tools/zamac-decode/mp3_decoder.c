@@ -1,0 +1,313 @@
+/*
+ * zamac-decode, MP3: framing. Finds the frames (sync search with header checks
+ * and resync, free-format frame sizes measured from the next sync), skips ID3v2,
+ * ID3v1 and APE tags and a leading Xing/Info/VBRI frame, keeps the bit reservoir,
+ * and hands each frame to the Layer III decoder (mp3_layer3.c).
+ *
+ * Choices:
+ *  - The output channel count is the largest of the stream (a pre-scan of the
+ *    headers finds it); a mono frame in a stereo stream is copied to both channels.
+ *  - Frames at the start of the stream whose reservoir data is missing (the
+ *    stream was cut) are dropped; such a frame later in the stream is concealed:
+ *    it decodes as silence while the overlap and the synthesis banks run on.
+ *  - A truncated last frame is dropped.
+ *  - The CRC word is carried by the header parser and not checked.
+ *  - No encoder delay or padding is removed (the LAME tag is not interpreted).
+ */
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include "decoder.h"
+#include "mp3_internal.h"
+
+static const int kBitrates[2][3][15] = {
+    {/* MPEG-1 */
+     {0, 32, 64, 96, 128, 160, 192, 224, 256, 288, 320, 352, 384, 416, 448},
+     {0, 32, 48, 56, 64, 80, 96, 112, 128, 160, 192, 224, 256, 320, 384},
+     {0, 32, 40, 48, 56, 64, 80, 96, 112, 128, 160, 192, 224, 256, 320}},
+    {/* MPEG-2 and 2.5 */
+     {0, 32, 48, 56, 64, 80, 96, 112, 128, 144, 160, 176, 192, 224, 256},
+     {0, 8, 16, 24, 32, 40, 48, 56, 64, 80, 96, 112, 128, 144, 160},
+     {0, 8, 16, 24, 32, 40, 48, 56, 64, 80, 96, 112, 128, 144, 160}}};
+static const int kSampleRates[3][3] = {{44100, 48000, 32000}, {22050, 24000, 16000}, {11025, 12000, 8000}};
+
+#define MAX_FRAME_BYTES 4096
+#define RESERVOIR_BYTES 511
+
+/* Parses and validates a 4-byte header. Returns 1 for a plausible header. */
+static int parse_header(const uint8_t* p, Mp3Header* h)
+{
+    if (p[0] != 0xFF || (p[1] & 0xE0) != 0xE0) return 0;
+    const int versionBits = (p[1] >> 3) & 3;
+    const int layerBits = (p[1] >> 1) & 3;
+    if (versionBits == 1 || layerBits == 0) return 0;
+    h->version = versionBits == 3 ? MP3_MPEG1 : (versionBits == 2 ? MP3_MPEG2 : MP3_MPEG25);
+    h->layer = 4 - layerBits;
+    h->protection = !(p[1] & 1);
+    h->bitrateIndex = p[2] >> 4;
+    h->srIndex = (p[2] >> 2) & 3;
+    h->padding = (p[2] >> 1) & 1;
+    h->mode = p[3] >> 6;
+    if (h->bitrateIndex == 15 || h->srIndex == 3 || (p[3] & 3) == 2) return 0;
+    h->channels = h->mode == 3 ? 1 : 2;
+    h->sampleRate = kSampleRates[h->version][h->srIndex];
+    const int lsf = h->version != MP3_MPEG1;
+    const int kbps = kBitrates[lsf][h->layer - 1][h->bitrateIndex];
+    if (h->layer == 1) {
+        h->samples = 384;
+        h->frameBytes = kbps ? (12000 * kbps / h->sampleRate + h->padding) * 4 : 0;
+    } else {
+        h->samples = (h->layer == 3 && lsf) ? 576 : 1152;
+        const int perKbps = (h->layer == 3 && lsf) ? 72000 : 144000;
+        h->frameBytes = kbps ? perKbps * kbps / h->sampleRate + h->padding : 0;
+    }
+    h->sideInfoBytes = h->version == MP3_MPEG1 ? (h->channels == 1 ? 17 : 32) : (h->channels == 1 ? 9 : 17);
+    return 1;
+}
+
+/* Frames of one stream share version, layer and sampling rate (the channel mode may change). */
+static int same_stream(const Mp3Header* a, const Mp3Header* b)
+{
+    return a->version == b->version && a->layer == b->layer && a->srIndex == b->srIndex &&
+           (a->bitrateIndex == 0) == (b->bitrateIndex == 0);
+}
+
+static size_t id3v2_size(const uint8_t* p, size_t left)
+{
+    if (left < 10 || memcmp(p, "ID3", 3) != 0 || p[3] == 0xFF || p[4] == 0xFF) return 0;
+    if ((p[6] | p[7] | p[8] | p[9]) & 0x80) return 0;
+    size_t size = 10 + ((size_t)p[6] << 21 | (size_t)p[7] << 14 | (size_t)p[8] << 7 | (size_t)p[9]);
+    if (p[5] & 0x10) size += 10;  /* footer */
+    return size;
+}
+
+/* The end of the audio data once trailing ID3v1 and APE tags are cut off. */
+static size_t audio_end(const uint8_t* data, size_t size)
+{
+    for (int again = 1; again;) {
+        again = 0;
+        if (size >= 128 && memcmp(data + size - 128, "TAG", 3) == 0) {
+            size -= 128;
+            again = 1;
+        }
+        if (size >= 32 && memcmp(data + size - 32, "APETAGEX", 8) == 0) {
+            const uint8_t* f = data + size - 32;
+            size_t tag = (size_t)f[12] | (size_t)f[13] << 8 | (size_t)f[14] << 16 | (size_t)f[15] << 24;
+            if (f[23] & 0x80) tag += 32;  /* a header precedes the items */
+            size = tag <= size ? size - tag : 0;
+            again = 1;
+        }
+    }
+    return size;
+}
+
+typedef struct {
+    const uint8_t* data;
+    size_t end;
+    size_t pos;
+    int locked;
+    Mp3Header stream;   /* the header the stream locked onto */
+    int freeBytes;      /* free-format frame size without padding, 0 until measured */
+    long skippedBytes;
+} Framer;
+
+/* Free-format frame length (without padding) measured from the next header of the stream. */
+static int measure_free_format(const Framer* f, const Mp3Header* h)
+{
+    const size_t first = f->pos + 4 + (size_t)h->sideInfoBytes;
+    for (size_t q = first; q + 4 <= f->end && q < f->pos + MAX_FRAME_BYTES; ++q) {
+        Mp3Header n;
+        if (f->data[q] == 0xFF && parse_header(f->data + q, &n) && same_stream(h, &n))
+            return (int)(q - f->pos) - h->padding;
+    }
+    return 0;
+}
+
+static int frame_length(Framer* f, Mp3Header* h)
+{
+    if (h->bitrateIndex != 0) return h->frameBytes;
+    if (f->freeBytes == 0) f->freeBytes = measure_free_format(f, h);
+    return f->freeBytes ? f->freeBytes + h->padding : 0;
+}
+
+/* Finds the next frame. Returns 1 with *h and *length set and f->pos at it. */
+static int next_frame(Framer* f, Mp3Header* h, int* length)
+{
+    while (f->pos + 4 <= f->end) {
+        const uint8_t* p = f->data + f->pos;
+        const size_t tag = id3v2_size(p, f->end - f->pos);
+        if (tag) {
+            f->pos += tag;
+            continue;
+        }
+        if (p[0] != 0xFF || !parse_header(p, h) || (f->locked && !same_stream(&f->stream, h))) {
+            ++f->pos;
+            ++f->skippedBytes;
+            continue;
+        }
+        const int len = frame_length(f, h);
+        if (len < 4 + h->sideInfoBytes + (h->protection ? 2 : 0) || len > MAX_FRAME_BYTES) {
+            ++f->pos;
+            ++f->skippedBytes;
+            continue;
+        }
+        const size_t next = f->pos + (size_t)len;
+        if (next > f->end) return 0;  /* truncated last frame */
+        if (!f->locked) {
+            /* Before locking on, the next frame must confirm this one (or the data end). */
+            Mp3Header n;
+            const int confirmed = next == f->end || (next + 4 <= f->end && f->data[next] == 0xFF &&
+                                                     parse_header(f->data + next, &n) && same_stream(h, &n));
+            if (!confirmed) {
+                if (h->bitrateIndex == 0) f->freeBytes = 0;
+                ++f->pos;
+                ++f->skippedBytes;
+                continue;
+            }
+            f->locked = 1;
+            f->stream = *h;
+        }
+        *length = len;
+        return 1;
+    }
+    return 0;
+}
+
+static void framer_init(Framer* f, const uint8_t* data, size_t size)
+{
+    memset(f, 0, sizeof *f);
+    f->data = data;
+    f->end = audio_end(data, size);
+}
+
+/* A Xing/Info (LAME) or VBRI frame carries stream information, no audio. */
+static int is_info_frame(const uint8_t* p, const Mp3Header* h, int length)
+{
+    const int at = 4 + (h->protection ? 2 : 0) + h->sideInfoBytes;
+    if (at + 4 <= length && (memcmp(p + at, "Xing", 4) == 0 || memcmp(p + at, "Info", 4) == 0)) return 1;
+    return 36 + 4 <= length && memcmp(p + 36, "VBRI", 4) == 0;
+}
+
+int mp3_decode(const uint8_t* data, size_t size, const DecodeOptions* options, PcmSink* sink, DecodeStats* stats)
+{
+    Framer framer;
+    Mp3Header h;
+    int length = 0;
+
+    /* Pre-scan: stream type and the largest channel count. */
+    framer_init(&framer, data, size);
+    int outChannels = 0, frames = 0;
+    Mp3Header first;
+    while (next_frame(&framer, &h, &length)) {
+        if (frames == 0) first = h;
+        if (h.channels > outChannels) outChannels = h.channels;
+        ++frames;
+        framer.pos += (size_t)length;
+    }
+    if (frames == 0) {
+        fprintf(stderr, "zamac-decode: no MPEG audio frames found\n");
+        return 1;
+    }
+    if (first.layer != 3) {
+        fprintf(stderr, "zamac-decode: this is an MPEG audio Layer %s stream; only Layer III (MP3) is decoded\n",
+                first.layer == 1 ? "I" : "II");
+        return 1;
+    }
+    if (options->info)
+        printf("MPEG-%s Layer III, %d Hz, %d channel%s, %d frames\n",
+               first.version == MP3_MPEG1 ? "1" : (first.version == MP3_MPEG2 ? "2" : "2.5"), first.sampleRate,
+               outChannels, outChannels == 1 ? "" : "s", frames);
+
+    Mp3Layer3* l3 = mp3_layer3_create();
+    uint8_t* reservoir = calloc(1, RESERVOIR_BYTES + MAX_FRAME_BYTES + MP3_MAIN_PADDING);
+    int16_t* pcm = malloc(sizeof(int16_t) * 1152 * 2);
+    if (!l3 || !reservoir || !pcm) {
+        fprintf(stderr, "zamac-decode: out of memory\n");
+        mp3_layer3_destroy(l3);
+        free(reservoir);
+        free(pcm);
+        return 1;
+    }
+
+    framer_init(&framer, data, size);
+    int formatSent = 0, started = 0, stop = 0, reported = 0;
+    size_t reservoirBytes = 0;
+    long frameIndex = 0;
+    while (!stop && next_frame(&framer, &h, &length)) {
+        const uint8_t* p = data + framer.pos;
+        framer.pos += (size_t)length;
+        if (h.layer != 3) continue;
+        if (frameIndex++ == 0 && is_info_frame(p, &h, length)) continue;
+
+        Mp3FrameHeader fh;
+        Mp3SideInfo si[4];
+        int32_t scfsi[8] = {0};
+        int32_t mainDataBegin = 0, privateBits = 0;
+        const uint8_t* cursor = p;
+        int concealed = 0;
+        memset(si, 0, sizeof si);
+        if (zamsUnpackFrameHeader_MP3(&cursor, &fh) != zamStsOk ||
+            zamsUnpackSideInfo_MP3(&cursor, si, &mainDataBegin, &privateBits, scfsi, &fh) != zamStsOk)
+            concealed = 1;
+        const size_t mainStart = 4 + (h.protection ? 2u : 0u) + (size_t)h.sideInfoBytes;
+        const size_t mainBytes = mainStart <= (size_t)length ? (size_t)length - mainStart : 0;
+
+        if (!concealed && (size_t)mainDataBegin > reservoirBytes) concealed = 2;  /* reservoir missing */
+        const uint8_t* mainData = reservoir + reservoirBytes - (concealed ? 0 : (size_t)mainDataBegin);
+        memcpy(reservoir + reservoirBytes, p + mainStart, mainBytes);
+        const long mainBits = (long)((concealed ? 0 : (size_t)mainDataBegin) + mainBytes) * 8;
+        memset(reservoir + reservoirBytes + mainBytes, 0, 8);
+
+        if (concealed == 2 && !started) {
+            /* The stream starts after a cut: nothing to conceal yet. */
+        } else {
+            if (!formatSent) {
+                formatSent = 1;
+                if (sink->format(sink->ctx, h.sampleRate, outChannels, outChannels == 1 ? 0x4u : 0x3u) != 0) break;
+            }
+            started = 1;
+            int bad = 0;
+            if (concealed) {
+                mp3_layer3_conceal_frame(l3, &h, outChannels, pcm);
+                bad = 1;
+            } else {
+                bad = mp3_layer3_decode_frame(l3, &h, &fh, si, scfsi, mainData, mainBits, outChannels, pcm);
+            }
+            if (bad) {
+                ++stats->framesConcealed;
+                if (options->verbose || reported < 3)
+                    fprintf(stderr, "zamac-decode: frame %ld at byte %zu: %s\n", frameIndex - 1,
+                            (size_t)(p - data),
+                            concealed == 2 ? "bit reservoir data missing, concealed"
+                                           : (concealed ? "bad side information, concealed"
+                                                        : "corrupt main data, concealed"));
+                ++reported;
+            }
+            ++stats->framesDecoded;
+            stats->audioSeconds += (double)h.samples / h.sampleRate;
+            if (options->info)
+                printf("frame %ld: %d Hz %s, %d bytes, main_data_begin %d%s\n", frameIndex - 1, h.sampleRate,
+                       h.channels == 1 ? "mono" : "stereo", length, mainDataBegin, bad ? " (concealed)" : "");
+            if (sink->write(sink->ctx, pcm, h.samples) != 0) stop = 1;
+        }
+
+        /* Keep the last bytes of main data for the next frames' reservoir. */
+        reservoirBytes += mainBytes;
+        if (reservoirBytes > RESERVOIR_BYTES) {
+            memmove(reservoir, reservoir + reservoirBytes - RESERVOIR_BYTES, RESERVOIR_BYTES);
+            reservoirBytes = RESERVOIR_BYTES;
+        }
+    }
+    if (framer.skippedBytes > 0 && options->verbose)
+        fprintf(stderr, "zamac-decode: %ld bytes skipped while looking for frames\n", framer.skippedBytes);
+
+    mp3_layer3_destroy(l3);
+    free(reservoir);
+    free(pcm);
+    if (stats->framesDecoded == 0) {
+        fprintf(stderr, "zamac-decode: no MP3 frame could be decoded\n");
+        return 1;
+    }
+    return 0;
+}
