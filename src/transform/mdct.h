@@ -49,5 +49,8 @@ inline float twCos(const float* t, int n, int j)
 // scalar twins run the same steps without vector kernels.
 void mdctFwdCore(const float* src, float* dst, const MdctSpec32f* s, float* work, Kernels k);
 void mdctInvCore(const float* src, float* dst, const MdctSpec32f* s, float* work, Kernels k);
+// 16-bit forward on a located spec; work is 64-byte aligned, N bytes.
+ZamStatus mdctFwd16Core(const int16_t* x, int16_t* dst, const MdctSpec16s* s, int scaleFactor, int16_t* work,
+                        Kernels k);
 
 }  // namespace zam
