@@ -97,6 +97,48 @@ void levelAvx2(int16_t* x, int64_t n, int64_t h, const int16_t* tw)
     }
 }
 
+// Levels h = 1, 2, 4 inside one vector of 8 complex values: the butterfly
+// partners are brought side by side with lane shuffles; twiddles come from the
+// same table entries the scalar twin reads, so the results are identical.
+template <bool Halve>
+void levelSmallAvx2(int16_t* x, int64_t n, int64_t h, const int16_t* tw)
+{
+    // Per complex slot of a 128-bit half: twiddle index j and sign of the result.
+    alignas(32) int16_t wr[16], wi[16], sg[16];
+    for (int slot = 0; slot < 8; ++slot) {
+        const int pos = slot % 8;  // position inside the 8-value vector
+        const int j = static_cast<int>(pos % h);
+        const bool second = (pos / h) % 2 == 1;
+        const int16_t* t = tw + (j >> 3) * 32 + (j & 7) * 2;
+        wr[2 * slot] = wr[2 * slot + 1] = t[0];
+        wi[2 * slot] = t[16];
+        wi[2 * slot + 1] = t[17];
+        sg[2 * slot] = sg[2 * slot + 1] = second ? -1 : 1;
+    }
+    const __m256i vwr = _mm256_load_si256(reinterpret_cast<const __m256i*>(wr));
+    const __m256i vwi = _mm256_load_si256(reinterpret_cast<const __m256i*>(wi));
+    const __m256i vsg = _mm256_load_si256(reinterpret_cast<const __m256i*>(sg));
+    const __m256i half = _mm256_set1_epi16(16384);
+    for (int64_t i = 0; i < n; i += 8) {
+        __m256i v = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(x + 2 * i));
+        __m256i a, b;
+        if (h == 1) {
+            a = _mm256_shuffle_epi32(v, 0xA0);  // c0 c0 c2 c2
+            b = _mm256_shuffle_epi32(v, 0xF5);  // c1 c1 c3 c3
+        } else if (h == 2) {
+            a = _mm256_shuffle_epi32(v, 0x44);  // c0 c1 c0 c1
+            b = _mm256_shuffle_epi32(v, 0xEE);  // c2 c3 c2 c3
+        } else {
+            a = _mm256_permute2x128_si256(v, v, 0x00);
+            b = _mm256_permute2x128_si256(v, v, 0x11);
+        }
+        __m256i bs = _mm256_shufflehi_epi16(_mm256_shufflelo_epi16(b, 0xB1), 0xB1);
+        __m256i t = _mm256_adds_epi16(_mm256_mulhrs_epi16(b, vwr), _mm256_mulhrs_epi16(bs, vwi));
+        __m256i ah = Halve ? _mm256_mulhrs_epi16(a, half) : a;
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(x + 2 * i), _mm256_adds_epi16(ah, _mm256_sign_epi16(t, vsg)));
+    }
+}
+
 int maxComponentScalar(const int16_t* x, int64_t count)
 {
     int m = 0;
@@ -182,6 +224,8 @@ int fft16Levels(int16_t* data, const Fft16Spec* spec, Kernels k)
         const int16_t* t = halve ? tw : tw + levelBlocks(h) * 32;
         if (vec && h >= 8)
             halve ? levelAvx2<true>(data, n, h, t) : levelAvx2<false>(data, n, h, t);
+        else if (vec && n >= 8)
+            halve ? levelSmallAvx2<true>(data, n, h, t) : levelSmallAvx2<false>(data, n, h, t);
         else
             halve ? levelScalar<true>(data, n, h, t) : levelScalar<false>(data, n, h, t);
         halvings += halve;
