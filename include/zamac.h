@@ -110,7 +110,7 @@ const ZamLibVersion* zamacGetLibVersion(void);
 
 /* ========================================================= shared types */
 
-/* An opaque state or specification object. Every family has its own named
+/* An opaque state or descriptor object. Every family has its own named
  * opaque type below; all of them are laid out as such an object. */
 typedef struct SpecObject SpecObject;
 
