@@ -486,7 +486,8 @@ ZamStatus zamsNoiselessDecoder_LC_AAC(uint8_t** ppBitStream, int32_t* pOffset, i
  * scale factors share one running value). scaleFlag 1 (an extension layer):
  * windowSequence, maxSfb and pMainHeader's window groups are used, no ICS, pulse,
  * TNS or gain-control data are read. No check of max_sfb against the band count
- * (a section ending above it fails with zamStsBadData). Checks: a pointer null ->
+ * (a section ending above it fails with zamStsBadData); a max_sfb taken from
+ * pIcsInfo (commonWin 1) outside 0..51 fails with zamStsAacMaxSfbErr. Checks: a pointer null ->
  * zamStsNullPtr; offset -> zamStsAacBitOffsetErr; commonWin above 1 ->
  * zamStsAacCommonWinErr; windowSequence above 3 -> zamStsAacWinSeqErr;
  * scaleFlag above 1 -> zamStsAacLayerFlagErr; audioObjectType above 16 ->
