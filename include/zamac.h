@@ -1040,9 +1040,10 @@ ZamStatus zamsNoiselessDecode_AAC(uint8_t** ppBitStream, int32_t* pOffset, AacMa
  * sf the band's scale factor; other bands and the values past maxSfb are left
  * as they are. The fixed-point form: with e = sf - 100, s = ceil(e/4):
  *  - |q| 1..3 and 4..15 come from a table with 28 and 25 fractional bits shifted
- *    right by 25 - s and 22 - s; when that shift is negative no shift is made (the
- *    result stops growing: for sf above 197 (1..3) or 185 (4..15) the results are
- *    smaller than the exact value), above 31 the result is 0;
+ *    right by 25 - s and 22 - s; when that shift is negative no shift is made (for
+ *    sf above 200 (1..3) or 188 (4..15) the result is the table entry itself, which
+ *    repeats with a period of 4 scale factors and lies below the exact value),
+ *    above 31 the result is 0;
  *  - |q| 16..8191 use a power table (16..128) or a polynomial (129..8191) and are
  *    then shifted by (s - base): a right shift above 31 gives 0, a left shift above
  *    31 gives 2147483647 (with the sign of q), a left shift of 1..31 wraps in 32
