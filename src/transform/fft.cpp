@@ -30,13 +30,13 @@ constexpr int64_t stageTableFloats(int order)
     if (order < 3) return 0;
     int64_t floats = 0, h = 4;
     int levels = order - 2;
-    for (; levels >= 2; levels -= 2, h *= 4) floats += 8 * h;
+    for (; levels >= 2; levels -= 2, h *= 4) floats += 12 * h;
     if (levels == 1) floats += 4 * h;
     return floats;
 }
 
 // Writes the stage tables for `order`, taking W_M^k for M = 2^tableOrder from
-// `root(k)` (k < M/2), M >= N.
+// `root(k)` (k < 3M/4), M >= N.
 template <typename Root>
 void buildStageTables(float* out, int order, int tableOrder, Root root)
 {
@@ -48,13 +48,14 @@ void buildStageTables(float* out, int order, int tableOrder, Root root)
         blk[8 + 2 * lane] = blk[8 + 2 * lane + 1] = w.im;
     };
     for (; levels >= 2; levels -= 2, h *= 4) {
-        int64_t s1 = (int64_t{1} << tableOrder) / (2 * h), s2 = s1 / 2;
+        const int64_t step = (int64_t{1} << tableOrder) / (4 * h);
         for (int64_t j = 0; j < h; ++j) {
-            float* blk = out + (j >> 2) * 32;
-            put(blk, int(j & 3), root(j * s1));
-            put(blk + 16, int(j & 3), root(j * s2));
+            float* blk = out + (j >> 2) * 48;
+            put(blk, int(j & 3), root(j * step));
+            put(blk + 16, int(j & 3), root(2 * j * step));
+            put(blk + 32, int(j & 3), root(3 * j * step));
         }
-        out += 8 * h;
+        out += 12 * h;
     }
     if (levels == 1) {
         int64_t s1 = (int64_t{1} << tableOrder) / (2 * h);
@@ -116,10 +117,11 @@ constexpr SmallTables<Order> makeSmallTables()
     };
     for (; levels >= 2; levels -= 2, h *= 4) {
         for (int64_t j = 0; j < h; ++j) {
-            put(out + (j >> 2) * 32, int(j & 3), root(j, 2 * h));
-            put(out + (j >> 2) * 32 + 16, int(j & 3), root(j, 4 * h));
+            put(out + (j >> 2) * 48, int(j & 3), root(j, 4 * h));
+            put(out + (j >> 2) * 48 + 16, int(j & 3), root(2 * j, 4 * h));
+            put(out + (j >> 2) * 48 + 32, int(j & 3), root(3 * j, 4 * h));
         }
-        out += 8 * h;
+        out += 12 * h;
     }
     if (levels == 1)
         for (int64_t j = 0; j < h; ++j) put(out + (j >> 2) * 16, int(j & 3), root(j, 2 * h));
@@ -149,7 +151,7 @@ void stages(float* x, int order, const float* tw, Kernels k)
             else
                 fftk::radix4BlockScalar(x + 2 * g, int(h), tw, int(h));
         }
-        tw += 8 * h;
+        tw += 12 * h;
     }
     if (levels == 1) {
         if (vec)
@@ -255,9 +257,17 @@ LargeTables largeTables(const FftSpec* s)
     return {s->twiddles, low, low + 2 * largeLowCount(s->order)};
 }
 
-// W_N^k from the two-level tables, in double precision.
+// W_N^k from the two-level tables, in double precision (k < N; the tables cover
+// half a turn and W^(k + N/2) = -W^k).
 inline void largeRoot(const LargeTables& t, int order, int64_t k, double& re, double& im)
 {
+    const int64_t half = int64_t{1} << (order - 1);
+    if (k >= half) {
+        largeRoot(t, order, k - half, re, im);
+        re = -re;
+        im = -im;
+        return;
+    }
     const int lb = largeLowBits(order);
     const double* l = t.low + 2 * (k & ((int64_t{1} << lb) - 1));
     const double* h = t.high + 2 * (k >> lb);
@@ -505,8 +515,12 @@ ZamStatus fftInit(FftSpec** ppSpec, int order, int flag, int hint, uint8_t* pMem
         s->bitReverse = reinterpret_cast<uint32_t*>(tables);
         for (uint32_t g = 0; g < n / 4; ++g) s->bitReverse[g] = reverseBits(g, order - 2);
         s->twiddles = reinterpret_cast<float*>(tables + roundUp64(n));
-        buildStageTables(s->twiddles, order, baseOrder,
-                         [base](int64_t k) { return Cpx{base[2 * k], base[2 * k + 1]}; });
+        const int64_t halfTurn = int64_t{1} << (baseOrder - 1);
+        buildStageTables(s->twiddles, order, baseOrder, [base, halfTurn](int64_t k) {
+            // the base table covers half a turn; W^(k + M/2) = -W^k
+            return k < halfTurn ? Cpx{base[2 * k], base[2 * k + 1]}
+                                : Cpx{-base[2 * (k - halfTurn)], -base[2 * (k - halfTurn) + 1]};
+        });
         s->workSize = static_cast<int>((8 * n + 63) & ~int64_t{63});
     } else {
         if (!pMemInit) {
