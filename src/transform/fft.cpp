@@ -23,13 +23,17 @@ constexpr int64_t roundUp64(int64_t bytes) { return roundUp(bytes, 64); }
 
 // ------------------------------------------------------------ stage plan
 
-// Floats of stage twiddles for an order: radix-4 stages h = 4, 16, ... while two
-// levels remain after the first pass, then one radix-2 stage for an odd remainder.
+// The first pass does log2 R levels: 2 for order 2, 3 for odd orders, 4 for
+// even orders from 4, so that radix-4 stages complete every transform.
+constexpr int firstPassLevels(int order) { return order <= 2 ? order : (order % 2 ? 3 : 4); }
+
+// Floats of stage twiddles for an order: radix-4 stages h = R, 4R, ... after the
+// first pass (a radix-2 stage would close an odd remainder; the plan has none).
 constexpr int64_t stageTableFloats(int order)
 {
     if (order < 3) return 0;
-    int64_t floats = 0, h = 4;
-    int levels = order - 2;
+    int64_t floats = 0, h = int64_t{1} << firstPassLevels(order);
+    int levels = order - firstPassLevels(order);
     for (; levels >= 2; levels -= 2, h *= 4) floats += 12 * h;
     if (levels == 1) floats += 4 * h;
     return floats;
@@ -41,8 +45,8 @@ template <typename Root>
 void buildStageTables(float* out, int order, int tableOrder, Root root)
 {
     if (order < 3) return;
-    int64_t h = 4;
-    int levels = order - 2;
+    int64_t h = int64_t{1} << firstPassLevels(order);
+    int levels = order - firstPassLevels(order);
     auto put = [&](float* blk, int lane, Cpx w) {
         blk[2 * lane] = blk[2 * lane + 1] = w.re;
         blk[8 + 2 * lane] = blk[8 + 2 * lane + 1] = w.im;
@@ -104,8 +108,8 @@ template <int Order>
 constexpr SmallTables<Order> makeSmallTables()
 {
     SmallTables<Order> t{};
-    int64_t h = 4;
-    int levels = Order - 2;
+    int64_t h = int64_t{1} << firstPassLevels(Order);
+    int levels = Order - firstPassLevels(Order);
     float* out = t.tw;
     auto root = [](int64_t num, int64_t den) {
         SinCos sc = sinCosTurn(num, den);
@@ -141,8 +145,8 @@ constexpr SmallTables<6> kSmall6 = makeSmallTables<6>();
 void stages(float* x, int order, const float* tw, Kernels k)
 {
     const int64_t n = int64_t{1} << order;
-    int64_t h = 4;
-    int levels = order - 2;
+    int64_t h = int64_t{1} << firstPassLevels(order);
+    int levels = order - firstPassLevels(order);
     const bool vec = k == Kernels::Avx2;
     for (; levels >= 2; levels -= 2, h *= 4) {
         for (int64_t g = 0; g < n; g += 4 * h) {
@@ -161,14 +165,28 @@ void stages(float* x, int order, const float* tw, Kernels k)
     }
 }
 
-// Bit-reversed gather plus the first two levels, from `in` (interleaved) to `out`.
+// Bit-reversed gather plus the first levels, from `in` (interleaved) to `out`.
 void firstPass(const float* in, float* out, int order, const uint32_t* rev, Kernels k)
 {
     const int n = 1 << order;
-    if (k == Kernels::Avx2 && n >= 16)
-        fftk::firstPassAvx2(in, out, n, rev);
-    else
+    const bool vec = k == Kernels::Avx2;
+    switch (firstPassLevels(order)) {
+    case 2:
         fftk::firstPassScalar(in, out, n, rev);
+        break;
+    case 3:
+        if (vec && n >= 32)
+            fftk::firstPassRadixAvx2<3>(in, out, n, rev);
+        else
+            fftk::firstPassRadixScalar<3>(in, out, n, rev);
+        break;
+    default:
+        if (vec && n >= 64)
+            fftk::firstPassRadixAvx2<4>(in, out, n, rev);
+        else
+            fftk::firstPassRadixScalar<4>(in, out, n, rev);
+        break;
+    }
 }
 
 void scaleFloats(float* p, int64_t count, float s)
@@ -289,18 +307,6 @@ void bitReversePermute(int order, bool inPlace, Swap swap, Move move)
     }
 }
 
-// In-place first two levels on contiguous (already permuted) data.
-void firstPassInPlace(float* x, int64_t n)
-{
-    for (int64_t g = 0; g < n; g += 4) {
-        float* p = x + 2 * g;
-        Cpx x0{p[0], p[1]}, x1{p[2], p[3]}, x2{p[4], p[5]}, x3{p[6], p[7]};
-        // positions 4g+0..3 hold inputs in bit-reversed order already, so the
-        // butterfly pairs are (0,1) and (2,3) at the first level.
-        fftk::firstButterflyScalar(x0, x1, x2, x3, p);
-    }
-}
-
 void largeTransformInterleaved(const float* src, float* dst, const FftSpec* s, Kernels k)
 {
     const int order = s->order;
@@ -313,7 +319,7 @@ void largeTransformInterleaved(const float* src, float* dst, const FftSpec* s, K
     LargeTables t = largeTables(s);
     const int64_t block = int64_t{1} << kFftBlockOrder;
     for (int64_t b = 0; b < n; b += block) {
-        firstPassInPlace(dst + 2 * b, block);
+        fftk::firstPassInPlaceScalar<firstPassLevels(kFftBlockOrder)>(dst + 2 * b, block);
         stages(dst + 2 * b, kFftBlockOrder, t.stage, k);
     }
     // Whole-array radix-2 stages; twiddles made per chunk of butterflies.
@@ -399,6 +405,24 @@ void largeTransformSplit(const float* srcRe, const float* srcIm, float* re, floa
                 }
             }
         }
+    }
+}
+
+// The first pass reading split input, writing interleaved output.
+template <int LogR>
+void splitFirstPass(const float* re, const float* im, float* out, int64_t n, const uint32_t* rev)
+{
+    constexpr int R = 1 << LogR;
+    const int64_t stride = n / R;
+    for (int64_t g = 0; g < n / R; ++g) {
+        const uint32_t r = rev[static_cast<uint32_t>(g) << (LogR - 2)];
+        Cpx x[R];
+        for (int k = 0; k < R; ++k) {
+            const int64_t at = fftk::reverseLow(k, LogR) * stride + r;
+            x[k] = {re[at], im[at]};
+        }
+        fftk::ditGroupScalar<LogR>(x);
+        for (int k = 0; k < R; ++k) out[2 * (R * g + k)] = x[k].re, out[2 * (R * g + k) + 1] = x[k].im;
     }
 }
 
@@ -654,13 +678,10 @@ ZamStatus fftFwdSplit(const float* pSrcRe, const float* pSrcIm, float* pDstRe, f
         // Gather the split input in bit-reversed group order into the interleaved
         // work area, run the stages there, then split into the destination.
         auto* w = reinterpret_cast<float*>(work);
-        const int64_t q = n / 4;
-        for (int64_t g = 0; g < q; ++g) {
-            uint32_t r = pSpec->bitReverse[g];
-            Cpx x0{pSrcRe[r], pSrcIm[r]}, x1{pSrcRe[r + 2 * q], pSrcIm[r + 2 * q]};
-            Cpx x2{pSrcRe[r + q], pSrcIm[r + q]}, x3{pSrcRe[r + 3 * q], pSrcIm[r + 3 * q]};
-            fftk::firstButterflyScalar(x0, x1, x2, x3, w + 8 * g);
-        }
+        if (firstPassLevels(order) == 3)
+            splitFirstPass<3>(pSrcRe, pSrcIm, w, n, pSpec->bitReverse);
+        else
+            splitFirstPass<4>(pSrcRe, pSrcIm, w, n, pSpec->bitReverse);
         stages(w, order, pSpec->twiddles, k);
         for (int64_t i = 0; i < n; ++i) pDstRe[i] = w[2 * i], pDstIm[i] = w[2 * i + 1];
     } else {

@@ -23,6 +23,8 @@
 
 #include <cstdint>
 
+#include "transform/trig.h"
+
 namespace zam::fftk {
 
 // ---------------------------------------------------------------- scalar twins
@@ -194,6 +196,151 @@ inline void firstPassAvx2(const float* in, float* out, int n, const uint32_t* re
         _mm256_storeu_pd(o + 4, _mm256_permute2f128_pd(t1, t3, 0x20));
         _mm256_storeu_pd(o + 8, _mm256_permute2f128_pd(t0, t2, 0x31));
         _mm256_storeu_pd(o + 12, _mm256_permute2f128_pd(t1, t3, 0x31));
+    }
+}
+
+// ---------------------------------------------------------------- radix-R first pass
+//
+// The first pass takes 2^LogR = R inputs per group in bit-reversed order and does
+// the first LogR levels on them in registers: for four groups at once in the
+// AVX2 version (one complex value of each group per vector, so every twiddle is
+// a constant), then a 4 x 4 transpose writes each group's R outputs.
+
+template <int R>
+struct RootsOf {
+    float re[R / 2 > 0 ? R / 2 : 1];
+    float im[R / 2 > 0 ? R / 2 : 1];
+};
+template <int R>
+constexpr RootsOf<R> makeRoots()
+{
+    RootsOf<R> r{};
+    for (int i = 0; i < R / 2; ++i) {
+        SinCos sc = sinCosTurn(i, R);
+        r.re[i] = static_cast<float>(sc.c);
+        r.im[i] = static_cast<float>(-sc.s);
+    }
+    return r;
+}
+template <int R>
+inline constexpr RootsOf<R> kRoots = makeRoots<R>();
+
+constexpr int reverseLow(int v, int bits)
+{
+    int r = 0;
+    for (int b = 0; b < bits; ++b) r |= ((v >> b) & 1) << (bits - 1 - b);
+    return r;
+}
+
+// Levels 1..LogR of one group held in x[0..R-1] (inputs in bit-reversed order).
+template <int LogR>
+inline void ditGroupScalar(Cpx* x)
+{
+    constexpr int R = 1 << LogR;
+    for (int len = 2; len <= R; len *= 2)
+        for (int b = 0; b < R; b += len)
+            for (int i = 0; i < len / 2; ++i) {
+                const int w = i * (R / len);
+                Cpx t = cmul(x[b + i + len / 2], kRoots<R>.re[w], kRoots<R>.im[w]);
+                Cpx a = x[b + i];
+                x[b + i] = {a.re + t.re, a.im + t.im};
+                x[b + i + len / 2] = {a.re - t.re, a.im - t.im};
+            }
+}
+
+template <int LogR>
+inline void ditGroupAvx2(__m256* x)
+{
+    constexpr int R = 1 << LogR;
+#pragma GCC unroll 16
+    for (int len = 2; len <= R; len *= 2)
+#pragma GCC unroll 16
+        for (int b = 0; b < R; b += len)
+#pragma GCC unroll 16
+            for (int i = 0; i < len / 2; ++i) {
+                const int w = i * (R / len);
+                __m256 t = x[b + i + len / 2];
+                if (w == 0) {
+                } else if (4 * w == R) {
+                    t = mulNegI8(t);
+                } else {
+                    t = cmul8(t, _mm256_set1_ps(kRoots<R>.re[w]), _mm256_set1_ps(kRoots<R>.im[w]));
+                }
+                __m256 a = x[b + i];
+                x[b + i] = _mm256_add_ps(a, t);
+                x[b + i + len / 2] = _mm256_sub_ps(a, t);
+            }
+}
+
+// Group g's outputs take inputs rev_R(k) * (n/R) + rev[g << (LogR - 2)], where rev
+// holds the (order-2)-bit reversal of the n/4 group indices of the radix-4 view.
+template <int LogR>
+inline void firstPassRadixScalar(const float* in, float* out, int n, const uint32_t* rev)
+{
+    constexpr int R = 1 << LogR;
+    const int groups = n / R, stride = n / R;
+    for (int g = 0; g < groups; ++g) {
+        const uint32_t r = rev[static_cast<uint32_t>(g) << (LogR - 2)];
+        Cpx x[R];
+        for (int k = 0; k < R; ++k) {
+            const int64_t at = 2 * (int64_t{reverseLow(k, LogR)} * stride + r);
+            x[k] = {in[at], in[at + 1]};
+        }
+        ditGroupScalar<LogR>(x);
+        for (int k = 0; k < R; ++k) {
+            out[2 * (int64_t{R} * g + k)] = x[k].re;
+            out[2 * (int64_t{R} * g + k) + 1] = x[k].im;
+        }
+    }
+}
+
+// Needs n/R to be a multiple of 4.
+template <int LogR>
+inline void firstPassRadixAvx2(const float* in, float* out, int n, const uint32_t* rev)
+{
+    constexpr int R = 1 << LogR;
+    const int groups = n / R;
+    const int64_t stride = n / R;
+    const double* base = reinterpret_cast<const double*>(in);
+    for (int g = 0; g < groups; g += 4) {
+        const double* p0 = base + rev[static_cast<uint32_t>(g) << (LogR - 2)];
+        const double* p1 = base + rev[static_cast<uint32_t>(g + 1) << (LogR - 2)];
+        const double* p2 = base + rev[static_cast<uint32_t>(g + 2) << (LogR - 2)];
+        const double* p3 = base + rev[static_cast<uint32_t>(g + 3) << (LogR - 2)];
+        __m256 x[R];
+#pragma GCC unroll 16
+        for (int k = 0; k < R; ++k) {
+            const int64_t off = reverseLow(k, LogR) * stride;
+            __m128d lo = _mm_loadh_pd(_mm_load_sd(p0 + off), p1 + off);
+            __m128d hi = _mm_loadh_pd(_mm_load_sd(p2 + off), p3 + off);
+            x[k] = _mm256_castpd_ps(_mm256_insertf128_pd(_mm256_castpd128_pd256(lo), hi, 1));
+        }
+        ditGroupAvx2<LogR>(x);
+#pragma GCC unroll 4
+        for (int k0 = 0; k0 < R; k0 += 4) {
+            __m256d y0 = _mm256_castps_pd(x[k0]), y1 = _mm256_castps_pd(x[k0 + 1]);
+            __m256d y2 = _mm256_castps_pd(x[k0 + 2]), y3 = _mm256_castps_pd(x[k0 + 3]);
+            __m256d t0 = _mm256_unpacklo_pd(y0, y1), t1 = _mm256_unpackhi_pd(y0, y1);
+            __m256d t2 = _mm256_unpacklo_pd(y2, y3), t3 = _mm256_unpackhi_pd(y2, y3);
+            double* o = reinterpret_cast<double*>(out) + int64_t{R} * g + k0;
+            _mm256_storeu_pd(o, _mm256_permute2f128_pd(t0, t2, 0x20));
+            _mm256_storeu_pd(o + R, _mm256_permute2f128_pd(t1, t3, 0x20));
+            _mm256_storeu_pd(o + 2 * R, _mm256_permute2f128_pd(t0, t2, 0x31));
+            _mm256_storeu_pd(o + 3 * R, _mm256_permute2f128_pd(t1, t3, 0x31));
+        }
+    }
+}
+
+// The first LogR levels in place on contiguous, already permuted data.
+template <int LogR>
+inline void firstPassInPlaceScalar(float* data, int64_t n)
+{
+    constexpr int R = 1 << LogR;
+    for (int64_t g = 0; g < n; g += R) {
+        Cpx x[R];
+        for (int k = 0; k < R; ++k) x[k] = {data[2 * (g + k)], data[2 * (g + k) + 1]};
+        ditGroupScalar<LogR>(x);
+        for (int k = 0; k < R; ++k) data[2 * (g + k)] = x[k].re, data[2 * (g + k) + 1] = x[k].im;
     }
 }
 
