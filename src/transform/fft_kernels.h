@@ -294,39 +294,34 @@ inline void firstPassRadixScalar(const float* in, float* out, int n, const uint3
     }
 }
 
-// Needs n/R to be a multiple of 4.
+// Needs n/R to be a multiple of 4. Four groups whose inputs are adjacent are
+// taken together: the groups rev(r + l), l = 0..3, read input r + l + k*(n/R),
+// so each input position of the four is one 256-bit load.
 template <int LogR>
 inline void firstPassRadixAvx2(const float* in, float* out, int n, const uint32_t* rev)
 {
     constexpr int R = 1 << LogR;
-    const int groups = n / R;
     const int64_t stride = n / R;
-    const double* base = reinterpret_cast<const double*>(in);
-    for (int g = 0; g < groups; g += 4) {
-        const double* p0 = base + rev[static_cast<uint32_t>(g) << (LogR - 2)];
-        const double* p1 = base + rev[static_cast<uint32_t>(g + 1) << (LogR - 2)];
-        const double* p2 = base + rev[static_cast<uint32_t>(g + 2) << (LogR - 2)];
-        const double* p3 = base + rev[static_cast<uint32_t>(g + 3) << (LogR - 2)];
+    for (int64_t r = 0; r < stride; r += 4) {
         __m256 x[R];
 #pragma GCC unroll 16
-        for (int k = 0; k < R; ++k) {
-            const int64_t off = reverseLow(k, LogR) * stride;
-            __m128d lo = _mm_loadh_pd(_mm_load_sd(p0 + off), p1 + off);
-            __m128d hi = _mm_loadh_pd(_mm_load_sd(p2 + off), p3 + off);
-            x[k] = _mm256_castpd_ps(_mm256_insertf128_pd(_mm256_castpd128_pd256(lo), hi, 1));
-        }
+        for (int k = 0; k < R; ++k) x[k] = _mm256_loadu_ps(in + 2 * (reverseLow(k, LogR) * stride + r));
         ditGroupAvx2<LogR>(x);
+        // (R-2)-bit reversal of r + l from the table of (order-2)-bit reversals
+        double* o0 = reinterpret_cast<double*>(out) + int64_t{R} * (rev[r] >> (LogR - 2));
+        double* o1 = reinterpret_cast<double*>(out) + int64_t{R} * (rev[r + 1] >> (LogR - 2));
+        double* o2 = reinterpret_cast<double*>(out) + int64_t{R} * (rev[r + 2] >> (LogR - 2));
+        double* o3 = reinterpret_cast<double*>(out) + int64_t{R} * (rev[r + 3] >> (LogR - 2));
 #pragma GCC unroll 4
         for (int k0 = 0; k0 < R; k0 += 4) {
             __m256d y0 = _mm256_castps_pd(x[k0]), y1 = _mm256_castps_pd(x[k0 + 1]);
             __m256d y2 = _mm256_castps_pd(x[k0 + 2]), y3 = _mm256_castps_pd(x[k0 + 3]);
             __m256d t0 = _mm256_unpacklo_pd(y0, y1), t1 = _mm256_unpackhi_pd(y0, y1);
             __m256d t2 = _mm256_unpacklo_pd(y2, y3), t3 = _mm256_unpackhi_pd(y2, y3);
-            double* o = reinterpret_cast<double*>(out) + int64_t{R} * g + k0;
-            _mm256_storeu_pd(o, _mm256_permute2f128_pd(t0, t2, 0x20));
-            _mm256_storeu_pd(o + R, _mm256_permute2f128_pd(t1, t3, 0x20));
-            _mm256_storeu_pd(o + 2 * R, _mm256_permute2f128_pd(t0, t2, 0x31));
-            _mm256_storeu_pd(o + 3 * R, _mm256_permute2f128_pd(t1, t3, 0x31));
+            _mm256_storeu_pd(o0 + k0, _mm256_permute2f128_pd(t0, t2, 0x20));
+            _mm256_storeu_pd(o1 + k0, _mm256_permute2f128_pd(t1, t3, 0x20));
+            _mm256_storeu_pd(o2 + k0, _mm256_permute2f128_pd(t0, t2, 0x31));
+            _mm256_storeu_pd(o3 + k0, _mm256_permute2f128_pd(t1, t3, 0x31));
         }
     }
 }
