@@ -118,6 +118,7 @@ inline void radix4BlockAvx2(float* x, int h, const float* tw, int count)
     float* p1 = x + 2 * h;
     float* p2 = x + 4 * h;
     float* p3 = x + 6 * h;
+#pragma GCC unroll 2
     for (int j = 0; j < count; j += 4, tw += 48) {
         __m256 t0 = _mm256_loadu_ps(p0 + 2 * j);
         __m256 t1 = cmul8(_mm256_loadu_ps(p2 + 2 * j), _mm256_load_ps(tw), _mm256_load_ps(tw + 8));
