@@ -1286,9 +1286,13 @@ ZamStatus zamsMDCTInv_32f_I(float* pSrcDst, const MdctInvSpec_32f* pMDCTSpec, ui
  * input block is normalised by its largest magnitude, folded and twiddled in
  * Q15, transformed by an internal 16-bit fixed-point FFT of N/4 points that
  * halves every level, and scaled back by a shift of
- * scaleFactor - log2(N/4) + s + 10 bits, s being the normalisation exponent;
- * the result carries the rounding noise of a 16-bit FFT (a few output LSBs for
- * full-range outputs). An all-zero input gives N/2 zeros for any scaleFactor.
+ * scaleFactor - log2(N/4) + s + 10 bits, s being the normalisation exponent
+ * (the FFT halves only the levels that could overflow and the bits it keeps
+ * are accounted for in that shift). The result carries the rounding noise of a
+ * 16-bit FFT: relative to the largest output of the block, about 2^-11 for tonal
+ * and full-scale blocks and 2^-10 for noise-like ones at N = 2048 (so a few to
+ * a few tens of LSBs when the outputs use the full 16-bit range). An all-zero
+ * input gives N/2 zeros for any scaleFactor.
  * Spec placement, sizes and checks follow the float family; the 16-bit Init
  * also accepts a null pMemInit (its init size is 0). */
 typedef struct MdctFwdSpec_16s MdctFwdSpec_16s;   /* tag 57 */
