@@ -172,14 +172,6 @@ TEST(SpectralIs, WorkedVectorsForPositionsMinusTenToTwenty)
     }
 }
 
-TEST(SpectralIs, CopyNegateAndHalve)
-{
-    for (int32_t l : {0, 1, -1, 12345, -98765, 1 << 28}) {
-        EXPECT_EQ(zam::aacIntensityScale(l, 0), l);
-        EXPECT_EQ(zam::aacIntensityScale(l, 4), l >> 1);
-    }
-}
-
 TEST(SpectralIs, CloseToTheExactScaleOverAWideRange)
 {
     std::mt19937 gen(5);
