@@ -6,7 +6,7 @@
 #include <random>
 #include <vector>
 
-#include "bitstream_test_util.h"
+#include "aac_test_util.h"
 #include "test_support.h"
 #include "zamac.h"
 
@@ -151,61 +151,45 @@ TEST(AacProgramConfig, ArgumentChecks)
     EXPECT_EQ(off, -1);
 }
 
-TEST(AacAdif, SeveralProgramConfigsConstantRate)
+// Constant rate (type 0) reads a buffer fullness before each element, variable
+// rate none; the copyright id is read only when flagged.
+TEST(AacAdif, ProgramConfigsAndBufferFullness)
 {
     std::mt19937 rng(5);
-    BitWriter w;
-    writeAdifStart(w, true, 0, 2);  // three elements
-    std::vector<AacProgramConfig> expected;
-    const uint32_t fullness[3] = {0xFFFFF, 0x12345, 7};
-    for (int i = 0; i < 3; ++i) {
-        w.put(fullness[i], 20);
-        expected.push_back(writeRandomPce(w, rng));
+    for (int bitstreamType = 0; bitstreamType < 2; ++bitstreamType) {
+        const bool copyright = bitstreamType == 0;
+        const int count = 3 - bitstreamType;
+        BitWriter w;
+        writeAdifStart(w, copyright, bitstreamType, count - 1);
+        AacProgramConfig expected[3];
+        const uint32_t fullness[3] = {0xFFFFF, 0x12345, 7};
+        for (int i = 0; i < count; ++i) {
+            if (bitstreamType == 0) w.put(fullness[i], 20);
+            expected[i] = writeRandomPce(w, rng);
+        }
+        std::vector<uint8_t> data = w.bytes();
+        uint8_t* p = data.data();
+        AacAdifHeader h;
+        AacProgramConfig pce[4];
+        aactest::fillCanary(h), aactest::fillCanary(pce);
+        ASSERT_EQ(zamsUnpackADIFHeader_AAC(&p, &h, pce, 4), zamStsOk);
+        EXPECT_EQ((p - data.data()) * 8, static_cast<long>(w.bits()));
+        EXPECT_EQ(h.adif_id, 0x41444946u);
+        EXPECT_EQ(h.copyright_id_present, copyright);
+        if (copyright) EXPECT_EQ(std::memcmp(h.copyright_id, "012345678", 9), 0);
+        else EXPECT_TRUE(zamtest::untouched(h.copyright_id, 9));
+        EXPECT_EQ(h.original_copy, 1);
+        EXPECT_EQ(h.home, 0);
+        EXPECT_EQ(h.bitstream_type, bitstreamType);
+        EXPECT_EQ(h.bitrate, 320000);
+        EXPECT_EQ(h.num_program_config_elements, count);
+        for (int i = 0; i < count; ++i) {
+            if (bitstreamType == 0) EXPECT_EQ(h.adif_buffer_fullness[i], static_cast<int32_t>(fullness[i]));
+            EXPECT_EQ(std::memcmp(&pce[i], &expected[i], sizeof pce[i]), 0) << i;
+        }
+        EXPECT_TRUE(zamtest::untouched(h.adif_buffer_fullness + (bitstreamType == 0 ? 3 : 0), bitstreamType == 0 ? 13 : 16));
+        EXPECT_TRUE(zamtest::untouched(&pce[count], 4 - count));
     }
-    std::vector<uint8_t> data = w.bytes();
-    uint8_t* p = data.data();
-    AacAdifHeader h;
-    std::memset(&h, 0xA5, sizeof h);
-    AacProgramConfig pce[4];
-    std::memset(pce, 0xA5, sizeof pce);
-    ASSERT_EQ(zamsUnpackADIFHeader_AAC(&p, &h, pce, 4), zamStsOk);
-    EXPECT_EQ(h.adif_id, 0x41444946u);
-    EXPECT_EQ(h.copyright_id_present, 1);
-    EXPECT_EQ(std::memcmp(h.copyright_id, "012345678", 9), 0);
-    EXPECT_EQ(h.original_copy, 1);
-    EXPECT_EQ(h.home, 0);
-    EXPECT_EQ(h.bitstream_type, 0);
-    EXPECT_EQ(h.bitrate, 320000);
-    EXPECT_EQ(h.num_program_config_elements, 3);
-    for (int i = 0; i < 3; ++i) {
-        EXPECT_EQ(h.adif_buffer_fullness[i], static_cast<int32_t>(fullness[i]));
-        EXPECT_EQ(std::memcmp(&pce[i], &expected[i], sizeof pce[i]), 0) << i;
-    }
-    EXPECT_EQ(static_cast<uint32_t>(h.adif_buffer_fullness[3]), 0xA5A5A5A5u);
-    EXPECT_TRUE(zamtest::untouched(&pce[3], 1));
-    EXPECT_EQ((p - data.data()) * 8, static_cast<long>(w.bits()));
-}
-
-TEST(AacAdif, VariableRateReadsNoBufferFullness)
-{
-    std::mt19937 rng(9);
-    BitWriter w;
-    writeAdifStart(w, false, 1, 1);
-    const AacProgramConfig e0 = writeRandomPce(w, rng);
-    const AacProgramConfig e1 = writeRandomPce(w, rng);
-    std::vector<uint8_t> data = w.bytes();
-    uint8_t* p = data.data();
-    AacAdifHeader h;
-    std::memset(&h, 0xA5, sizeof h);
-    AacProgramConfig pce[2];
-    std::memset(pce, 0xA5, sizeof pce);
-    ASSERT_EQ(zamsUnpackADIFHeader_AAC(&p, &h, pce, 2), zamStsOk);
-    EXPECT_EQ(h.num_program_config_elements, 2);
-    EXPECT_TRUE(zamtest::untouched(h.adif_buffer_fullness, 16));
-    EXPECT_TRUE(zamtest::untouched(h.copyright_id, 9));
-    EXPECT_EQ(std::memcmp(&pce[0], &e0, sizeof e0), 0);
-    EXPECT_EQ(std::memcmp(&pce[1], &e1, sizeof e1), 0);
-    EXPECT_EQ((p - data.data()) * 8, static_cast<long>(w.bits()));
 }
 
 TEST(AacAdif, SixteenElementsNeedCapacitySixteen)

@@ -25,28 +25,6 @@ int baseExponent(int a)
     return kLarge[(31 - __builtin_clz(static_cast<unsigned>(a))) - 7];
 }
 
-TEST(SpectralQuantTables, PowerTablesAreRoundedFromTheirDefinition)
-{
-    for (int f = 0; f < 4; ++f) {
-        EXPECT_EQ(zam::kAacSmallPowers.v[f][0], 0);
-        for (int i = 1; i < 16; ++i) {
-            long double exact = powl(i, 4.0L / 3) * powl(2.0L, -f / 4.0L) * (i < 4 ? 268435456.0L : 33554432.0L);
-            EXPECT_LE(fabsl(zam::kAacSmallPowers.v[f][i] - exact), 0.5L) << f << " " << i;
-        }
-    }
-    for (int i = 16; i <= 128; ++i) {
-        long double exact = powl(i, 4.0L / 3) * (i < 64 ? 8388608.0L : 2097152.0L);
-        EXPECT_LE(fabsl(zam::kAacMediumPowers.v[i] - exact), 0.5L) << i;
-    }
-    EXPECT_EQ(zam::kAacMediumPowers.v[16], 338207482);
-    EXPECT_EQ(zam::kAacMediumPowers.v[64], 536870912);
-    EXPECT_EQ(zam::kAacMediumPowers.v[128], 1352829926);
-    EXPECT_EQ(zam::kAacSmallPowers.v[0][1], 1 << 28);
-    EXPECT_EQ(zam::kAacSmallPowers.v[0][8], 16 << 25);
-    for (int f = 0; f < 4; ++f)
-        EXPECT_NEAR(zam::kAacFractionalGain[f], std::ldexp(std::pow(2.0, -f / 4.0), 31), 1.0);
-}
-
 // Every magnitude 0..8191 at every scale factor 0..255, against q^(4/3) 2^(e/4) 8
 // in long double. Where the value fits in 31 bits and no clamp applies, the error
 // is at most 2^L + value * 2^-24, L the left shift (0 when the final shift is a
@@ -263,44 +241,6 @@ TEST(SpectralQuant, GroupedShortFrame)
     }
 }
 
-TEST(SpectralQuant, ArgumentChecksInOrderWriteNothing)
-{
-    auto x = canaryVector<int32_t>(1024);
-    std::vector<int16_t> sf(60, 100);
-    std::vector<uint8_t> cb(60, 1);
-    const int32_t g1[8] = {1}, g8[8] = {1, 1, 1, 1, 1, 1, 1, 1};
-    struct Case {
-        bool nullData;
-        int32_t groups;
-        int32_t maxSfb;
-        uint32_t sri;
-        int32_t winLen;
-        ZamStatus expect;
-    } cases[] = {
-        {true, 0, 99, 99, 7, zamStsNullPtr},
-        {false, 0, 99, 99, 7, zamStsAacWinLenErr},
-        {false, 2, 99, 99, 1024, zamStsAacNumWinGrpErr},
-        {false, 0, 99, 99, 128, zamStsAacNumWinGrpErr},
-        {false, 9, 99, 99, 128, zamStsAacNumWinGrpErr},
-        {false, 1, 52, 99, 1024, zamStsAacMaxSfbErr},
-        {false, 1, -1, 99, 1024, zamStsAacMaxSfbErr},
-        {false, 1, 49, 12, 1024, zamStsAacSmplRateIdxErr},
-        {false, 1, 49, 0xFFFFFFFFu, 1024, zamStsAacSmplRateIdxErr},
-        {false, 1, 50, 4, 1024, zamStsAacMaxSfbErr},
-        {false, 8, 15, 4, 128, zamStsAacMaxSfbErr},
-    };
-    for (const auto& c : cases) {
-        ZamStatus st = zamsQuantInv_AAC_32s_I(c.nullData ? nullptr : x.data(), sf.data(), c.groups,
-                                              c.winLen == 128 ? g8 : g1, c.maxSfb, cb.data(), c.sri, c.winLen);
-        EXPECT_EQ(st, c.expect);
-        EXPECT_TRUE(untouched(x));
-    }
-    EXPECT_EQ(zamsQuantInv_AAC_32s_I(x.data(), nullptr, 1, g1, 1, cb.data(), 4, 1024), zamStsNullPtr);
-    EXPECT_EQ(zamsQuantInv_AAC_32s_I(x.data(), sf.data(), 1, nullptr, 1, cb.data(), 4, 1024), zamStsNullPtr);
-    EXPECT_EQ(zamsQuantInv_AAC_32s_I(x.data(), sf.data(), 1, g1, 1, nullptr, 4, 1024), zamStsNullPtr);
-    EXPECT_TRUE(untouched(x));
-}
-
 // ---------------------------------------------------------------- deinterleave
 
 // The reference: the source position of every destination coefficient, walked
@@ -354,40 +294,78 @@ TEST(SpectralDeinterleave, MatchesTheLayoutMap)
     }
 }
 
-TEST(SpectralDeinterleave, OneGroupOfEightMovesBandsToTheirWindows)
-{
-    const int32_t groups[1] = {8};
-    const uint16_t* off = zam::aacSwbOffsets(4, true);
-    std::vector<int32_t> src(1024), dst(1024, -1);
-    // Band b of window j carries the value 1000 * j + b in the interleaved order.
-    int p = 0;
-    for (int b = 0; b < 14; ++b)
-        for (int j = 0; j < 8; ++j)
-            for (int i = off[b]; i < off[b + 1]; ++i) src[p++] = 1000 * j + b;
-    ASSERT_EQ(zamsDeinterleaveSpectrum_AAC_32s(src.data(), dst.data(), 1, groups, 14, 4, 128), zamStsOk);
-    for (int j = 0; j < 8; ++j)
-        for (int b = 0; b < 14; ++b)
-            for (int i = off[b]; i < off[b + 1]; ++i) ASSERT_EQ(dst[j * 128 + i], 1000 * j + b);
-    ASSERT_EQ(zamsDeinterleaveSpectrum_AAC_32s(src.data(), dst.data(), 1, groups, 0, 4, 128), zamStsOk);
-    for (int32_t v : dst) ASSERT_EQ(v, 0);
-}
+// ---------------------------------------------------------------- band-walk arguments
 
-TEST(SpectralDeinterleave, ArgumentChecksInOrderWriteNothing)
+// The band-walking tools check, in this order: window length, group count, max_sfb
+// range, sampling index, max_sfb against the band count (M/S checks its mask
+// before the last). Deinterleaving takes eight-short frames only.
+struct WalkArgsCase {
+    int32_t groups, maxSfb, sri, winLen;
+    ZamStatus walk, deinterleave;
+};
+
+const WalkArgsCase kWalkArgsCases[] = {
+    {0, 99, 99, 7, zamStsAacWinLenErr, zamStsAacWinLenErr},
+    {2, 99, 99, 1024, zamStsAacNumWinGrpErr, zamStsAacWinLenErr},
+    {0, 99, 99, 128, zamStsAacNumWinGrpErr, zamStsAacNumWinGrpErr},
+    {9, 99, 99, 128, zamStsAacNumWinGrpErr, zamStsAacNumWinGrpErr},
+    {1, 52, 99, 1024, zamStsAacMaxSfbErr, zamStsAacWinLenErr},
+    {1, -1, 99, 1024, zamStsAacMaxSfbErr, zamStsAacWinLenErr},
+    {1, 52, 99, 128, zamStsAacMaxSfbErr, zamStsAacMaxSfbErr},
+    {1, 49, 12, 1024, zamStsAacSmplRateIdxErr, zamStsAacWinLenErr},
+    {1, 49, -1, 1024, zamStsAacSmplRateIdxErr, zamStsAacWinLenErr},
+    {1, 14, 12, 128, zamStsAacSmplRateIdxErr, zamStsAacSmplRateIdxErr},
+    {1, 14, -1, 128, zamStsAacSmplRateIdxErr, zamStsAacSmplRateIdxErr},
+    {1, 50, 4, 1024, zamStsAacMaxSfbErr, zamStsAacWinLenErr},  // 49 long bands at 44.1 kHz
+    {1, 42, 0, 1024, zamStsAacMaxSfbErr, zamStsAacWinLenErr},  // 41 at 96 kHz
+    {8, 15, 4, 128, zamStsAacMaxSfbErr, zamStsAacMaxSfbErr},   // 14 short bands
+    {1, 13, 0, 128, zamStsAacMaxSfbErr, zamStsAacMaxSfbErr},   // 12 at 96 kHz
+};
+
+TEST(SpectralWalk, ArgumentChecksInOrderWriteNothing)
 {
-    std::vector<int32_t> src(1024, 1);
-    auto dst = canaryVector<int32_t>(1024);
-    const int32_t g[8] = {8};
-    EXPECT_EQ(zamsDeinterleaveSpectrum_AAC_32s(nullptr, dst.data(), 0, g, 99, 99, 1), zamStsNullPtr);
-    EXPECT_EQ(zamsDeinterleaveSpectrum_AAC_32s(src.data(), nullptr, 0, g, 99, 99, 1), zamStsNullPtr);
-    EXPECT_EQ(zamsDeinterleaveSpectrum_AAC_32s(src.data(), dst.data(), 0, nullptr, 99, 99, 1), zamStsNullPtr);
-    EXPECT_EQ(zamsDeinterleaveSpectrum_AAC_32s(src.data(), dst.data(), 0, g, 99, 99, 1024), zamStsAacWinLenErr);
-    EXPECT_EQ(zamsDeinterleaveSpectrum_AAC_32s(src.data(), dst.data(), 0, g, 99, 99, 128), zamStsAacNumWinGrpErr);
-    EXPECT_EQ(zamsDeinterleaveSpectrum_AAC_32s(src.data(), dst.data(), 9, g, 99, 99, 128), zamStsAacNumWinGrpErr);
-    EXPECT_EQ(zamsDeinterleaveSpectrum_AAC_32s(src.data(), dst.data(), 1, g, 52, 99, 128), zamStsAacMaxSfbErr);
-    EXPECT_EQ(zamsDeinterleaveSpectrum_AAC_32s(src.data(), dst.data(), 1, g, 14, 12, 128), zamStsAacSmplRateIdxErr);
-    EXPECT_EQ(zamsDeinterleaveSpectrum_AAC_32s(src.data(), dst.data(), 1, g, 14, -1, 128), zamStsAacSmplRateIdxErr);
-    EXPECT_EQ(zamsDeinterleaveSpectrum_AAC_32s(src.data(), dst.data(), 1, g, 13, 0, 128), zamStsAacMaxSfbErr);
-    EXPECT_TRUE(untouched(dst));
+    auto x = canaryVector<int32_t>(1024), y = canaryVector<int32_t>(1024);
+    auto cb = canaryVector<uint8_t>(480);
+    std::vector<int16_t> sf(480, 100);
+    std::vector<uint8_t> ms(480, 1);
+    const int32_t g[8] = {1, 1, 1, 1, 1, 1, 1, 1};
+    for (const WalkArgsCase& k : kWalkArgsCases) {
+        EXPECT_EQ(zamsQuantInv_AAC_32s_I(x.data(), sf.data(), k.groups, g, k.maxSfb, cb.data(),
+                                         static_cast<uint32_t>(k.sri), k.winLen),
+                  k.walk);
+        EXPECT_EQ(zamsDecodeIsStereo_AAC_32s(x.data(), y.data(), sf.data(), cb.data(), k.groups, g, k.maxSfb, k.sri,
+                                             k.winLen),
+                  k.walk);
+        EXPECT_EQ(zamsDecodeMsStereo_AAC_32s_I(x.data(), y.data(), 1, ms.data(), cb.data(), k.groups, g, k.maxSfb, k.sri,
+                                               k.winLen),
+                  k.walk);
+        EXPECT_EQ(zamsDeinterleaveSpectrum_AAC_32s(x.data(), y.data(), k.groups, g, k.maxSfb, k.sri, k.winLen),
+                  k.deinterleave);
+    }
+    // Pointers come first.
+    EXPECT_EQ(zamsQuantInv_AAC_32s_I(nullptr, sf.data(), 0, g, 99, cb.data(), 99, 7), zamStsNullPtr);
+    EXPECT_EQ(zamsQuantInv_AAC_32s_I(x.data(), nullptr, 0, g, 99, cb.data(), 99, 7), zamStsNullPtr);
+    EXPECT_EQ(zamsQuantInv_AAC_32s_I(x.data(), sf.data(), 0, nullptr, 99, cb.data(), 99, 7), zamStsNullPtr);
+    EXPECT_EQ(zamsQuantInv_AAC_32s_I(x.data(), sf.data(), 0, g, 99, nullptr, 99, 7), zamStsNullPtr);
+    EXPECT_EQ(zamsDecodeIsStereo_AAC_32s(nullptr, y.data(), sf.data(), cb.data(), 0, g, 99, 99, 7), zamStsNullPtr);
+    EXPECT_EQ(zamsDecodeIsStereo_AAC_32s(x.data(), y.data(), nullptr, cb.data(), 0, g, 99, 99, 7), zamStsNullPtr);
+    EXPECT_EQ(zamsDecodeMsStereo_AAC_32s_I(nullptr, y.data(), 0, ms.data(), cb.data(), 0, g, 99, 99, 7), zamStsNullPtr);
+    EXPECT_EQ(zamsDecodeMsStereo_AAC_32s_I(x.data(), y.data(), 1, nullptr, cb.data(), 1, g, 1, 4, 1024), zamStsNullPtr);
+    EXPECT_EQ(zamsDecodeMsStereo_AAC_32s_I(x.data(), y.data(), 1, ms.data(), cb.data(), 1, nullptr, 1, 4, 1024),
+              zamStsNullPtr);
+    EXPECT_EQ(zamsDeinterleaveSpectrum_AAC_32s(nullptr, y.data(), 0, g, 99, 99, 1), zamStsNullPtr);
+    EXPECT_EQ(zamsDeinterleaveSpectrum_AAC_32s(x.data(), nullptr, 0, g, 99, 99, 1), zamStsNullPtr);
+    EXPECT_EQ(zamsDeinterleaveSpectrum_AAC_32s(x.data(), y.data(), 0, nullptr, 99, 99, 1), zamStsNullPtr);
+    // M/S checks its mask after the sampling index and before the band count.
+    EXPECT_EQ(zamsDecodeMsStereo_AAC_32s_I(x.data(), y.data(), 0, ms.data(), cb.data(), 1, g, 49, 12, 1024),
+              zamStsAacSmplRateIdxErr);
+    for (int32_t mask : {0, 3}) {
+        EXPECT_EQ(zamsDecodeMsStereo_AAC_32s_I(x.data(), y.data(), mask, ms.data(), cb.data(), 1, g, 50, 4, 1024),
+                  zamStsAacMsMaskErr);
+    }
+    EXPECT_TRUE(untouched(x));
+    EXPECT_TRUE(untouched(y));
+    EXPECT_TRUE(untouched(cb));
 }
 
 }  // namespace

@@ -111,32 +111,7 @@ TEST(SpectralMs, ButterflyTwinsAgreeAndWrap)
     EXPECT_EQ(r, INT32_MAX - 1);
 }
 
-TEST(SpectralMs, ArgumentChecksInOrderWriteNothing)
-{
-    auto l = canaryVector<int32_t>(1024), r = canaryVector<int32_t>(1024);
-    auto cb = canaryVector<uint8_t>(480);
-    std::vector<uint8_t> ms(480, 1);
-    const int32_t g[8] = {1, 1, 1, 1, 1, 1, 1, 1};
-    auto call = [&](int32_t* pl, int32_t mask, int32_t groups, int32_t maxSfb, int32_t sri, int32_t winLen) {
-        return zamsDecodeMsStereo_AAC_32s_I(pl, r.data(), mask, ms.data(), cb.data(), groups, g, maxSfb, sri, winLen);
-    };
-    EXPECT_EQ(call(nullptr, 0, 0, 99, 99, 7), zamStsNullPtr);
-    EXPECT_EQ(zamsDecodeMsStereo_AAC_32s_I(l.data(), r.data(), 1, nullptr, cb.data(), 1, g, 1, 4, 1024), zamStsNullPtr);
-    EXPECT_EQ(zamsDecodeMsStereo_AAC_32s_I(l.data(), r.data(), 1, ms.data(), cb.data(), 1, nullptr, 1, 4, 1024),
-              zamStsNullPtr);
-    EXPECT_EQ(call(l.data(), 0, 0, 99, 99, 7), zamStsAacWinLenErr);
-    EXPECT_EQ(call(l.data(), 0, 2, 99, 99, 1024), zamStsAacNumWinGrpErr);
-    EXPECT_EQ(call(l.data(), 0, 9, 99, 99, 128), zamStsAacNumWinGrpErr);
-    EXPECT_EQ(call(l.data(), 0, 1, 52, 99, 1024), zamStsAacMaxSfbErr);
-    EXPECT_EQ(call(l.data(), 0, 1, 49, 12, 1024), zamStsAacSmplRateIdxErr);
-    EXPECT_EQ(call(l.data(), 0, 1, 49, 4, 1024), zamStsAacMsMaskErr);
-    EXPECT_EQ(call(l.data(), 3, 1, 49, 4, 1024), zamStsAacMsMaskErr);
-    EXPECT_EQ(call(l.data(), 1, 1, 50, 4, 1024), zamStsAacMaxSfbErr);
-    EXPECT_EQ(call(l.data(), 1, 8, 15, 4, 128), zamStsAacMaxSfbErr);
-    EXPECT_TRUE(untouched(l));
-    EXPECT_TRUE(untouched(r));
-    EXPECT_TRUE(untouched(cb));
-}
+// Argument checks of both stereo tools: spectral_quant_test.cpp (band walks).
 
 // ---------------------------------------------------------------- intensity
 
@@ -169,14 +144,6 @@ TEST(SpectralIs, WorkedVectorsForPositionsMinusTenToTwenty)
             EXPECT_EQ(r[1], sign * kIntensityMinus777[p + 10]) << p;
             for (int i = 4; i < 1024; ++i) ASSERT_EQ(r[i], 0);
         }
-    }
-}
-
-TEST(SpectralIs, CopyNegateAndHalve)
-{
-    for (int32_t l : {0, 1, -1, 12345, -98765, 1 << 28}) {
-        EXPECT_EQ(zam::aacIntensityScale(l, 0), l);
-        EXPECT_EQ(zam::aacIntensityScale(l, 4), l >> 1);
     }
 }
 
@@ -221,26 +188,6 @@ TEST(SpectralIs, GroupedWalkWritesOnlyIntensityBands)
     check(3 * 128, 5, 5, sf[12], -1);
     for (int i = 0; i < 1024; ++i)
         if (!written[i]) ASSERT_TRUE(untouched(&r[i], 1)) << i;
-}
-
-TEST(SpectralIs, ArgumentChecksInOrderWriteNothing)
-{
-    std::vector<int32_t> l(1024, 7);
-    auto r = canaryVector<int32_t>(1024);
-    std::vector<int16_t> sf(480, 0);
-    std::vector<uint8_t> cb(480, 15);
-    const int32_t g[8] = {1, 1, 1, 1, 1, 1, 1, 1};
-    auto call = [&](const int16_t* s, int32_t groups, int32_t maxSfb, int32_t sri, int32_t winLen) {
-        return zamsDecodeIsStereo_AAC_32s(l.data(), r.data(), s, cb.data(), groups, g, maxSfb, sri, winLen);
-    };
-    EXPECT_EQ(call(nullptr, 0, 99, 99, 7), zamStsNullPtr);
-    EXPECT_EQ(zamsDecodeIsStereo_AAC_32s(nullptr, r.data(), sf.data(), cb.data(), 1, g, 1, 4, 1024), zamStsNullPtr);
-    EXPECT_EQ(call(sf.data(), 0, 99, 99, 7), zamStsAacWinLenErr);
-    EXPECT_EQ(call(sf.data(), 3, 99, 99, 1024), zamStsAacNumWinGrpErr);
-    EXPECT_EQ(call(sf.data(), 1, -1, 99, 1024), zamStsAacMaxSfbErr);
-    EXPECT_EQ(call(sf.data(), 1, 49, 12, 1024), zamStsAacSmplRateIdxErr);
-    EXPECT_EQ(call(sf.data(), 1, 42, 0, 1024), zamStsAacMaxSfbErr);
-    EXPECT_TRUE(untouched(r));
 }
 
 }  // namespace

@@ -15,17 +15,6 @@ namespace {
 using zamtest::canaryVector;
 using zamtest::untouched;
 
-TEST(TnsTables, ReflectionCoefficientsFollowTheirDefinition)
-{
-    for (int r = 3; r <= 4; ++r) {
-        for (int i = -8; i <= 7; ++i) {
-            const double step = i < 0 ? (std::ldexp(1.0, r - 1) + 0.5) : (std::ldexp(1.0, r - 1) - 0.5);
-            const double exact = std::sin(i / (step / (M_PI / 2))) * 2147483648.0;
-            EXPECT_NEAR(zam::kAacTnsReflection[r - 3][i + 8], exact, 1.0) << r << " " << i;
-        }
-    }
-}
-
 struct Conversion {
     std::vector<int8_t> indices;
     int res;
@@ -156,71 +145,48 @@ TEST(TnsFilter, WorkedVectorsBothDirections)
     }
 }
 
-TEST(TnsFilter, RangeAboveTheLimitConsumesCoefficients)
+// Long 44.1 kHz frames (TNS stops at band 42): which bands the one order-2 filter
+// that runs covers, with which two coefficients, and the status. Filters run from
+// the top band down; a range beyond the limit still consumes its coefficients, a
+// fault stops the walk after the work done.
+struct LongRangeCase {
+    const char* what;
+    int32_t numFilt, length[4], order[4];
+    int8_t coef[4];
+    int32_t maxSfb;
+    int fromBand, toBand, coefAt;  // fromBand == toBand: nothing filtered
+    ZamStatus status;
+};
+
+const LongRangeCase kLongRangeCases[] = {
+    {"bands 44..48 lie above the limit", 2, {5, 40}, {2, 2}, {7, 7, 5, -3}, 49, 4, 42, 2, zamStsOk},
+    {"max_sfb 20 lowers the limit", 2, {5, 40}, {2, 2}, {5, -3, 5, -3}, 20, 4, 20, 2, zamStsOk},
+    {"a length beyond the bands left runs to band 0", 2, {40, 49}, {0, 2}, {5, -3}, 49, 0, 9, 0, zamStsOk},
+    {"order 1 with index 0 is no filter", 1, {49}, {1}, {0}, 49, 0, 0, 0, zamStsOk},
+    {"order 13 after a first filter", 3, {20, 10, 5}, {2, 13, 0}, {3, -2}, 49, 29, 42, 0, zamStsAacTnsOrderErr},
+    {"length 50 after a first filter", 3, {20, 50, 5}, {2, 1, 0}, {3, -2}, 49, 29, 42, 0, zamStsAacTnsLenErr},
+    {"four long filters", 4, {20, 10, 5}, {2, 13, 0}, {3, -2}, 49, 0, 0, 0, zamStsAacTnsNumFiltErr},
+};
+
+TEST(TnsFilter, LongFilterRanges)
 {
-    // 44.1 kHz long: TNS stops at band 42. Filter 1 covers bands 44..48 (empty after
-    // the limit) with 2 coefficients; filter 2 covers 4..43 with the next 2.
-    LongTns t;
-    t.length[0] = 5;
-    t.order[0] = 2;
-    t.coef[0] = 7;
-    t.coef[1] = 7;
-    t.length[1] = 40;
-    t.order[1] = 2;
-    t.coef[2] = 5;
-    t.coef[3] = -3;
-    std::vector<int32_t> expect = t.x;
-    int32_t a[2];
-    int shift = 0;
-    ASSERT_EQ(zam::aacTnsConvert(t.coef + 2, 2, 4, a, &shift), zamStsOk);
     const uint16_t* off = zam::aacSwbOffsets(4, false);
-    zam::aacTnsAllPole(expect.data() + off[4], off[42] - off[4], 1, a, 2, shift);
-    ASSERT_EQ(t.decode(), zamStsOk);
-    EXPECT_EQ(t.x, expect);
-
-    // max_sfb lower than the limit moves the limit down.
-    LongTns u;
-    u.length[0] = 5;
-    u.order[0] = 2;
-    u.length[1] = 40;
-    u.coef[2] = 5;
-    u.coef[3] = -3;
-    std::vector<int32_t> expectU = u.x;
-    zam::aacTnsAllPole(expectU.data() + off[4], off[20] - off[4], 1, a, 2, shift);
-    ASSERT_EQ(u.decode(20), zamStsOk);
-    EXPECT_EQ(u.x, expectU);
-}
-
-TEST(TnsFilter, LengthBeyondTheBandsLeftRunsToBandZero)
-{
-    LongTns t;
-    t.numFilt[0] = 2;
-    t.length[0] = 40;  // bands 9..48
-    t.order[0] = 0;
-    t.length[1] = 49;  // asks for 49 bands below band 9: runs down to 0
-    t.order[1] = 2;
-    std::vector<int32_t> expect = t.x;
-    int32_t a[2];
-    int shift = 0;
-    ASSERT_EQ(zam::aacTnsConvert(t.coef, 2, 4, a, &shift), zamStsOk);
-    const uint16_t* off = zam::aacSwbOffsets(4, false);
-    zam::aacTnsAllPole(expect.data(), off[9], 1, a, 2, shift);
-    ASSERT_EQ(t.decode(), zamStsOk);
-    EXPECT_EQ(t.x, expect);
-}
-
-TEST(TnsFilter, OrderOneIndexZeroChangesNothing)
-{
-    LongTns t;
-    t.numFilt[0] = 1;
-    t.length[0] = 49;
-    t.order[0] = 1;
-    t.coef[0] = 0;
-    const auto before = t.x;
-    ASSERT_EQ(t.decode(), zamStsOk);
-    EXPECT_EQ(t.x, before);
-    ASSERT_EQ(t.encode(), zamStsOk);
-    EXPECT_EQ(t.x, before);
+    for (const LongRangeCase& k : kLongRangeCases) {
+        LongTns t;
+        t.numFilt[0] = k.numFilt;
+        std::copy(k.length, k.length + 4, t.length);
+        std::copy(k.order, k.order + 4, t.order);
+        std::copy(k.coef, k.coef + 4, t.coef);
+        std::vector<int32_t> expect = t.x;
+        if (k.toBand > k.fromBand) {
+            int32_t a[2];
+            int shift = 0;
+            ASSERT_EQ(zam::aacTnsConvert(t.coef + k.coefAt, 2, 4, a, &shift), zamStsOk);
+            zam::aacTnsAllPole(expect.data() + off[k.fromBand], off[k.toBand] - off[k.fromBand], 1, a, 2, shift);
+        }
+        EXPECT_EQ(t.decode(k.maxSfb), k.status) << k.what;
+        EXPECT_EQ(t.x, expect) << k.what;
+    }
 }
 
 // A short 48 kHz frame: every window has one filter over all 14 bands.
@@ -296,37 +262,6 @@ TEST(TnsFilter, EightShortWindowsAndStatusesKeepTheWorkDone)
     const auto in = z.x;
     ASSERT_EQ(z.decode(), zamStsOk);
     EXPECT_EQ(z.x, z.expected(7, in));
-}
-
-TEST(TnsFilter, LongWindowFaultsAfterTheFirstFilter)
-{
-    for (int which = 0; which < 3; ++which) {
-        LongTns t;
-        t.numFilt[0] = 3;
-        t.length[0] = 20;  // bands 29..48, beyond the limit 42 only partly
-        t.order[0] = 2;
-        t.coef[0] = 3;
-        t.coef[1] = -2;
-        t.length[1] = 10;
-        t.order[1] = 13;
-        t.length[2] = 5;
-        if (which == 1) {
-            t.order[1] = 1;
-            t.length[1] = 50;
-        }
-        if (which == 2) t.numFilt[0] = 4;
-        std::vector<int32_t> expect = t.x;
-        if (which != 2) {
-            int32_t a[2];
-            int shift = 0;
-            ASSERT_EQ(zam::aacTnsConvert(t.coef, 2, 4, a, &shift), zamStsOk);
-            const uint16_t* off = zam::aacSwbOffsets(4, false);
-            zam::aacTnsAllPole(expect.data() + off[29], off[42] - off[29], 1, a, 2, shift);
-        }
-        const ZamStatus want[3] = {zamStsAacTnsOrderErr, zamStsAacTnsLenErr, zamStsAacTnsNumFiltErr};
-        ASSERT_EQ(t.decode(), want[which]);
-        EXPECT_EQ(t.x, expect);
-    }
 }
 
 // Decoding after encoding with the same filters returns the input up to the

@@ -1,14 +1,19 @@
-// Test-side helpers for the AAC bit-stream tests: a bit writer, encoders for the
-// built-in codes, and a padded stream buffer.
+// Test-side helpers shared by the AAC tests: a bit writer with encoders for the
+// built-in codes, hand-built ICS pieces, canary-filled channel outputs, and the
+// ffmpeg stream source with a raw_data_block() walker for the real-stream tests.
 #pragma once
 
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <string>
 #include <vector>
 
+#include <gtest/gtest.h>
+
 #include "aac/aac_huffman.h"
+#include "test_support.h"
 #include "zamac.h"
 
 namespace aactest {
@@ -152,5 +157,87 @@ struct ChannelOutputs {
         info.pIcsInfo = &ics;
     }
 };
+
+template <typename T>
+void fillCanary(T& v)
+{
+    std::memset(&v, zamtest::kCanary, sizeof v);
+}
+
+// ---------------------------------------------------------------- real streams
+
+inline bool haveFfmpeg() { return std::system("ffmpeg -hide_banner -version >/dev/null 2>&1") == 0; }
+
+// Tones with vibrato, a little noise and clicks every 0.3 s (the clicks bring
+// eight-short windows); the channels share the upper tones (intensity stereo) and
+// a noise floor (noise substitution).
+inline std::string musicSource(double seconds)
+{
+    const std::string left =
+        "0.25*sin(2*PI*(330+20*sin(2*PI*3*t))*t)+0.12*sin(2*PI*1760*t)*(0.6+0.4*sin(2*PI*0.7*t))"
+        "+0.06*sin(2*PI*6100*t)+0.05*(random(0)-0.5)+0.6*lt(mod(t\\,0.3)\\,0.004)*(random(1)-0.5)";
+    const std::string right =
+        "0.2*sin(2*PI*(440+15*sin(2*PI*2*t))*t)+0.1*sin(2*PI*1760*t)*(0.6+0.4*sin(2*PI*0.7*t))"
+        "+0.06*sin(2*PI*6100*t)+0.05*(random(2)-0.5)+0.5*lt(mod(t+0.1\\,0.3)\\,0.004)*(random(3)-0.5)";
+    return "aevalsrc=" + left + "|" + right + ":s=96000:d=" + std::to_string(seconds);
+}
+
+// A plain field reader for the element tags the walker reads itself.
+inline uint32_t readField(uint8_t*& p, int& off, int n)
+{
+    uint32_t v = 0;
+    for (int i = 0; i < n; ++i) {
+        v = (v << 1) | ((*p >> (7 - off)) & 1u);
+        if (++off == 8) off = 0, ++p;
+    }
+    return v;
+}
+
+// Walks one raw_data_block(): single channels (SCE, LFE) and channel pairs go to
+// the callbacks, which return false on failure, with the cursor after the element
+// tag; data stream, program config and fill elements must read without error.
+template <typename Single, typename Pair>
+bool walkRawDataBlock(uint8_t*& p, int& off, Single&& single, Pair&& pair)
+{
+    for (int guard = 0; guard < 64; ++guard) {
+        const uint32_t id = readField(p, off, 3);
+        ZamStatus st = zamStsOk;
+        if (id == 7) return true;  // END
+        if (id == 0 || id == 1 || id == 3) {
+            readField(p, off, 4);
+            if (!(id == 1 ? pair(p, off) : single(p, off))) return false;
+        } else if (id == 4) {
+            int32_t tag, cnt;
+            uint8_t buf[510];
+            st = zamsDecodeDatStrElt_AAC(&p, &off, &tag, &cnt, buf);
+        } else if (id == 5) {
+            AacProgramConfig pce;
+            st = zamsDecodePrgCfgElt_AAC(&p, &off, &pce);
+        } else if (id == 6) {
+            int32_t cnt;
+            uint8_t buf[269];
+            st = zamsDecodeFillElt_AAC(&p, &off, &cnt, buf);
+        } else {
+            ADD_FAILURE() << "unexpected element " << id;
+            return false;
+        }
+        if (st != zamStsOk) {
+            ADD_FAILURE() << "element " << id << " status " << st;
+            return false;
+        }
+    }
+    ADD_FAILURE() << "no END element";
+    return false;
+}
+
+// What the spectral check of the real-stream frames met.
+struct SpectralStats {
+    int compared = 0, eightShortCompared = 0, ms = 0, intensity = 0, noiseChecked = 0, tns = 0;
+};
+
+// Takes every channel of the raw_data_block() at p (an LC frame) through the
+// spectral tools and compares the result with a double-precision reference
+// (spectral_frame_check.cpp); false on failure.
+bool checkSpectralFrame(uint8_t* p, int sfi, SpectralStats& stats);
 
 }  // namespace aactest
