@@ -131,7 +131,7 @@ struct HandCase {
 const HandCase kHandCases[] = {
     // Region 0 = lines 0..3 (long boundary 1 at 44.1 kHz), table 1: (1,1) "000" signs 1 0;
     // (0,1) "001" sign 0. Count-1 table B: "0110" = vwxy 1001, signs 0 1.
-    {"PairsAndTableBQuad", 3, normal(2, 1, 0, 0, 0, 0, 1), header(1), [] { return std::string("00010 0010 011001"); },
+    {"PairsAndTableBQuad", 3, normal(2, 1, 0, 0, 0, 0, 1), header(1), [] { return std::string("00010" "0010" "011001"); },
      0, [](int i) { return i < 8 ? std::array{-1, 1, 0, 1, 1, 0, 0, -1}[i] : 0; }},
     // Tables 4 and 14 read nothing; then one table-B quadruple "0111" + "1" at line 8.
     {"Tables4And14ReadNothing", 0, normal(4, 4, 14, 0, 0, 0, 1), header(1), [] { return std::string("01111"); }, 0,
