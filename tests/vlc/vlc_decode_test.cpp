@@ -39,6 +39,13 @@ std::vector<VlcEntry> quadCode()
 // Pairs of 5-bit magnitudes: (16, 3) "0", (0, 16) "10", (15, 15) "11".
 std::vector<VlcEntry> fiveBitPairs() { return {{(16 << 5) | 3, 0b0, 1}, {16, 0b10, 2}, {(15 << 5) | 15, 0b11, 2}}; }
 
+// Values -4..4; +4 needs the room above the value field of an 8-bit element.
+std::vector<VlcEntry> minusFourToFour()
+{
+    return {{0, 0b00, 2},    {1, 0b010, 3},   {-1, 0b011, 3}, {2, 0b1000, 4}, {-2, 0b1001, 4},
+            {3, 0b1010, 4}, {-3, 0b1011, 4}, {4, 0b1100, 4}, {-4, 0b1101, 4}};
+}
+
 enum class Op { One, Block, EscAac, EscMp3, Tuple, TupleEscAac, TupleEscMp3, TupleOne };
 
 ZamStatus run(Op op, uint8_t** p, int* o, int16_t* d, int n, int linbits, const VlcDecodeSpec* s)
@@ -71,6 +78,8 @@ struct HandCase {
 };
 
 const HandCase kHandCases[] = {
+    {"MinusFourToFour", Op::Block, minusFourToFour, {4}, 0, 0, 0, 5, "1100 1101 00 1010 011", zamStsOk,
+     {4, -4, 0, 3, -1}},
     {"AacEscapes", Op::EscAac, smallPairCode, {2, 2}, 0, 0, 0, 9,  // odd count: 4 pairs
      "100 0 0000  101 111111110 111111111111 10 10101  1111 0 0111  0", zamStsOk,
      {16, 1, -8191, -53, 3, 23, 0, 0}},  // 16+0; -(4096+4095), -(32+21); 16+7

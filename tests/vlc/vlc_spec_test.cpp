@@ -34,84 +34,64 @@ TEST(VlcRecords, EntryLayoutAndFreeAlias)
     EXPECT_EQ(reinterpret_cast<void*>(&zamsVLCDecodeFree_32s), reinterpret_cast<void*>(&zamsVLCDecodeUTupleFree_32s));
 }
 
-TEST(VlcDecodeSpec, FourTwoBitCodesAtEveryAlignment)
+// Layouts worked out by hand (-1: not pinned). Slot 0 of a table holds its width; a leaf is
+// value << (lenBits + 1) | resolved bits << 1 | 1, a link the sub-table's index << 1, and a
+// slot without a code all ones (beyond the element's value field).
+struct LayoutCase {
+    const char* name;
+    std::vector<VlcEntry> table;
+    std::vector<int> widths;
+    int size, elementBits, lenBits, peekWidth;
+    std::vector<std::pair<int, uint32_t>> elements;
+};
+
+std::vector<std::pair<int, uint32_t>> unaryElements()
 {
+    // {4, 4, 4} for a longest code of 9 is cut to {4, 4, 1}: a 17-element root, 17 elements
+    // behind "1111", 3 behind "11111111"; "0" fills eight root slots, "11110" eight one level down.
+    std::vector<std::pair<int, uint32_t>> e = {{0, 4},  {1 + 0b1111, 17 << 1},         {17, 4},
+                                               {18 + 0b1111, 34 << 1}, {34, 1}, {35, (9 << 4) | 3}, {36, (10 << 4) | 3}};
+    for (int i = 0; i < 8; ++i) e.insert(e.end(), {{1 + i, (1 << 4) | 3}, {18 + i, (5 << 4) | 3}});
+    return e;
+}
+
+const LayoutCase kLayouts[] = {
+    {"FourTwoBitCodes", fourTwoBitCodes(), {2}, 5 + 160, 8, 2, 2,
+     {{0, 2}, {1, (0 << 3) | 5}, {2, (1 << 3) | 5}, {3, (2 << 3) | 5}, {4, (3 << 3) | 5}}},
+    // Values -4..4: +4 fits only in the room above the computed field of an 8-bit element.
+    {"MinusFourToFour",
+     {{0, 0b00, 2}, {1, 0b010, 3}, {-1, 0b011, 3}, {2, 0b1000, 4}, {-2, 0b1001, 4}, {3, 0b1010, 4}, {-3, 0b1011, 4},
+      {4, 0b1100, 4}, {-4, 0b1101, 4}},
+     {4}, 17 + 160, 8, 3, 4, {{1 + 0b1100, (4 << 4) | (4 << 1) | 1}, {1 + 0b1110, 0xFE}, {1 + 0b1111, 0xFE}}},
+    {"WidthsPastTheLongestCodeAreCut", unaryCodes(), {4, 4, 4}, (17 + 17 + 3) * 2 + 160, 16, 3, 9, unaryElements()},
+    {"WidthsWrittenOut", unaryCodes(), {4, 4, 1}, (17 + 17 + 3) * 2 + 160, 16, 3, 9, unaryElements()},
+    {"OneSubTableOf33", unaryCodes(), {4, 5}, (17 + 33) * 2 + 160, 16, -1, 9, {{17, 5}, {18 + 31, (10 << 4) | (5 << 1) | 1}}},
+    // "11" needs its sub-table before "10".
+    {"SubTablesInFirstNeedOrder", {{1, 0b0, 1}, {2, 0b110, 3}, {3, 0b111, 3}, {4, 0b100, 3}, {5, 0b101, 3}}, {2, 1},
+     5 + 3 + 3 + 160, 8, -1, 3, {{1 + 0b11, 5 << 1}, {1 + 0b10, 8 << 1}, {5, 1}, {8, 1}}},
+};
+
+class VlcDecodeLayout : public ::testing::TestWithParam<LayoutCase> {};
+
+TEST_P(VlcDecodeLayout, AtEveryAlignment)
+{
+    const LayoutCase& c = GetParam();
     for (size_t misalign : {0u, 1u, 17u, 63u}) {
-        DecodeSpec s(fourTwoBitCodes(), {2}, misalign);
+        DecodeSpec s(c.table, c.widths, misalign);
         ASSERT_EQ(s.status, zamStsOk);
-        EXPECT_EQ(s.size, 5 + 160);  // 5 one-byte elements + header and alignment slack
+        EXPECT_EQ(s.size, c.size);  // elements + header and alignment slack
         EXPECT_EQ(s.field(0), kDecodeTag);
         EXPECT_EQ(s.field(4), 0);  // made by Init
-        EXPECT_EQ(s.peekWidth(), 2);
         EXPECT_EQ(s.table(), s.header() + 64);
-        EXPECT_EQ(s.elementBits(), 8);
-        EXPECT_EQ(s.lenBits(), 2);
-        EXPECT_EQ(s.element(0), 2u);
-        for (int v = 0; v < 4; ++v) EXPECT_EQ(s.element(1 + v), static_cast<uint32_t>((v << 3) | (2 << 1) | 1));
+        EXPECT_EQ(s.peekWidth(), c.peekWidth);
+        EXPECT_EQ(s.elementBits(), c.elementBits);
+        if (c.lenBits >= 0) EXPECT_EQ(s.lenBits(), c.lenBits);
+        for (const auto& [i, v] : c.elements) EXPECT_EQ(s.element(i), v) << "element " << i;
     }
 }
 
-TEST(VlcDecodeSpec, MinusFourToFourFitsEightBitElements)
-{
-    // valueBits 2 + lenBits 3 + 1 = 6 < 8: +4 fits only in the room above the field.
-    const std::vector<VlcEntry> table = {{0, 0b00, 2},    {1, 0b010, 3},   {-1, 0b011, 3},
-                                         {2, 0b1000, 4},  {-2, 0b1001, 4}, {3, 0b1010, 4},
-                                         {-3, 0b1011, 4}, {4, 0b1100, 4},  {-4, 0b1101, 4}};
-    DecodeSpec s(table, {4});
-    ASSERT_EQ(s.status, zamStsOk);
-    EXPECT_EQ(s.elementBits(), 8);
-    EXPECT_EQ(s.lenBits(), 3);
-    EXPECT_EQ(s.size, 17 + 160);
-    EXPECT_EQ(s.element(1 + 0b1100), static_cast<uint32_t>((4 << 4) | (4 << 1) | 1));
-    EXPECT_EQ(s.element(1 + 0b1110), 0xFEu);  // "1110" and "1111" are no code
-    BitSink bits(16);
-    bits.put("1100 1101 00 1010 011");
-    uint8_t* p = bits.base;
-    int offset = 0;
-    int16_t out[5];
-    ASSERT_EQ(zamsVLCDecodeBlock_1u16s(&p, &offset, out, 5, s.spec()), zamStsOk);
-    EXPECT_EQ(std::vector<int16_t>(out, out + 5), (std::vector<int16_t>{4, -4, 0, 3, -1}));
-}
-
-TEST(VlcDecodeSpec, WidthsPastTheLongestCodeAreCut)
-{
-    const auto table = unaryCodes();
-    // {4, 4, 4} for a longest code of 9: the third width is cut to 1. valueBits 4, lenBits 3:
-    // 16-bit elements; a 17-element root, 17 behind "1111", 3 behind "11111111".
-    DecodeSpec s(table, {4, 4, 4});
-    ASSERT_EQ(s.status, zamStsOk);
-    EXPECT_EQ(s.lenBits(), 3);
-    EXPECT_EQ(s.peekWidth(), 9);
-    EXPECT_EQ(s.elementBits(), 16);
-    EXPECT_EQ(s.size, (17 + 17 + 3) * 2 + 160);
-    const std::vector<std::pair<int, uint32_t>> pinned = {
-        {0, 4u}, {1 + 0b1111, 17u << 1}, {17, 4u}, {18 + 0b1111, 34u << 1}, {34, 1u},
-        {35, (9u << 4) | (1u << 1) | 1u}, {36, (10u << 4) | (1u << 1) | 1u}};
-    for (const auto& [i, v] : pinned) EXPECT_EQ(s.element(i), v) << i;
-    for (int i = 0; i < 8; ++i) {
-        EXPECT_EQ(s.element(1 + i), (1u << 4) | (1u << 1) | 1u);   // "0": eight root slots
-        EXPECT_EQ(s.element(18 + i), (5u << 4) | (1u << 1) | 1u);  // "11110" one level down
-    }
-    DecodeSpec exact(table, {4, 4, 1});
-    ASSERT_EQ(exact.size, s.size);
-    for (int i = 0; i < 37; ++i) EXPECT_EQ(exact.element(i), s.element(i));
-    DecodeSpec twoLevels(table, {4, 5});  // one 33-element table behind "1111"
-    EXPECT_EQ(twoLevels.size, (17 + 33) * 2 + 160);
-    EXPECT_EQ(twoLevels.element(17), 5u);
-    EXPECT_EQ(twoLevels.element(18 + 31), (10u << 4) | (5u << 1) | 1u);
-}
-
-TEST(VlcDecodeSpec, SubTablesInFirstNeedOrder)
-{
-    // "11" needs its sub-table before "10".
-    DecodeSpec s({{1, 0b0, 1}, {2, 0b110, 3}, {3, 0b111, 3}, {4, 0b100, 3}, {5, 0b101, 3}}, {2, 1});
-    ASSERT_EQ(s.status, zamStsOk);
-    EXPECT_EQ(s.size, 5 + 3 + 3 + 160);
-    EXPECT_EQ(s.element(1 + 0b11), 5u << 1);
-    EXPECT_EQ(s.element(1 + 0b10), 8u << 1);
-    EXPECT_EQ(s.element(5), 1u);
-    EXPECT_EQ(s.element(8), 1u);
-}
+INSTANTIATE_TEST_SUITE_P(All, VlcDecodeLayout, ::testing::ValuesIn(kLayouts),
+                         [](const auto& info) { return std::string(info.param.name); });
 
 // Table errors and sizes of GetSize (size written only on success).
 struct SizeCase {
