@@ -306,36 +306,28 @@ void referenceEncode(const RandomGranule& g, mp3test::Bits& b)
     }
 }
 
-TEST(Mp3HuffmanRandom, ReferenceStreamsDecodeInEveryDecoder)
+// Every decoder returns the values of a reference-encoded granule, consuming the stream to
+// its end; for MPEG-1 the library's encoder writes the same bits, plus the stuffing.
+TEST(Mp3HuffmanRandom, ReferenceStreamsDecodeAndReEncode)
 {
     std::mt19937 gen(17);
-    for (int iter = 0; iter < 600; ++iter) {
-        RandomGranule g = randomGranule(gen, false);
+    for (int iter = 0; iter < 1000; ++iter) {
+        RandomGranule g = randomGranule(gen, iter % 2 == 0);
         const int offset = static_cast<int>(gen() % 8);
         mp3test::Bits b(offset);
         referenceEncode(g, b);
-        const int32_t hufSize = static_cast<int32_t>(b.size());
-        g.si.part2_3_length = hufSize + static_cast<int32_t>(gen() % 50);
+        const int32_t dataBits = static_cast<int32_t>(b.size());
+        g.si.part2_3_length = dataBits + static_cast<int32_t>(gen() % 50);
         int last = 575;
         while (last >= 0 && g.values[last] == 0) --last;
         for (const Which w : kAllDecoders) {  // for the ISO rates all three find the same regions
-            const Result r = decode(w, b.bytes(), offset, g.si, g.h, hufSize);
+            const Result r = decode(w, b.bytes(), offset, g.si, g.h, dataBits);
             ASSERT_EQ(r.status, zamStsOk) << "iteration " << iter;
-            EXPECT_EQ(r.bits, hufSize);
+            EXPECT_EQ(r.bits, dataBits);
             ASSERT_TRUE(std::equal(g.values.begin(), g.values.end(), r.values)) << "iteration " << iter;
             EXPECT_EQ(r.bound, last + 1);
         }
-    }
-}
-
-TEST(Mp3HuffmanRandom, EncoderWritesTheReferenceBitsAndStuffing)
-{
-    std::mt19937 gen(23);
-    for (int iter = 0; iter < 600; ++iter) {
-        const RandomGranule g = randomGranule(gen, true);
-        const int offset = static_cast<int>(gen() % 8);
-        mp3test::Bits b(offset);
-        referenceEncode(g, b);
+        if (g.h.ID == 0) continue;  // the encoder serves MPEG-1
         for (int k = 0, n = gen() % 3 == 0 ? static_cast<int>(gen() % 40) : 0; k < n; ++k) b.put(1, 1);  // stuffing
         const int32_t hufSize = static_cast<int32_t>(b.size());
         const std::vector<uint8_t> expected = b.bytes(0);
@@ -347,11 +339,6 @@ TEST(Mp3HuffmanRandom, EncoderWritesTheReferenceBitsAndStuffing)
         ASSERT_EQ((p - out.data()) * 8 + off - offset, hufSize) << "iteration " << iter;
         ASSERT_TRUE(std::equal(expected.begin(), expected.end(), out.begin())) << "iteration " << iter;
         EXPECT_EQ(out[expected.size()], kCanary);
-        Mp3SideInfo si = g.si;  // and back through the decoder
-        si.part2_3_length = hufSize;
-        const Result r = decode(Which::Decode, out, offset, si, g.h, hufSize);
-        ASSERT_EQ(r.status, zamStsOk);
-        EXPECT_TRUE(std::equal(g.values.begin(), g.values.end(), r.values));
     }
 }
 
