@@ -189,24 +189,6 @@ INSTANTIATE_TEST_SUITE_P(Mp3, Mp3SideInfoLayout,
                                            SideInfoCase{1, 1, 32, 4}, SideInfoCase{1, 2, 32, 4},
                                            SideInfoCase{0, 3, 9, 1}, SideInfoCase{0, 1, 17, 2}));
 
-TEST(Mp3SideInfo, RecordOrderIsGranuleMajor)
-{
-    // MPEG-1 stereo: records (gr0,ch0), (gr0,ch1), (gr1,ch0), (gr1,ch1) carry part2_3_length
-    // 1..4; main_data_begin 9 + private 3 + scfsi 8 bits come first, so bits 20..31 hold 1.
-    const Mp3FrameHeader h = header(1, 0);
-    Mp3SideInfo in[4] = {}, out[4] = {};
-    for (int k = 0; k < 4; ++k) in[k].part2_3_length = k + 1;
-    int32_t scfsi[8] = {}, mdb, priv;
-    uint8_t bytes[40] = {};
-    uint8_t* w = bytes;
-    ASSERT_EQ(zamsPackSideInfo_MP3(in, &w, 0, 0, scfsi, &h), zamStsOk);
-    EXPECT_EQ(bytes[2], 0x00);
-    EXPECT_EQ(bytes[3], 0x01);
-    const uint8_t* r = bytes;
-    ASSERT_EQ(zamsUnpackSideInfo_MP3(&r, out, &mdb, &priv, scfsi, &h), zamStsOk);
-    for (int k = 0; k < 4; ++k) EXPECT_EQ(out[k].part2_3_length, k + 1);
-}
-
 TEST(Mp3SideInfo, CheckOrderAndNothingWritten)
 {
     uint8_t bytes[40];
