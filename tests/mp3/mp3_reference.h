@@ -1,5 +1,5 @@
-// Straightforward test-side references: band tables and a bit-by-bit Huffman
-// decoder, both read from the plain-text ISO tables.
+// Test-side references read from the plain-text ISO tables: Huffman code books and
+// band tables.
 #pragma once
 
 #include <cstdint>
@@ -18,13 +18,11 @@ namespace mp3test {
 struct CodeBook {
     std::map<std::pair<int, uint32_t>, std::pair<int, int>> pairs;  // (length, code) -> (x, y)
     int linbits = 0;
-    int maxLength = 0;
     bool present = false;
 };
 
 struct RefTables {
     CodeBook books[32];
-    std::map<std::pair<int, uint32_t>, int> quadA;  // (length, code) -> vwxy
     std::map<int, std::pair<uint32_t, int>> quadACode;  // vwxy -> (code, length)
 };
 
@@ -52,7 +50,6 @@ inline const RefTables& refTables()
             std::string code;
             in >> x >> y >> len >> code;
             t.books[current].pairs[{len, static_cast<uint32_t>(std::stoul(code, nullptr, 2))}] = {x, y};
-            t.books[current].maxLength = std::max(t.books[current].maxLength, len);
         }
         std::ifstream quads(zamtest::sharedPath("tables/mp3_huffman_quads.txt"));
         while (std::getline(quads, line)) {
@@ -62,9 +59,7 @@ inline const RefTables& refTables()
             int v, w, x, y, len;
             in >> table >> v >> w >> x >> y >> len >> code;
             if (table != "A") continue;
-            const uint32_t c = static_cast<uint32_t>(std::stoul(code, nullptr, 2));
-            t.quadA[{len, c}] = v * 8 + w * 4 + x * 2 + y;
-            t.quadACode[v * 8 + w * 4 + x * 2 + y] = {c, len};
+            t.quadACode[v * 8 + w * 4 + x * 2 + y] = {static_cast<uint32_t>(std::stoul(code, nullptr, 2)), len};
         }
         return t;
     }();
@@ -106,69 +101,6 @@ inline BandTables bandTables(bool mpeg25)
         b.mbp[r * 2 + 1] = 0;
     }
     return b;
-}
-
-// Decodes one granule bit by bit. Region ends given in lines; returns the bit
-// position after the decode and fills 576 values. Count-1 quadruples are read while
-// bits are left and the line is at most 572; one that runs over is discarded.
-inline int64_t referenceDecode(const uint8_t* buf, int64_t pos, int64_t hufSize, const Mp3SideInfo& si,
-                               const int regionEnd[3], int regions, std::vector<int>& out)
-{
-    const RefTables& t = refTables();
-    out.assign(576, 0);
-    const int64_t end = pos + hufSize;
-    auto bit = [&]() { const int b = (buf[pos >> 3] >> (7 - (pos & 7))) & 1; ++pos; return b; };
-    auto bits = [&](int n) { uint32_t v = 0; for (int k = 0; k < n; ++k) v = (v << 1) | bit(); return v; };
-    const int bv2 = 2 * si.big_values;
-    int line = 0;
-    for (int r = 0; r < regions; ++r) {
-        const int stop = r == regions - 1 ? bv2 : std::min(regionEnd[r], bv2);
-        const CodeBook& book = t.books[si.table_select[r]];
-        for (; line < stop; line += 2) {
-            if (!book.present) continue;
-            uint32_t code = 0;
-            int len = 0;
-            std::pair<int, int> xy{-1, -1};
-            while (len < 32) {
-                code = (code << 1) | bit();
-                ++len;
-                auto it = book.pairs.find({len, code});
-                if (it != book.pairs.end()) { xy = it->second; break; }
-            }
-            int v[2] = {xy.first, xy.second};
-            for (int k = 0; k < 2; ++k) {
-                if (book.linbits && v[k] == 15) v[k] += static_cast<int>(bits(book.linbits));
-                if (v[k] && bit()) v[k] = -v[k];
-            }
-            out[line] = v[0];
-            out[line + 1] = v[1];
-        }
-    }
-    while (pos < end && line <= 572) {
-        int q;
-        if (si.count1table_select) {
-            q = 15 - static_cast<int>(bits(4));
-        } else {
-            uint32_t code = 0;
-            int len = 0;
-            for (;;) {
-                code = (code << 1) | bit();
-                ++len;
-                auto it = t.quadA.find({len, code});
-                if (it != t.quadA.end()) { q = it->second; break; }
-            }
-        }
-        int v[4] = {(q >> 3) & 1, (q >> 2) & 1, (q >> 1) & 1, q & 1};
-        for (int k = 0; k < 4; ++k)
-            if (v[k] && bit()) v[k] = -v[k];
-        if (pos > end) {
-            for (int k = 0; k < 4; ++k) out[line + k] = 0;
-            break;
-        }
-        for (int k = 0; k < 4; ++k) out[line + k] = v[k];
-        line += 4;
-    }
-    return pos;
 }
 
 }  // namespace mp3test

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <cstring>
+#include <iterator>
 #include <random>
 #include <vector>
 
@@ -42,11 +43,10 @@ struct Unpacked {
 };
 
 Unpacked unpack(const std::vector<uint8_t>& stream, int offset, Mp3SideInfo& si, const Mp3FrameHeader& h,
-                const int32_t* scfsi, int gr, int ch, const int8_t* initial = nullptr)
+                const int32_t* scfsi, int gr, int ch, const int8_t* initial)
 {
     Unpacked u;
-    if (initial) std::memcpy(u.sf, initial, sizeof u.sf);
-    else std::memset(u.sf, kCanary, sizeof u.sf);
+    std::memcpy(u.sf, initial, sizeof u.sf);
     const uint8_t* p = stream.data();
     int32_t off = offset;
     u.status = zamsUnpackScaleFactors_MP3_1u8s(&p, &off, u.sf, &si, scfsi, &h, gr, ch);
@@ -56,273 +56,148 @@ Unpacked unpack(const std::vector<uint8_t>& stream, int offset, Mp3SideInfo& si,
 
 const int32_t kNoScfsi[4] = {0, 0, 0, 0};
 
-TEST(Mp3ScaleFactors, Mpeg1CompressZeroReadsNothing)
+// A hand-worked granule: groups of values read in stream order (first array index, count,
+// bit length); [zeroFrom, zeroTo) are cleared, every other entry keeps the caller's value.
+struct Group {
+    int first, count, length;
+};
+struct SfCase {
+    const char* name;
+    int id, modeExtension, sfc, blockType, mixed, scfsiMask, gr, ch;
+    std::vector<Group> groups;
+    int zeroFrom, zeroTo;
+    bool markers;  // the largest value of each length comes back negated (intensity positions)
+    int preflagIn, preflagOut, mixedOut;
+};
+
+const SfCase kCases[] = {
+    {"Mpeg1CompressZeroReadsNothing", 1, 0, 0, 0, 0, 0, 0, 0, {}, 0, 22, false, 0, 0, 0},
+    {"Mpeg1LongSlen3And1", 1, 0, 11, 0, 0, 0, 0, 0, {{0, 11, 3}, {11, 10, 1}}, 21, 22, false, 0, 0, 0},
+    {"Mpeg1ScfsiReusesEverything", 1, 0, 15, 0, 0, 15, 1, 0, {}, 21, 22, false, 0, 0, 0},
+    {"Mpeg1ScfsiReusesGroups1And3", 1, 0, 15, 0, 0, 0b0101, 1, 0, {{0, 6, 4}, {11, 5, 3}}, 21, 22, false, 0, 0, 0},
+    {"Mpeg1Granule0IgnoresScfsi", 1, 0, 15, 0, 0, 15, 0, 0, {{0, 11, 4}, {11, 10, 3}}, 21, 22, false, 0, 0, 0},
+    {"Mpeg1ShortIgnoresScfsi", 1, 0, 15, 2, 0, 15, 1, 0, {{0, 18, 4}, {18, 18, 3}}, 36, 39, false, 0, 0, 0},
+    {"Mpeg1Mixed", 1, 0, 10, 2, 1, 0, 0, 1, {{0, 17, 2}, {17, 18, 3}}, 35, 38, false, 0, 0, 1},
+    {"Mpeg2LongPreflagReadsNothing", 0, 0, 500, 0, 0, 0, 0, 0, {}, 0, 24, false, 0, 1, 0},
+    // 341 < 400: slen (341 >> 4) / 5 = 4, 21 % 5 = 1, (341 & 15) >> 2 = 1, 341 & 3 = 1;
+    // partitions 6, 5, 5, 5. Intensity on, but channel 0: no markers.
+    {"Mpeg2Normal", 0, 3, 341, 0, 0, 0, 0, 0, {{0, 6, 4}, {6, 15, 1}}, 21, 24, false, 1, 0, 0},
+    // 400 <= 450 < 500: v = 50, slen (50 >> 2) / 5 = 2, 12 % 5 = 2, 50 & 3 = 2, 0; short
+    // partitions 9, 9, 12, 6.
+    {"Mpeg2ShortPartitions", 0, 0, 450, 2, 0, 0, 0, 0, {{0, 30, 2}}, 30, 39, false, 0, 0, 0},
+    // isc 121: slen 121 / 36 = 3, (121 % 36) / 6 = 2, 13 % 6 = 1; partitions 7, 7, 7.
+    {"Mpeg2IntensityMarkers", 0, 1, 243, 0, 0, 0, 0, 1, {{0, 7, 3}, {7, 7, 2}, {14, 7, 1}}, 21, 24, true, 1, 0, 0},
+    {"Mpeg2IntensityLengthsZero", 0, 1, 1, 0, 0, 0, 0, 1, {}, 0, 24, true, 0, 0, 0},
+    // 505: slen 1, 2, 0, 0 with preflag; mixed flag 3 is reduced to 1: partitions 15, 18.
+    {"Mpeg2MixedFlagReduced", 0, 0, 505, 2, 3, 0, 0, 0, {{0, 15, 1}, {15, 18, 2}}, 33, 36, false, 0, 1, 1},
+};
+
+class Mp3ScaleFactorsHand : public ::testing::TestWithParam<SfCase> {};
+
+TEST_P(Mp3ScaleFactorsHand, ValuesBitsAndSideInfo)
 {
-    std::vector<uint8_t> stream(8, 0xFF);
-    Mp3SideInfo si = granule(0);
-    const Unpacked u = unpack(stream, 3, si, header(1), kNoScfsi, 0, 0);
-    ASSERT_EQ(u.status, zamStsOk);
-    EXPECT_EQ(u.bits, 0);
-    for (int i = 0; i <= 21; ++i) EXPECT_EQ(u.sf[i], 0) << i;
-    EXPECT_EQ(static_cast<uint8_t>(u.sf[22]), kCanary);
-}
-
-TEST(Mp3ScaleFactors, Mpeg1LongBandGroupsWithLengths)
-{
-    // sfc 11: slen1 3 (bands 0..10), slen2 1 (bands 11..20). Values 0..7 cycling,
-    // and alternating 0/1.
-    mp3test::Bits b(5);
-    for (int band = 0; band < 11; ++band) b.put(band % 8, 3);
-    for (int band = 11; band < 21; ++band) b.put(band & 1, 1);
-    Mp3SideInfo si = granule(11);
-    const Unpacked u = unpack(b.bytes(), 5, si, header(1), kNoScfsi, 0, 0);
-    ASSERT_EQ(u.status, zamStsOk);
-    EXPECT_EQ(u.bits, 11 * 3 + 10);
-    for (int band = 0; band < 11; ++band) EXPECT_EQ(u.sf[band], band % 8);
-    for (int band = 11; band < 21; ++band) EXPECT_EQ(u.sf[band], band & 1);
-    EXPECT_EQ(u.sf[21], 0);
-}
-
-TEST(Mp3ScaleFactors, Mpeg1ScfsiReuseKeepsTheCallersValues)
-{
-    int8_t previous[48];
-    for (int i = 0; i < 48; ++i) previous[i] = static_cast<int8_t>(100 + i);
-    std::vector<uint8_t> empty(8, 0xFF);
-    Mp3SideInfo si = granule(15);  // slen 4 / 3
-    const int32_t all[4] = {1, 1, 1, 1};
-    const Unpacked u = unpack(empty, 2, si, header(1), all, 1, 0, previous);
-    ASSERT_EQ(u.status, zamStsOk);
-    EXPECT_EQ(u.bits, 0);
-    for (int i = 0; i < 48; ++i) EXPECT_EQ(u.sf[i], i == 21 ? 0 : previous[i]) << i;
-
-    // Groups 1 and 3 reused, 0 and 2 read: 6 x 4 + 5 x 3 bits.
-    mp3test::Bits b;
-    for (int band = 0; band < 6; ++band) b.put(band + 1, 4);
-    for (int band = 11; band < 16; ++band) b.put(band - 10, 3);
-    const int32_t some[4] = {0, 1, 0, 1};
-    const Unpacked v = unpack(b.bytes(), 0, si, header(1), some, 1, 0, previous);
-    ASSERT_EQ(v.status, zamStsOk);
-    EXPECT_EQ(v.bits, 39);
-    for (int band = 0; band < 6; ++band) EXPECT_EQ(v.sf[band], band + 1);
-    for (int band = 6; band < 11; ++band) EXPECT_EQ(v.sf[band], previous[band]);
-    for (int band = 11; band < 16; ++band) EXPECT_EQ(v.sf[band], band - 10);
-    for (int band = 16; band < 21; ++band) EXPECT_EQ(v.sf[band], previous[band]);
-
-    // Granule 0 ignores scfsi.
-    mp3test::Bits c;
-    for (int band = 0; band < 21; ++band) c.put(band < 11 ? 9 : 5, band < 11 ? 4 : 3);
-    const Unpacked w = unpack(c.bytes(), 0, si, header(1), all, 0, 0, previous);
-    EXPECT_EQ(w.bits, 11 * 4 + 10 * 3);
-    EXPECT_EQ(w.sf[7], 9);
-    EXPECT_EQ(w.sf[20], 5);
-}
-
-TEST(Mp3ScaleFactors, Mpeg1ShortBlocksIgnoreScfsi)
-{
-    // slen1 4, slen2 3: 18 x 4 + 18 x 3 = 126 bits, band-major, window-minor.
-    mp3test::Bits b(1);
-    for (int i = 0; i < 18; ++i) b.put(i % 16, 4);
-    for (int i = 18; i < 36; ++i) b.put(i % 8, 3);
-    Mp3SideInfo si = granule(15, 2, 0);
-    const int32_t all[4] = {1, 1, 1, 1};
-    const Unpacked u = unpack(b.bytes(), 1, si, header(1), all, 1, 0);
-    ASSERT_EQ(u.status, zamStsOk);
-    EXPECT_EQ(u.bits, 126);
-    for (int i = 0; i < 18; ++i) EXPECT_EQ(u.sf[i], i % 16);
-    for (int i = 18; i < 36; ++i) EXPECT_EQ(u.sf[i], i % 8);
-    EXPECT_EQ(u.sf[36], 0);
-    EXPECT_EQ(u.sf[37], 0);
-    EXPECT_EQ(u.sf[38], 0);
-    EXPECT_EQ(static_cast<uint8_t>(u.sf[39]), kCanary);
-}
-
-TEST(Mp3ScaleFactors, Mpeg1MixedLayout)
-{
-    // slen1 2, slen2 3 (sfc 10): 8 long + 9 short values of 2 bits, 18 of 3 bits.
-    mp3test::Bits b;
-    for (int i = 0; i < 17; ++i) b.put(i % 4, 2);
-    for (int i = 0; i < 18; ++i) b.put(7 - i % 8, 3);
-    Mp3SideInfo si = granule(10, 2, 1);
-    const Unpacked u = unpack(b.bytes(), 0, si, header(1), kNoScfsi, 0, 1);
-    ASSERT_EQ(u.status, zamStsOk);
-    EXPECT_EQ(u.bits, 17 * 2 + 18 * 3);
-    for (int i = 0; i < 17; ++i) EXPECT_EQ(u.sf[i], i % 4);
-    for (int i = 0; i < 18; ++i) EXPECT_EQ(u.sf[17 + i], 7 - i % 8);
-    EXPECT_EQ(u.sf[35], 0);
-    EXPECT_EQ(u.sf[37], 0);
-    EXPECT_EQ(static_cast<uint8_t>(u.sf[38]), kCanary);
-}
-
-TEST(Mp3ScaleFactors, Mpeg2LongWithPreflagReadsNothing)
-{
-    std::vector<uint8_t> stream(8, 0xFF);
-    Mp3SideInfo si = granule(500);
-    si.preflag = 0;
-    const Unpacked u = unpack(stream, 0, si, header(0), kNoScfsi, 0, 0);
-    ASSERT_EQ(u.status, zamStsOk);
-    EXPECT_EQ(u.bits, 0);
-    EXPECT_EQ(si.preflag, 1);
-    for (int i = 0; i < 24; ++i) EXPECT_EQ(u.sf[i], 0) << i;
-    EXPECT_EQ(static_cast<uint8_t>(u.sf[24]), kCanary);
-}
-
-TEST(Mp3ScaleFactors, Mpeg2NormalLengthsAndPartitions)
-{
-    // sfc 0x155 = 341 < 400: slen (341 >> 4) / 5 = 4, 21 % 5 = 1, (341 & 15) >> 2 = 1,
-    // 341 & 3 = 1; long partitions 6, 5, 5, 5.
-    mp3test::Bits b(6);
-    for (int i = 0; i < 6; ++i) b.put(15 - i, 4);
-    for (int i = 0; i < 15; ++i) b.put(i & 1, 1);
-    Mp3SideInfo si = granule(341);
-    si.preflag = 1;
-    const Unpacked u = unpack(b.bytes(), 6, si, header(0, 3), kNoScfsi, 0, 0);  // intensity on, channel 0
-    ASSERT_EQ(u.status, zamStsOk);
-    EXPECT_EQ(u.bits, 6 * 4 + 15);
-    EXPECT_EQ(si.preflag, 0);
-    for (int i = 0; i < 6; ++i) EXPECT_EQ(u.sf[i], 15 - i);  // no negation on channel 0
-    for (int i = 0; i < 15; ++i) EXPECT_EQ(u.sf[6 + i], i & 1);
-    EXPECT_EQ(u.sf[21] | u.sf[22] | u.sf[23], 0);
-
-    // sfc 450: 400 <= sfc < 500: v = 50, slen (50 >> 2) / 5 = 2, 12 % 5 = 2, 50 & 3 = 2, 0;
-    // short blocks, partitions 9, 9, 12, 6 (6 values of length 0).
-    mp3test::Bits c;
-    for (int i = 0; i < 30; ++i) c.put(i % 4, 2);
-    Mp3SideInfo sh = granule(450, 2, 0);
-    const Unpacked v = unpack(c.bytes(), 0, sh, header(0), kNoScfsi, 0, 0);
-    EXPECT_EQ(v.bits, 60);
-    for (int i = 0; i < 30; ++i) EXPECT_EQ(v.sf[i], i % 4);
-    for (int i = 30; i < 39; ++i) EXPECT_EQ(v.sf[i], 0);
-    EXPECT_EQ(static_cast<uint8_t>(v.sf[39]), kCanary);
-}
-
-TEST(Mp3ScaleFactors, Mpeg2IntensityRightChannelMarkers)
-{
-    // isc = 121: slen 121 / 36 = 3, (121 % 36) / 6 = 2, 13 % 6 = 1; row 3, long
-    // partitions 7, 7, 7. Markers 7, 3 and 1 come back negated.
-    mp3test::Bits b;
-    const int p0[7] = {7, 0, 6, 7, 1, 2, 7};
-    const int p1[7] = {3, 2, 1, 0, 3, 3, 1};
-    const int p2[7] = {1, 0, 1, 0, 0, 1, 1};
-    for (int v : p0) b.put(v, 3);
-    for (int v : p1) b.put(v, 2);
-    for (int v : p2) b.put(v, 1);
-    Mp3SideInfo si = granule(2 * 121 + 1);
-    si.preflag = 1;
-    const Unpacked u = unpack(b.bytes(), 0, si, header(0, 1), kNoScfsi, 0, 1);
-    ASSERT_EQ(u.status, zamStsOk);
-    EXPECT_EQ(u.bits, 7 * 6);
-    EXPECT_EQ(si.preflag, 0);
-    for (int i = 0; i < 7; ++i) {
-        EXPECT_EQ(u.sf[i], p0[i] == 7 ? -7 : p0[i]);
-        EXPECT_EQ(u.sf[7 + i], p1[i] == 3 ? -3 : p1[i]);
-        EXPECT_EQ(u.sf[14 + i], p2[i] == 1 ? -1 : p2[i]);
+    const SfCase& c = GetParam();
+    for (const int offset : {0, 5}) {
+        int8_t initial[48], expected[48];
+        for (int i = 0; i < 48; ++i) expected[i] = initial[i] = static_cast<int8_t>(100 + i);
+        mp3test::Bits b(offset);
+        int k = 0, bits = 0;
+        for (const Group& g : c.groups)
+            for (int j = 0; j < g.count; ++j, ++k) {
+                const int max = (1 << g.length) - 1, v = (k * 7 + 3) & max;
+                b.put(static_cast<uint32_t>(v), g.length);
+                bits += g.length;
+                expected[g.first + j] = static_cast<int8_t>(c.markers && v == max ? -v : v);
+            }
+        b.put(0xFFFFFFFFu, 32);  // anything read beyond the granule shows
+        for (int i = c.zeroFrom; i < c.zeroTo; ++i) expected[i] = 0;
+        const int32_t scfsi[4] = {c.scfsiMask >> 3 & 1, c.scfsiMask >> 2 & 1, c.scfsiMask >> 1 & 1, c.scfsiMask & 1};
+        Mp3SideInfo si = granule(c.sfc, c.blockType, c.mixed);
+        si.preflag = c.preflagIn;
+        const Unpacked u = unpack(b.bytes(), offset, si, header(c.id, c.modeExtension), scfsi, c.gr, c.ch, initial);
+        ASSERT_EQ(u.status, zamStsOk);
+        EXPECT_EQ(u.bits, bits);
+        for (int i = 0; i < 48; ++i) EXPECT_EQ(u.sf[i], expected[i]) << "entry " << i;
+        if (c.id == 0) EXPECT_EQ(si.preflag, c.preflagOut);
+        EXPECT_EQ(si.mixed_block_flag, c.mixedOut);
     }
-    EXPECT_EQ(u.sf[21] | u.sf[22] | u.sf[23], 0);
-
-    // sfc 1 (isc 0): every length 0, nothing read, nothing negated.
-    Mp3SideInfo z = granule(1);
-    const Unpacked w = unpack(b.bytes(), 0, z, header(0, 1), kNoScfsi, 0, 1);
-    EXPECT_EQ(w.bits, 0);
-    for (int i = 0; i < 24; ++i) EXPECT_EQ(w.sf[i], 0);
 }
 
-TEST(Mp3ScaleFactors, Mpeg2MixedFlagReducedAndWrittenBack)
-{
-    // sfc 505: slen 1, 2, 0, 0, row 2, preflag; mixed flag 3 -> 1, mixed partitions 15, 18.
-    mp3test::Bits b;
-    for (int i = 0; i < 15; ++i) b.put(1, 1);
-    for (int i = 0; i < 18; ++i) b.put(2, 2);
-    Mp3SideInfo si = granule(505, 2, 3);
-    const Unpacked u = unpack(b.bytes(), 0, si, header(0), kNoScfsi, 0, 0);
-    ASSERT_EQ(u.status, zamStsOk);
-    EXPECT_EQ(si.mixed_block_flag, 1);
-    EXPECT_EQ(si.preflag, 1);
-    EXPECT_EQ(u.bits, 15 + 36);
-    EXPECT_EQ(u.sf[14], 1);
-    EXPECT_EQ(u.sf[32], 2);
-    EXPECT_EQ(u.sf[33] | u.sf[34] | u.sf[35], 0);
-}
+INSTANTIATE_TEST_SUITE_P(Mp3, Mp3ScaleFactorsHand, ::testing::ValuesIn(kCases),
+                         [](const auto& info) { return std::string(info.param.name); });
 
 TEST(Mp3ScaleFactors, UnpackCheckOrderAndNothingWritten)
 {
     std::vector<uint8_t> stream(16, 0x55);
-    const Mp3FrameHeader h1 = header(1);
-    const Mp3FrameHeader h2bad = header(0, 4);
-    int8_t sf[48];
-    std::memset(sf, kCanary, sizeof sf);
-    const uint8_t* p = stream.data();
-    const uint8_t* none = nullptr;
-    int32_t off = 0;
-    Mp3SideInfo si = granule(16);  // out of range for MPEG-1
-    EXPECT_EQ(zamsUnpackScaleFactors_MP3_1u8s(nullptr, &off, sf, &si, kNoScfsi, &h1, 0, 0), zamStsNullPtr);
-    EXPECT_EQ(zamsUnpackScaleFactors_MP3_1u8s(&p, nullptr, sf, &si, kNoScfsi, &h1, 0, 0), zamStsNullPtr);
-    EXPECT_EQ(zamsUnpackScaleFactors_MP3_1u8s(&p, &off, nullptr, &si, kNoScfsi, &h1, 0, 0), zamStsNullPtr);
-    EXPECT_EQ(zamsUnpackScaleFactors_MP3_1u8s(&p, &off, sf, nullptr, kNoScfsi, &h1, 0, 0), zamStsNullPtr);
-    EXPECT_EQ(zamsUnpackScaleFactors_MP3_1u8s(&p, &off, sf, &si, nullptr, &h1, 0, 0), zamStsNullPtr);
-    EXPECT_EQ(zamsUnpackScaleFactors_MP3_1u8s(&p, &off, sf, &si, kNoScfsi, nullptr, 0, 0), zamStsNullPtr);
-    EXPECT_EQ(zamsUnpackScaleFactors_MP3_1u8s(&none, &off, sf, &si, kNoScfsi, &h1, 0, 0), zamStsNullPtr);
-    // Bad arguments come before the side-information check.
-    off = 8;
-    EXPECT_EQ(zamsUnpackScaleFactors_MP3_1u8s(&p, &off, sf, &si, kNoScfsi, &h1, 0, 0), zamStsBadArg);
-    off = -1;
-    EXPECT_EQ(zamsUnpackScaleFactors_MP3_1u8s(&p, &off, sf, &si, kNoScfsi, &h1, 0, 0), zamStsBadArg);
-    off = 0;
-    EXPECT_EQ(zamsUnpackScaleFactors_MP3_1u8s(&p, &off, sf, &si, kNoScfsi, &h1, 2, 0), zamStsBadArg);
-    EXPECT_EQ(zamsUnpackScaleFactors_MP3_1u8s(&p, &off, sf, &si, kNoScfsi, &h1, 0, -1), zamStsBadArg);
-    EXPECT_EQ(zamsUnpackScaleFactors_MP3_1u8s(&p, &off, sf, &si, kNoScfsi, &h1, 0, 0), zamStsMp3SideInfoErr);
-    si.scalefac_compress = -1;
-    EXPECT_EQ(zamsUnpackScaleFactors_MP3_1u8s(&p, &off, sf, &si, kNoScfsi, &h1, 0, 0), zamStsMp3SideInfoErr);
-    // MPEG-2: the compress range before the mode extension; 16 is fine there.
-    si.scalefac_compress = 512;
-    EXPECT_EQ(zamsUnpackScaleFactors_MP3_1u8s(&p, &off, sf, &si, kNoScfsi, &h2bad, 0, 0), zamStsMp3SideInfoErr);
-    si.scalefac_compress = 16;
-    EXPECT_EQ(zamsUnpackScaleFactors_MP3_1u8s(&p, &off, sf, &si, kNoScfsi, &h2bad, 0, 0), zamStsMp3FrameHeaderErr);
-    EXPECT_TRUE(zamtest::untouched(sf, sizeof sf));
+    const Mp3FrameHeader h1 = header(1), h2bad = header(0, 4);
+    auto sf = zamtest::canaryVector<int8_t>(48);
+    const uint8_t *p = stream.data(), *none = nullptr;
+    int32_t o0 = 0, o8 = 8, oNeg = -1;
+    Mp3SideInfo si = granule(16), neg = granule(-1), big2 = granule(512), ok2 = granule(16);  // 16: bad for MPEG-1 only
+    int8_t* d = sf.data();
+    const std::pair<ZamStatus, ZamStatus> calls[] = {
+        {zamsUnpackScaleFactors_MP3_1u8s(nullptr, &o0, d, &si, kNoScfsi, &h1, 0, 0), zamStsNullPtr},
+        {zamsUnpackScaleFactors_MP3_1u8s(&p, nullptr, d, &si, kNoScfsi, &h1, 0, 0), zamStsNullPtr},
+        {zamsUnpackScaleFactors_MP3_1u8s(&p, &o0, nullptr, &si, kNoScfsi, &h1, 0, 0), zamStsNullPtr},
+        {zamsUnpackScaleFactors_MP3_1u8s(&p, &o0, d, nullptr, kNoScfsi, &h1, 0, 0), zamStsNullPtr},
+        {zamsUnpackScaleFactors_MP3_1u8s(&p, &o0, d, &si, nullptr, &h1, 0, 0), zamStsNullPtr},
+        {zamsUnpackScaleFactors_MP3_1u8s(&p, &o0, d, &si, kNoScfsi, nullptr, 0, 0), zamStsNullPtr},
+        {zamsUnpackScaleFactors_MP3_1u8s(&none, &o0, d, &si, kNoScfsi, &h1, 0, 0), zamStsNullPtr},
+        // Bad arguments before the side information.
+        {zamsUnpackScaleFactors_MP3_1u8s(&p, &o8, d, &si, kNoScfsi, &h1, 0, 0), zamStsBadArg},
+        {zamsUnpackScaleFactors_MP3_1u8s(&p, &oNeg, d, &si, kNoScfsi, &h1, 0, 0), zamStsBadArg},
+        {zamsUnpackScaleFactors_MP3_1u8s(&p, &o0, d, &si, kNoScfsi, &h1, 2, 0), zamStsBadArg},
+        {zamsUnpackScaleFactors_MP3_1u8s(&p, &o0, d, &si, kNoScfsi, &h1, 0, -1), zamStsBadArg},
+        {zamsUnpackScaleFactors_MP3_1u8s(&p, &o0, d, &si, kNoScfsi, &h1, 0, 0), zamStsMp3SideInfoErr},
+        {zamsUnpackScaleFactors_MP3_1u8s(&p, &o0, d, &neg, kNoScfsi, &h1, 0, 0), zamStsMp3SideInfoErr},
+        // MPEG-2: the compress range before the mode extension.
+        {zamsUnpackScaleFactors_MP3_1u8s(&p, &o0, d, &big2, kNoScfsi, &h2bad, 0, 0), zamStsMp3SideInfoErr},
+        {zamsUnpackScaleFactors_MP3_1u8s(&p, &o0, d, &ok2, kNoScfsi, &h2bad, 0, 0), zamStsMp3FrameHeaderErr},
+    };
+    for (size_t i = 0; i < std::size(calls); ++i) EXPECT_EQ(calls[i].first, calls[i].second) << "call " << i;
+    EXPECT_TRUE(zamtest::untouched(sf));
     EXPECT_EQ(p, stream.data());
-    EXPECT_EQ(off, 0);
-    EXPECT_EQ(si.preflag, 0);
+    EXPECT_EQ(o0, 0);
+    EXPECT_EQ(ok2.preflag, 0);
 }
 
 TEST(Mp3ScaleFactors, PackChecksAndAcceptsWhatUnpackRefuses)
 {
     int8_t sf[48] = {};
     for (int i = 0; i < 21; ++i) sf[i] = 1;
-    std::vector<uint8_t> out(16, kCanary);
-    uint8_t* w = out.data();
-    uint8_t* none = nullptr;
+    auto out = zamtest::canaryVector<uint8_t>(16);
+    uint8_t *w = out.data(), *none = nullptr;
     int32_t off = 0;
-    const Mp3FrameHeader h1 = header(1);
-    Mp3SideInfo si = granule(5);  // slen 1 / 1
-    EXPECT_EQ(zamsPackScaleFactors_MP3_8s1u(nullptr, &w, &off, &h1, &si, kNoScfsi, 0, 0), zamStsNullPtr);
-    EXPECT_EQ(zamsPackScaleFactors_MP3_8s1u(sf, nullptr, &off, &h1, &si, kNoScfsi, 0, 0), zamStsNullPtr);
-    EXPECT_EQ(zamsPackScaleFactors_MP3_8s1u(sf, &none, &off, &h1, &si, kNoScfsi, 0, 0), zamStsNullPtr);
-    EXPECT_EQ(zamsPackScaleFactors_MP3_8s1u(sf, &w, nullptr, &h1, &si, kNoScfsi, 0, 0), zamStsNullPtr);
-    EXPECT_EQ(zamsPackScaleFactors_MP3_8s1u(sf, &w, &off, nullptr, &si, kNoScfsi, 0, 0), zamStsNullPtr);
-    EXPECT_EQ(zamsPackScaleFactors_MP3_8s1u(sf, &w, &off, &h1, nullptr, kNoScfsi, 0, 0), zamStsNullPtr);
-    EXPECT_EQ(zamsPackScaleFactors_MP3_8s1u(sf, &w, &off, &h1, &si, nullptr, 0, 0), zamStsNullPtr);
-    Mp3SideInfo bad = granule(16);
-    EXPECT_EQ(zamsPackScaleFactors_MP3_8s1u(sf, &w, &off, &h1, &bad, kNoScfsi, 0, 0), zamStsMp3SideInfoErr);
-    const Mp3FrameHeader h2bad = header(0, -1);
-    EXPECT_EQ(zamsPackScaleFactors_MP3_8s1u(sf, &w, &off, &h2bad, &si, kNoScfsi, 0, 0), zamStsMp3FrameHeaderErr);
+    const Mp3FrameHeader h1 = header(1), h2bad = header(0, -1);
+    Mp3SideInfo si = granule(5), bad = granule(16);  // slen 1 / 1; out of range
+    const std::pair<ZamStatus, ZamStatus> calls[] = {
+        {zamsPackScaleFactors_MP3_8s1u(nullptr, &w, &off, &h1, &si, kNoScfsi, 0, 0), zamStsNullPtr},
+        {zamsPackScaleFactors_MP3_8s1u(sf, nullptr, &off, &h1, &si, kNoScfsi, 0, 0), zamStsNullPtr},
+        {zamsPackScaleFactors_MP3_8s1u(sf, &none, &off, &h1, &si, kNoScfsi, 0, 0), zamStsNullPtr},
+        {zamsPackScaleFactors_MP3_8s1u(sf, &w, nullptr, &h1, &si, kNoScfsi, 0, 0), zamStsNullPtr},
+        {zamsPackScaleFactors_MP3_8s1u(sf, &w, &off, nullptr, &si, kNoScfsi, 0, 0), zamStsNullPtr},
+        {zamsPackScaleFactors_MP3_8s1u(sf, &w, &off, &h1, nullptr, kNoScfsi, 0, 0), zamStsNullPtr},
+        {zamsPackScaleFactors_MP3_8s1u(sf, &w, &off, &h1, &si, nullptr, 0, 0), zamStsNullPtr},
+        {zamsPackScaleFactors_MP3_8s1u(sf, &w, &off, &h1, &bad, kNoScfsi, 0, 0), zamStsMp3SideInfoErr},
+        {zamsPackScaleFactors_MP3_8s1u(sf, &w, &off, &h2bad, &si, kNoScfsi, 0, 0), zamStsMp3FrameHeaderErr},
+    };
+    for (size_t i = 0; i < std::size(calls); ++i) EXPECT_EQ(calls[i].first, calls[i].second) << "call " << i;
     EXPECT_TRUE(zamtest::untouched(out));
-    // Granule 2 counts as granule 1 (scfsi all set: nothing written); channel 5 is
-    // not looked at; offset 8 is the next byte.
+    // Granule 2 counts as granule 1 (scfsi all set: nothing written); channel 5 is not looked
+    // at; offset 8 is the next byte.
     const int32_t all[4] = {1, 1, 1, 1};
     EXPECT_EQ(zamsPackScaleFactors_MP3_8s1u(sf, &w, &off, &h1, &si, all, 2, 5), zamStsOk);
     EXPECT_EQ(w, out.data());
     EXPECT_EQ(off, 0);
     off = 8;
     EXPECT_EQ(zamsPackScaleFactors_MP3_8s1u(sf, &w, &off, &h1, &si, kNoScfsi, 0, 0), zamStsOk);
-    EXPECT_EQ(out[0], kCanary);
-    EXPECT_EQ(out[1], 0xFF);
-    EXPECT_EQ(out[2], 0xFF);
-    EXPECT_EQ(out[3], 0xF8);  // 21 one-bits from byte 1 on
+    EXPECT_EQ(std::vector<int>(out.begin(), out.begin() + 4), (std::vector<int>{kCanary, 0xFF, 0xFF, 0xF8}));
     EXPECT_EQ(w, out.data() + 3);
     EXPECT_EQ(off, 5);
 }
 
-// Random pack -> unpack round trips over every block kind, granule and scfsi
-// pattern (MPEG-1) and every compress value, channel and intensity setting (MPEG-2).
+// Random pack -> unpack round trips over every block kind, granule and scfsi pattern
+// (MPEG-1) and every compress value, channel and intensity setting (MPEG-2).
 TEST(Mp3ScaleFactors, PackUnpackRoundTrip)
 {
     std::mt19937 gen(5);
@@ -333,13 +208,11 @@ TEST(Mp3ScaleFactors, PackUnpackRoundTrip)
                                  kind == 2);
         if (kind == 0 && gen() % 2) si = granule(si.scalefac_compress);
         const Mp3FrameHeader h = header(mpeg1 ? 1 : 0, static_cast<int>(gen() % 4));
-        const int gr = mpeg1 ? static_cast<int>(gen() % 2) : 0;
-        const int ch = static_cast<int>(gen() % 2);
+        const int gr = mpeg1 ? static_cast<int>(gen() % 2) : 0, ch = static_cast<int>(gen() % 2);
         int32_t scfsi[4];
         for (int& v : scfsi) v = static_cast<int>(gen() % 2);
         int8_t values[48];
-        for (int i = 0; i < 48; ++i) values[i] = static_cast<int8_t>(gen() % 32);
-
+        for (auto& v : values) v = static_cast<int8_t>(gen() % 32);
         // Mask each value to its coded length by a first unpack of random bits.
         std::vector<uint8_t> random(64);
         for (auto& b : random) b = static_cast<uint8_t>(gen());
@@ -349,7 +222,6 @@ TEST(Mp3ScaleFactors, PackUnpackRoundTrip)
         ASSERT_EQ(first.status, zamStsOk);
         int8_t coded[48];
         for (int i = 0; i < 48; ++i) coded[i] = static_cast<int8_t>(first.sf[i] < 0 ? -first.sf[i] : first.sf[i]);
-
         std::vector<uint8_t> out(64, 0);
         uint8_t* w = out.data();
         int32_t off = offset;
