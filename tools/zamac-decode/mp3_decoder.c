@@ -220,8 +220,8 @@ int mp3_decode(const uint8_t* data, size_t size, const DecodeOptions* options, P
                outChannels, outChannels == 1 ? "" : "s", frames);
 
     Mp3Layer3* l3 = mp3_layer3_create();
-    uint8_t* reservoir = calloc(1, RESERVOIR_BYTES + MAX_FRAME_BYTES + MP3_MAIN_PADDING);
-    int16_t* pcm = malloc(sizeof(int16_t) * 1152 * 2);
+    uint8_t* reservoir = (uint8_t*)calloc(1, RESERVOIR_BYTES + MAX_FRAME_BYTES + MP3_MAIN_PADDING);
+    int16_t* pcm = (int16_t*)malloc(sizeof(int16_t) * 1152 * 2);
     if (!l3 || !reservoir || !pcm) {
         fprintf(stderr, "zamac-decode: out of memory\n");
         mp3_layer3_destroy(l3);

@@ -42,7 +42,7 @@ static const double kAliasCoefficients[8] = {-0.6, -0.535, -0.33, -0.185, -0.095
 
 Mp3Layer3* mp3_layer3_create(void)
 {
-    Mp3Layer3* l3 = calloc(1, sizeof *l3);
+    Mp3Layer3* l3 = (Mp3Layer3*)calloc(1, sizeof *l3);
     if (!l3) return NULL;
     int size36 = 0, size12 = 0;
     if (zamsMDCTInvInitAlloc_32f(&l3->mdct36, 36) != zamStsOk ||
@@ -55,7 +55,7 @@ Mp3Layer3* mp3_layer3_create(void)
         return NULL;
     }
     const int bufferSize = size36 > size12 ? size36 : size12;
-    l3->mdctBuffer = malloc(bufferSize > 0 ? (size_t)bufferSize : 1);
+    l3->mdctBuffer = (uint8_t*)malloc(bufferSize > 0 ? (size_t)bufferSize : 1);
     if (!l3->mdctBuffer) {
         mp3_layer3_destroy(l3);
         return NULL;
