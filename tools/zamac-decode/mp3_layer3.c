@@ -433,8 +433,20 @@ int mp3_layer3_decode_frame(Mp3Layer3* l3, const Mp3Header* header, const Mp3Fra
                 if (ok && hufSize >= 0) {
                     ZamStatus st;
                     if (header->version == MP3_MPEG25)
-                        st = zamsHuffmanDecodeSfb_MP3_1u32s(&p, &off, l3->quantized, &nonZero, s, &frame, hufSize,
-                                                            &mp3_sfb_long[6][0]);
+                    {
+                        /* At 8 kHz the bands are twice as wide: region 0 of a
+                         * window-switching granule ends at 3 x short boundary [3] (72
+                         * lines) or long boundary [8] (108), not at the 36 or 54 lines
+                         * of the other rates, so its bounds come from the band tables. */
+                        static const int16_t mixedPartition[6][2] = {{3, 0}, {3, 0}, {3, 0}, {3, 0}, {3, 0}, {3, 0}};
+                        if (header->srIndex == 2)
+                            st = zamsHuffmanDecodeSfbMbp_MP3_1u32s(&p, &off, l3->quantized, &nonZero, s, &frame,
+                                                                   hufSize, &mp3_sfb_long[6][0], &mp3_sfb_short[6][0],
+                                                                   &mixedPartition[0][0]);
+                        else
+                            st = zamsHuffmanDecodeSfb_MP3_1u32s(&p, &off, l3->quantized, &nonZero, s, &frame, hufSize,
+                                                                &mp3_sfb_long[6][0]);
+                    }
                     else
                         st = zamsHuffmanDecode_MP3_1u32s(&p, &off, l3->quantized, &nonZero, s, &frame, hufSize);
                     ok = st == zamStsOk;
