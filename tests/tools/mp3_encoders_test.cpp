@@ -1,6 +1,6 @@
 // Streams made here by Debian's lame and ffmpeg (every sampling rate from 8 to
 // 48 kHz, MPEG-1, 2 and 2.5, mono, stereo, joint, forced M/S, dual channel, CBR and
-// VBR; the test signal's clicks force short blocks) decoded by zamac-decode and
+// VBR, CRC-protected; the test signal's clicks force short blocks) decoded by zamac-decode and
 // compared with mpg123's and ffmpeg's decodes of the same files. Those two remove
 // the encoder delay that the LAME tag announces and zamac-decode does not, so the
 // outputs are aligned first; then PSNR >= 96 dB over the common part.
@@ -81,6 +81,7 @@ const EncoderCase kCases[] = {
     {"lame_32k_joint_cbr96", 32000, 2, "lame", "-m j -b 96"},
     {"lame_44k_joint_cbr128", 44100, 2, "lame", "-m j -b 128"},
     {"lame_44k_forcedms_cbr192", 44100, 2, "lame", "-m f -b 192"},
+    {"lame_44k_crc_cbr128", 44100, 2, "lame", "-m j -p -b 128"},
     {"lame_44k_dual_cbr256", 44100, 2, "lame", "-m d -b 256"},
     {"lame_48k_stereo_vbr0", 48000, 2, "lame", "-m s -V 0"},
     {"ffmpeg_44k_stereo_160k", 44100, 2, "ffmpeg", "-b:a 160k"},

@@ -184,8 +184,12 @@ static void framer_init(Framer* f, const uint8_t* data, size_t size)
 /* A Xing/Info (LAME) or VBRI frame carries stream information, no audio. */
 static int is_info_frame(const uint8_t* p, const Mp3Header* h, int length)
 {
-    const int at = 4 + (h->protection ? 2 : 0) + h->sideInfoBytes;
-    if (at + 4 <= length && (memcmp(p + at, "Xing", 4) == 0 || memcmp(p + at, "Info", 4) == 0)) return 1;
+    /* lame puts the tag right after the side information's nominal place even
+     * when a CRC word moves the side information two bytes on; look at both. */
+    for (int crc = 0; crc <= (h->protection ? 2 : 0); crc += 2) {
+        const int at = 4 + crc + h->sideInfoBytes;
+        if (at + 4 <= length && (memcmp(p + at, "Xing", 4) == 0 || memcmp(p + at, "Info", 4) == 0)) return 1;
+    }
     return 36 + 4 <= length && memcmp(p + 36, "VBRI", 4) == 0;
 }
 
