@@ -246,7 +246,12 @@ static void stereo(Mp3Layer3* l3, const Mp3Header* h, int modeExtension, const G
         return;
     }
     const int rightEnd = l3->spectrumEnd[1];
-    const int belowTop = h->version == MP3_MPEG1 ? -1 : 0;
+    /* The top band (long 21, short 12) has no scale factor of its own: it takes
+     * the position of the band below. When that band is not in the intensity
+     * region, MPEG-1 still takes its value (what mpg123 and ffmpeg do), MPEG-2 takes
+     * position 0 (what the ISO reference decoder does: both channels get the mid
+     * value). */
+    const int mpeg1 = h->version == MP3_MPEG1;
     if (!g->isShort) {
         int sfb = 0;
         while (sfb < 22 && g->longBands[sfb + 1] <= rightEnd) ++sfb;
@@ -254,11 +259,7 @@ static void stereo(Mp3Layer3* l3, const Mp3Header* h, int modeExtension, const G
         const int bound = g->longBands[sfb];
         if (ms) ms_lines(l, r, 0, bound);
         for (; sfb < 22; ++sfb) {
-            /* The top band has no scale factor of its own: it takes the position of
-             * the band below when that one is in the intensity region; otherwise it
-             * is position 0 in MPEG-2 (both channels take the mid value) and no
-             * intensity band in MPEG-1. */
-            const int pos = sfb < 21 ? sfRight[sfb] : (bound <= g->longBands[20] ? sfRight[20] : belowTop);
+            const int pos = sfb < 21 ? sfRight[sfb] : (mpeg1 || bound <= g->longBands[20] ? sfRight[20] : 0);
             intensity_band(l3, h, siRight, ms, pos, l, r, g->longBands[sfb], g->longBands[sfb + 1]);
         }
     } else {
@@ -284,7 +285,7 @@ static void stereo(Mp3Layer3* l3, const Mp3Header* h, int modeExtension, const G
                     if (ms) ms_lines(l, r, start, start + width);
                 } else {
                     const int pos = sfb < 12 ? sfRight[sfOffset + 3 * sfb + w]
-                                             : (top <= 11 ? sfRight[sfOffset + 3 * 11 + w] : belowTop);
+                                             : (mpeg1 || top <= 11 ? sfRight[sfOffset + 3 * 11 + w] : 0);
                     intensity_band(l3, h, siRight, ms, pos, l, r, start, start + width);
                 }
             }
