@@ -2,7 +2,8 @@
 # MP3 decoding figures of zamac-decode:
 #  1. the ISO Layer III compliance streams: PSNR and maximum difference per stream;
 #  2. streams made by lame and ffmpeg (20 s each), compared with mpg123's and
-#     ffmpeg's decodes after aligning the encoder delay;
+#     ffmpeg's decodes after aligning the encoder delay, and MPEG-1 intensity-stereo
+#     frames built with the library's packers;
 #  3. speed: CPU time (user + system, median of several runs, whole process) of
 #     zamac-decode, mpg123 and ffmpeg -f null on l3-he_44khz.bit and on a 60 s
 #     44.1 kHz 128 kb/s lame stream, and the ratios.
@@ -33,6 +34,10 @@ printf '%-26s %-8s %6s %10s %9s\n' stream decoder shift "PSNR (dB)" "max diff"
 ZAMAC_MP3_LONG=1 "$tests" --gtest_filter='*Mp3Encoders*' 2>&1 |
   sed -n 's/^\([^ ]*\) vs \([^:]*\): shift \([0-9]*\), PSNR \([0-9.]*\) dB, max diff \([0-9]*\)$/\1 \2 \3 \4 \5/p' |
   while read -r s d sh p m; do printf '%-26s %-8s %6d %10.2f %9d\n' "$s" "$d" "$sh" "$p" "$m"; done
+
+echo
+echo "== MPEG-1 intensity stereo (frames built with the library's packers), against mpg123 and ffmpeg"
+"$tests" --gtest_filter='*Mp3Intensity*' 2>&1 | sed -n 's/^MPEG-1 intensity, //p'
 
 echo
 echo "== speed (CPU seconds per run, median of $runs; audio seconds per CPU second)"

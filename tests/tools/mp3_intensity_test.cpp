@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <iostream>
 #include <random>
+#include <tuple>
 
 #include "mp3_support.h"
 #include "zamac.h"
@@ -15,6 +16,7 @@
 namespace {
 
 const int kLong44[23] = {0, 4, 8, 12, 16, 20, 24, 30, 36, 44, 52, 62, 74, 90, 110, 134, 162, 196, 238, 288, 342, 418, 576};
+const int kShort44[14] = {0, 4, 8, 12, 16, 22, 30, 40, 52, 66, 84, 106, 136, 192};
 
 bool haveProgram(const char* name)
 {
@@ -26,7 +28,7 @@ long bitsAt(const uint8_t* base, const uint8_t* p, int32_t off) { return long(p 
 
 // One MPEG-1 joint-stereo frame, 320 kb/s at 44.1 kHz (1044 bytes), main data in
 // the frame itself.
-std::vector<uint8_t> buildFrame(std::mt19937& gen, int modeExtension)
+std::vector<uint8_t> buildFrame(std::mt19937& gen, int modeExtension, bool shortBlocks)
 {
     Mp3FrameHeader fh = {1, 1, 1, 14, 0, 0, 0, 1, modeExtension, 0, 0, 0, 0};
     Mp3SideInfo si[4] = {};
@@ -37,24 +39,41 @@ std::vector<uint8_t> buildFrame(std::mt19937& gen, int modeExtension)
     std::discrete_distribution<int> magnitude({50, 35, 10, 5});
     std::uniform_int_distribution<int> position(0, 7);
     std::uniform_int_distribution<int> boundBand(4, 21);
+    std::uniform_int_distribution<int> boundShortBand(1, 12);
     for (int gr = 0; gr < 2; ++gr) {
-        const int bound = boundBand(gen);  // first intensity band of this granule
+        // First intensity band of this granule (long), or of each window (short).
+        const int bound = boundBand(gen);
+        const int shortBound[3] = {boundShortBand(gen), boundShortBand(gen), boundShortBand(gen)};
         for (int ch = 0; ch < 2; ++ch) {
             Mp3SideInfo& s = si[gr * 2 + ch];
             s.global_gain = 180;
-            s.scalefac_compress = 15;  // 4 bits for bands 0..10, 3 bits for 11..20
+            s.scalefac_compress = 15;  // 4 bits for the lower bands, 3 bits for the upper ones
             s.table_select[0] = s.table_select[1] = s.table_select[2] = 15;
             s.region0_count = 7;
             s.region1_count = 7;
-            const int lines = ch == 0 ? 576 : kLong44[bound];
-            s.big_values = lines / 2;
+            if (shortBlocks) {
+                s.window_switching_flag = 1;
+                s.block_type = 2;
+            }
             int32_t ix[576] = {};
-            for (int i = 0; i < lines; ++i) {
+            int lines = 0;
+            for (int i = 0; i < 576; ++i) {
+                bool coded = ch == 0 || i < kLong44[bound];
+                if (shortBlocks && ch == 1) {
+                    int sfb = 0;
+                    while (3 * kShort44[sfb + 1] <= i) ++sfb;
+                    const int width = kShort44[sfb + 1] - kShort44[sfb];
+                    const int window = (i - 3 * kShort44[sfb]) / width;
+                    coded = sfb < shortBound[window];
+                }
+                if (!coded) continue;
                 const int m = magnitude(gen);
                 ix[i] = (gen() & 1) ? -m : m;
+                if (m) lines = i + 1;
             }
+            s.big_values = (lines + 1) / 2;
             int8_t sf[39] = {};
-            for (int b = 0; b < 21; ++b) sf[b] = static_cast<int8_t>(position(gen));
+            for (int b = 0; b < (shortBlocks ? 36 : 21); ++b) sf[b] = static_cast<int8_t>(position(gen));
             const uint8_t* start = p;
             const int32_t startOff = off;
             EXPECT_EQ(zamsPackScaleFactors_MP3_8s1u(sf, &p, &off, &fh, &s, scfsi + 4 * ch, gr, ch), zamStsOk);
@@ -74,16 +93,18 @@ std::vector<uint8_t> buildFrame(std::mt19937& gen, int modeExtension)
     return frame;
 }
 
-class Mp3Intensity : public ::testing::TestWithParam<int> {};
+class Mp3Intensity : public ::testing::TestWithParam<std::tuple<int, bool>> {};
 
 TEST_P(Mp3Intensity, Mpeg1AgreesWithMpg123AndFfmpeg)
 {
     if (!mp3test::toolBuilt()) GTEST_SKIP() << "zamac-decode is not built";
     if (!haveProgram("mpg123") || !haveProgram("ffmpeg")) GTEST_SKIP() << "needs mpg123 and ffmpeg";
-    std::mt19937 gen(1234 + GetParam());
+    const int modeExtension = std::get<0>(GetParam());
+    const bool shortBlocks = std::get<1>(GetParam());
+    std::mt19937 gen(1235 + modeExtension + 10 * shortBlocks);
     std::vector<uint8_t> stream;
     for (int f = 0; f < 40; ++f) {
-        const auto frame = buildFrame(gen, GetParam());
+        const auto frame = buildFrame(gen, modeExtension, shortBlocks);
         stream.insert(stream.end(), frame.begin(), frame.end());
     }
     const std::string mp3 = mp3test::scratch("intensity.mp3");
@@ -103,7 +124,8 @@ TEST_P(Mp3Intensity, Mpeg1AgreesWithMpg123AndFfmpeg)
         const auto theirs = mp3test::readPcm(other);
         ASSERT_EQ(theirs.size(), ours.pcm.size()) << decoder;
         const auto c = mp3test::compare(ours.pcm, theirs);
-        std::cout << "MPEG-1 intensity, mode_extension " << GetParam() << ", vs " << decoder << ": PSNR " << c.psnr
+        std::cout << "MPEG-1 intensity, mode_extension " << modeExtension << (shortBlocks ? ", short" : ", long")
+                  << " blocks, vs " << decoder << ": PSNR " << c.psnr
                   << " dB, max diff " << c.maxDiff << "\n";
         EXPECT_GE(c.psnr, 96.0) << decoder;
     }
@@ -111,7 +133,8 @@ TEST_P(Mp3Intensity, Mpeg1AgreesWithMpg123AndFfmpeg)
     std::remove(other.c_str());
 }
 
-// 1: intensity alone; 3: intensity above the bound, M/S below it.
-INSTANTIATE_TEST_SUITE_P(ModeExtensions, Mp3Intensity, ::testing::Values(1, 3));
+// mode_extension 1: intensity alone; 3: intensity above the bound, M/S below it.
+INSTANTIATE_TEST_SUITE_P(ModeExtensions, Mp3Intensity,
+                         ::testing::Combine(::testing::Values(1, 3), ::testing::Bool()));
 
 }  // namespace
