@@ -153,6 +153,236 @@ ZamStatus zamsScale_32f_I(float* pSrcDst, const float* pScale, const int* pBandO
  * Variable-length coding
  * ====================================================================== */
 
+/* Prefix (Huffman) codes supplied by the caller: decode specs built from a list of
+ * code words, decoding of single values, tuples and the AAC and MP3 escape
+ * conventions, encoding and bit counting.
+ *
+ * Stream access. These operations address the stream as big-endian 32-bit words
+ * at 4-byte-aligned addresses: the word in use is the one holding the cursor byte
+ * (rounded down to a multiple of 4), the bit position in it is 8 * (pointer mod 4)
+ * + offset. Decoders therefore may read up to 3 bytes before the cursor byte and
+ * up to the end of the aligned word after the one that holds the last bit they
+ * consume; encoders read and write the aligned words they touch. After a write,
+ * the bits of the final word after the cursor are ones (or, when the last single
+ * write ran into a new word, that word's previous bytes read little-endian); the
+ * next code overwrites them.
+ *
+ * Status asymmetry kept on purpose: the non-escape operations report a bit offset
+ * above 7 and a wrong spec tag both as zamStsVlcArg; the escape operations (names
+ * with _AAC or _MP3) report them as zamStsBitOffset and zamStsContextMismatch. */
+
+/* One code word of a caller's code table. */
+typedef struct VlcEntry {
+    int32_t value;   /* decoded value; for tuple codes the packed tuple, element 0 in the top field */
+    int32_t code;    /* the code word's bits, right-aligned; only the low `length` bits count */
+    int32_t length;  /* 1..32 */
+} VlcEntry;
+
+/* Decode specs (tag "`AMC"); the plain and the tuple spec are one kind of object.
+ * Layout, at the first 64-byte boundary of the memory: tag, ownership flag (1 from
+ * InitAlloc, 0 from Init), peek width (the longest code length), 64-bit table
+ * pointer (header start + 64), element width (8, 16 or 32), lenBits; the tuple spec
+ * adds the element count and the bits per element. The table is an array of
+ * elements: the root table at element 0, each (sub-)table a header element holding
+ * its width w followed by its 2^w slots. Slot bit 0 = 1: a leaf, bits 1..lenBits
+ * hold the code bits resolved at that level, the bits above hold the value (signed
+ * for plain specs). Bit 0 = 0: a link, bits 1 and up hold the element index of the
+ * next level's table header. 0xFE / 0xFFFE / 0xFFFFFFFE: empty. Sub-tables are laid
+ * out in the order the build first needs them. */
+typedef struct VlcDecodeSpec VlcDecodeSpec;
+typedef struct VlcDecodeSpec VlcDecodeUTupleSpec;
+
+/* Encode spec (tag "_AMC", stored as the sixth 32-bit word): a 64-byte header
+ * (64-bit lengths pointer, value offset = minus the smallest value, index bits k,
+ * ownership flag, tag) followed by 2^k 32-bit code lengths and one 32-bit code per
+ * value of the table's range, both indexed by value + offset. */
+typedef struct VlcEncodeSpec VlcEncodeSpec;
+
+/* ---- decode specs ----
+ *
+ * pSubTablesSizes holds numSubTables level widths: the root table is indexed by
+ * the first pSubTablesSizes[0] bits of a code, each later level by the next
+ * pSubTablesSizes[k] bits. The widths are used until their running sum first
+ * reaches the longest code length; that width is cut so that the sum equals it,
+ * and later widths are ignored. One level as wide as the longest code gives one
+ * table read per code.
+ *
+ * Sizes: lenBits = smallest b with 2^b > the largest width used; valueBits =
+ * smallest b >= 0 with 2^b >= the largest |value|; entries = sum over all tables of
+ * 2^width + 1; indexBits = smallest b with 2^b - 1 >= entries + 1. Bits per element:
+ * plain max(valueBits + lenBits + 2, indexBits + 1), tuple max(numElements *
+ * numValueBits + lenBits + 1, indexBits + 1); the element width is the narrowest of
+ * 8, 16, 32 that holds them. A plain value of magnitude exactly 2^valueBits needs one
+ * bit more than that rule gives and decodes correctly only when the element width
+ * leaves room for it (so -4..4 works: valueBits 2, 8-bit elements hold +4).
+ * Plain values wider than the element allows are stored truncated.
+ *
+ * Spec size: entries * (element width / 8) + 160 bytes, + 176 for the tuple spec.
+ *
+ * Build: every table element is first set to the empty marker; the entries are
+ * then entered in the caller's order. A code whose path (at a level above the one
+ * where it ends) meets a leaf is a collision: zamStsVlcTable. At the level where it
+ * ends, a code takes its run of slots whatever they held, so a shorter code entered
+ * after a longer one it prefixes overwrites it without an error.
+ *
+ * Checks, in order, for GetSize, Init and InitAlloc:
+ *  1. pInputTable, pSubTablesSizes or the output (pSize, pVLCSpec, ppVLCSpec) null:
+ *     zamStsNullPtr.
+ *  2. tuple only: numElements or numValueBits below 1: zamStsBadArg.
+ *  3. inputTableSize below 1, or any entry's length outside 1..32: zamStsVlcTable.
+ *  4. a width below 1 before the longest code is reached, or widths summing to less
+ *     than it: zamStsVlcTable.
+ *  5. tuple only: bits per element above 32: zamStsBadArg (the tuple GetSize still
+ *     writes the entry count to *pSize first).
+ *  6. a spec larger than 2^31 - 1 bytes: zamStsVlcTable.
+ *  7. Init and InitAlloc: a collision: zamStsVlcTable, the memory partly written
+ *     (tag set). InitAlloc: allocation failure: zamStsMemAlloc.
+ * Init builds in the caller's memory at any address (the spec goes to its first
+ * 64-byte boundary; the decoders accept the raw pointer). InitAlloc stores the start
+ * of its zamMalloc block in *ppVLCSpec (nothing is stored on failure). */
+ZamStatus zamsVLCDecodeGetSize_32s(const VlcEntry* pInputTable, int inputTableSize, const int* pSubTablesSizes,
+                                   int numSubTables, int* pSize);
+ZamStatus zamsVLCDecodeInit_32s(const VlcEntry* pInputTable, int inputTableSize, const int* pSubTablesSizes,
+                                int numSubTables, VlcDecodeSpec* pVLCSpec);
+ZamStatus zamsVLCDecodeInitAlloc_32s(const VlcEntry* pInputTable, int inputTableSize, const int* pSubTablesSizes,
+                                     int numSubTables, VlcDecodeSpec** ppVLCSpec);
+/* Tuple codes: each value packs numElements unsigned magnitudes of numValueBits
+ * bits, element 0 in the most significant field. */
+ZamStatus zamsVLCDecodeUTupleGetSize_32s(const VlcEntry* pInputTable, int inputTableSize,
+                                         const int* pSubTablesSizes, int numSubTables, int numElements,
+                                         int numValueBits, int* pSize);
+ZamStatus zamsVLCDecodeUTupleInit_32s(const VlcEntry* pInputTable, int inputTableSize, const int* pSubTablesSizes,
+                                      int numSubTables, int numElements, int numValueBits,
+                                      VlcDecodeUTupleSpec* pVLCSpec);
+ZamStatus zamsVLCDecodeUTupleInitAlloc_32s(const VlcEntry* pInputTable, int inputTableSize,
+                                           const int* pSubTablesSizes, int numSubTables, int numElements,
+                                           int numValueBits, VlcDecodeUTupleSpec** ppVLCSpec);
+/* Release: one function under two names. Ignores null, clears the tag without
+ * checking it, and passes the pointer to zamFree only when InitAlloc made the spec. */
+void zamsVLCDecodeFree_32s(VlcDecodeSpec* pVLCSpec);
+void zamsVLCDecodeUTupleFree_32s(VlcDecodeUTupleSpec* pVLCSpec);
+
+/* ---- decoding ----
+ *
+ * Each code is resolved with one table read per level and the cursor moves on by
+ * its length; values are stored truncated to 16 bits. The decoders do not test
+ * for the empty marker as such, but a bit pattern that is no code of the table
+ * (it reaches an empty slot) stops the operation with zamStsVlcArg: values decoded
+ * before it stay written, the cursor is not updated.
+ *
+ * Checks of One, Block, UTupleOne, UTupleBlock, in order: a null pointer
+ * (ppBitStream, *ppBitStream, pBitOffset, pData, pVLCSpec) -> zamStsNullPtr; offset
+ * outside 0..7 or wrong tag -> zamStsVlcArg. dstLen of 0 or less decodes nothing and
+ * leaves the cursor as it was.
+ *
+ * Checks of the escape blocks, in order: a null pointer -> zamStsNullPtr; offset
+ * outside 0..7 -> zamStsBitOffset; wrong tag -> zamStsContextMismatch; MP3 only:
+ * linbits outside 0..31 -> zamStsBadArg.
+ *
+ * Pair values (escape blocks): a code's value is x * 256 + (y + 128); x = value >> 8
+ * (arithmetic), y = (value & 255) - 128, written x first. Only the even part of
+ * dstLen is used: an odd last value is not decoded.
+ * AAC escape: an x or y of +16 or -16 is followed by n ones (n <= 8), a zero and
+ * N = n + 4 bits b; the magnitude is 2^N + b (up to 8191) with the table value's
+ * sign. More than 8 ones: zamStsVlcArg, values already written stay (within a pair,
+ * x is written before y's escape is read), the cursor is not updated.
+ * MP3 escape: an x or y of +15 or -15 is followed by linbits + 1 bits f: magnitude
+ * 15 + (f >> 1), negative when f & 1; the table's sign is ignored. Other values keep
+ * the table's sign, so their sign bits must be folded into the table's codes; for a
+ * pair whose x is escaped, a non-escaped y's sign therefore comes with the code,
+ * ahead of x's linbits (zamsVLCEncodeEscBlock_MP3_16s1u writes it after them: use
+ * zamsVLCDecodeUTupleEscBlock_MP3_1u16s to read that order).
+ *
+ * Tuple decoders: the elements come out element 0 first; every non-zero element is
+ * followed by one sign bit (1 = negative). UTupleBlock decodes dstLen / numElements
+ * whole codes (a remainder is not decoded or written, as the pair blocks drop an odd
+ * last value). The tuple escape blocks take a code as a pair: x is the field above
+ * the lowest, y the lowest (elements 0 and 1 of a 2-element spec), two values per
+ * code, even part of dstLen. AAC: both sign bits first (x's, y's), then the escapes
+ * of x and y, keeping their signs. MP3: x's linbits and sign, then y's; a non-escaped
+ * non-zero element reads its sign bit in its turn. */
+ZamStatus zamsVLCDecodeOne_1u16s(uint8_t** ppBitStream, int* pBitOffset, int16_t* pData,
+                                 const VlcDecodeSpec* pVLCSpec);
+ZamStatus zamsVLCDecodeBlock_1u16s(uint8_t** ppBitStream, int* pBitOffset, int16_t* pData, int dstLen,
+                                   const VlcDecodeSpec* pVLCSpec);
+ZamStatus zamsVLCDecodeEscBlock_AAC_1u16s(uint8_t** ppBitStream, int* pBitOffset, int16_t* pData, int dstLen,
+                                          const VlcDecodeSpec* pVLCSpec);
+ZamStatus zamsVLCDecodeEscBlock_MP3_1u16s(uint8_t** ppBitStream, int* pBitOffset, int linbits, int16_t* pData,
+                                          int dstLen, const VlcDecodeSpec* pVLCSpec);
+ZamStatus zamsVLCDecodeUTupleOne_1u16s(uint8_t** ppBitStream, int* pBitOffset, int16_t* pData,
+                                       const VlcDecodeUTupleSpec* pVLCSpec);
+ZamStatus zamsVLCDecodeUTupleBlock_1u16s(uint8_t** ppBitStream, int* pBitOffset, int16_t* pData, int dstLen,
+                                         const VlcDecodeUTupleSpec* pVLCSpec);
+ZamStatus zamsVLCDecodeUTupleEscBlock_AAC_1u16s(uint8_t** ppBitStream, int* pBitOffset, int16_t* pData,
+                                                int dstLen, const VlcDecodeUTupleSpec* pVLCSpec);
+ZamStatus zamsVLCDecodeUTupleEscBlock_MP3_1u16s(uint8_t** ppBitStream, int* pBitOffset, int linbits,
+                                                int16_t* pData, int dstLen, const VlcDecodeUTupleSpec* pVLCSpec);
+
+/* ---- encode spec ----
+ *
+ * A direct lookup by value. GetSize: (range + 2^k) * 4 + 132 bytes, range = largest -
+ * smallest value, k = the number of significant bits of range + 1 (4 gives 3).
+ * Checks: pInputTable or the output null -> zamStsNullPtr; inputTableSize below 1, or
+ * a spec larger than 2^31 - 1 bytes -> zamStsVlcArg. Init stores length and code
+ * (masked to its low length bits, the shift count taken modulo 32, so a 32-bit code
+ * is stored as 0) for each entry and writes nothing else: values without an entry
+ * keep whatever the memory held and must not be encoded. InitAlloc does not test its
+ * allocation: when zamMalloc fails it stores null in *ppVLCSpec and still returns
+ * zamStsOk. Free ignores null, clears the tag without checking it, and releases the
+ * memory only when InitAlloc made the spec. */
+ZamStatus zamsVLCEncodeGetSize_32s(const VlcEntry* pInputTable, int inputTableSize, int* pSize);
+ZamStatus zamsVLCEncodeInit_32s(const VlcEntry* pInputTable, int inputTableSize, VlcEncodeSpec* pVLCSpec);
+ZamStatus zamsVLCEncodeInitAlloc_32s(const VlcEntry* pInputTable, int inputTableSize, VlcEncodeSpec** ppVLCSpec);
+void zamsVLCEncodeFree_32s(VlcEncodeSpec* pVLCSpec);
+
+/* ---- encoding and counting ----
+ *
+ * Values must lie in the table's range and have an entry (not detected).
+ * EncodeOne: null ppBitStream, *ppBitStream, pBitOffset or spec -> zamStsNullPtr;
+ * wrong tag -> zamStsVlcArg. The offset is not checked: the code goes to bit
+ * *pBitOffset counted from *ppBitStream (an offset of 9 writes from bit 1 of the
+ * next byte), and the cursor comes back normalised.
+ * EncodeBlock: null pointer -> zamStsNullPtr; srcLen below 1 -> zamStsVlcArg; offset
+ * outside 0..7 or wrong tag -> zamStsVlcArg.
+ * CountBits: null -> zamStsNullPtr; srcLen below 1 -> zamStsVlcArg; wrong tag ->
+ * zamStsVlcArg; *pCountBits = the sum of the code lengths.
+ *
+ * Escape encoders take values in pairs (the even part of srcLen; fewer than 2 values
+ * write nothing) and look a pair up under one key whose code carries the sign bits
+ * (one trailing bit per non-zero element, 1 = negative, x's first):
+ *  - AAC: key = x' * 64 + y', magnitudes of 16 or more replaced by 16 (sign kept);
+ *    after the code, each of x, y with magnitude m >= 16 gets the escape word:
+ *    N = floor(log2 m), N - 4 ones, a zero, the N low bits of m (2N - 3 bits; m above
+ *    8191 is not checked, the decoder accepts at most 8191).
+ *  - MP3: key = x' * 32 + y', magnitudes of 15 or more replaced by 15. If x is
+ *    escaped, the code goes without its sign bits, then |x| - 15 in linbits bits, x's
+ *    sign, then y's linbits field if y is escaped and y's sign if y is non-zero. If
+ *    only y is escaped, the code keeps x's sign and loses y's, then y's linbits field
+ *    and sign follow.
+ * Checks, in order: a null pointer -> zamStsNullPtr; offset outside 0..7 ->
+ * zamStsBitOffset; wrong tag -> zamStsContextMismatch; MP3: linbits outside 0..31 ->
+ * zamStsBadArg.
+ * The escape counts report exactly the bits their escape encoder writes for the same
+ * input: key code lengths plus escape words (AAC) or plus linbits per escaped
+ * element (MP3: an escaped element's sign bit is already part of the key's code).
+ * Checks, in order: a null pointer -> zamStsNullPtr; wrong tag ->
+ * zamStsContextMismatch; MP3: linbits outside 0..31 -> zamStsBadArg. Like the escape
+ * encoders they do not check srcLen: fewer than 2 values count 0 bits. */
+ZamStatus zamsVLCEncodeOne_16s1u(int16_t src, uint8_t** ppBitStream, int* pBitOffset,
+                                 const VlcEncodeSpec* pVLCSpec);
+ZamStatus zamsVLCEncodeBlock_16s1u(const int16_t* pSrc, int srcLen, uint8_t** ppBitStream, int* pBitOffset,
+                                   const VlcEncodeSpec* pVLCSpec);
+ZamStatus zamsVLCEncodeEscBlock_AAC_16s1u(const int16_t* pSrc, int srcLen, uint8_t** ppBitStream,
+                                          int* pBitOffset, const VlcEncodeSpec* pVLCSpec);
+ZamStatus zamsVLCEncodeEscBlock_MP3_16s1u(const int16_t* pSrc, int srcLen, int linbits, uint8_t** ppBitStream,
+                                          int* pBitOffset, const VlcEncodeSpec* pVLCSpec);
+ZamStatus zamsVLCCountBits_16s32s(const int16_t* pSrc, int srcLen, int* pCountBits,
+                                  const VlcEncodeSpec* pVLCSpec);
+ZamStatus zamsVLCCountEscBits_AAC_16s32s(const int16_t* pSrc, int srcLen, int* pCountBits,
+                                         const VlcEncodeSpec* pVLCSpec);
+ZamStatus zamsVLCCountEscBits_MP3_16s32s(const int16_t* pSrc, int srcLen, int linbits, int* pCountBits,
+                                         const VlcEncodeSpec* pVLCSpec);
+
 /* ---- VLC: end ---- */
 
 /* ======================================================================
@@ -765,6 +995,199 @@ ZamStatus zamsNoiselessDecode_AAC(uint8_t** ppBitStream, int32_t* pOffset, AacMa
  * AAC spectral tools
  * ====================================================================== */
 
+/*
+ * Spectral tools of an AAC decoder (and TNS of an encoder), run per frame in this
+ * order: zamsQuantInv_AAC_32s_I, zamsDecodeMsStereo_AAC_32s_I,
+ * zamsDecodeIsStereo_AAC_32s, zamsDecodePNS_AAC_32s / zamsDecodeMsPNS_AAC_32s,
+ * zamsDeinterleaveSpectrum_AAC_32s (eight-short frames), zamsDecodeTNS_AAC_32s_I.
+ *
+ * Shared conventions:
+ *  - A spectrum is 1024 int32_t coefficients in fixed point with 3 fractional bits
+ *    (the value times 8). Before deinterleaving, an eight-short frame is in the
+ *    bit stream's grouped, band-interleaved order: group after group, each group
+ *    occupying window_group_length * 128 values, band after band, each band
+ *    holding its group's windows one after the other.
+ *  - Per-band arrays (code books as bytes, scale factors as 16-bit values) hold
+ *    maxSfb entries per window group, group after group. ms_used is 8 rows of 60
+ *    bytes (the flag of group g, band b is byte g * 60 + b).
+ *  - Band boundaries are the swb_offset tables of ISO/IEC 13818-7 for
+ *    samplingRateIndex 0..11 (96000 .. 8000 Hz), long (winLen 1024) or short
+ *    (winLen 128).
+ *  - Code book 13 marks a noise band, 14 an out-of-phase and 15 an in-phase
+ *    intensity band.
+ *  - Window groups: a long frame (winLen 1024) is one group of one window whatever
+ *    pWinGrpLen holds. For eight-short frames the group lengths are trusted to add
+ *    up to at most 8; a group running past the eighth window is cut there, so no
+ *    tool ever leaves the 1024-value frame.
+ *  - Argument checks come first, in the order listed per function; a failed check
+ *    writes nothing. A data error found during the work (a magnitude above 8191,
+ *    bad TNS filter data) stops it and leaves what was already written.
+ *  - No function tracks alignment: none returns zamStsMisalignedData.
+ */
+
+/* Inverse quantization in place: each value q of a band whose code book is not 0,
+ * 13, 14 or 15 becomes sign(q) * |q|^(4/3) * 2^((sf - 100)/4) * 8, truncated, with
+ * sf the band's scale factor; other bands and the values past maxSfb are left
+ * as they are. The fixed-point form: with e = sf - 100, s = ceil(e/4):
+ *  - |q| 1..3 and 4..15 come from a table with 28 and 25 fractional bits shifted
+ *    right by 25 - s and 22 - s; when that shift is negative no shift is made (the
+ *    result stops growing: for sf above 197 (1..3) or 185 (4..15) the results are
+ *    smaller than the exact value), above 31 the result is 0;
+ *  - |q| 16..8191 use a power table (16..128) or a polynomial (129..8191) and are
+ *    then shifted by (s - base): a right shift above 31 gives 0, a left shift above
+ *    31 gives 2147483647 (with the sign of q), a left shift of 1..31 wraps in 32
+ *    bits (no saturation). Wherever the exact value fits in 31 bits and the
+ *    small-range clamp is not hit, the result is within 1 of it (|q| < 16) or
+ *    within 2^L + value * 2^-24 (L the left shift, 0 for a right shift).
+ * pScaleFactor: one signed 16-bit value per band. samplingRateIndex is unsigned.
+ * Checks: a pointer null (zamStsNullPtr); winLen not 128 or 1024
+ * (zamStsAacWinLenErr); winLen 1024 with numWinGrp not 1, or winLen 128 with
+ * numWinGrp outside 1..8 (zamStsAacNumWinGrpErr); maxSfb outside 0..51
+ * (zamStsAacMaxSfbErr); samplingRateIndex above 11 (zamStsAacSmplRateIdxErr); maxSfb
+ * above the band count of the rate and window (zamStsAacMaxSfbErr). Then a
+ * magnitude above 8191 (including INT32_MIN) stops the work with
+ * zamStsAacQuantValErr: earlier bands and the earlier values of that band are
+ * converted, the rest is untouched. */
+ZamStatus zamsQuantInv_AAC_32s_I(int32_t* pSrcDst, const int16_t* pScaleFactor, int32_t numWinGrp,
+                                 const int32_t* pWinGrpLen, int32_t maxSfb, const uint8_t* pSfbCb,
+                                 uint32_t samplingRateIndex, int32_t winLen);
+
+/* Reorders an eight-short frame from the grouped, band-interleaved order into eight
+ * windows of 128 coefficients: band b of window j of a group goes to
+ * j * 128 + swb_offset[b] of the group's first window; in every window of the
+ * group the coefficients from swb_offset[maxSfb] to 127 are set to 0. Source values
+ * beyond the bands below maxSfb are not read; windows past the sum of the group
+ * lengths are not written. pSrc and pDst must not overlap.
+ * Checks: a pointer null (zamStsNullPtr); winLen not 128 (zamStsAacWinLenErr);
+ * numWinGrp outside 1..8 (zamStsAacNumWinGrpErr); maxSfb outside 0..51
+ * (zamStsAacMaxSfbErr); samplingRateIndex outside 0..11 (zamStsAacSmplRateIdxErr);
+ * maxSfb above the short-window band count of the rate (zamStsAacMaxSfbErr). */
+ZamStatus zamsDeinterleaveSpectrum_AAC_32s(const int32_t* pSrc, int32_t* pDst, int32_t numWinGrp,
+                                           const int32_t* pWinGrpLen, int32_t maxSfb, int32_t samplingRateIndex,
+                                           int32_t winLen);
+
+/* Mid/side to left/right in place, band by band (code books in pSfbCb are the right
+ * channel's, maxSfb per group):
+ *  - an intensity band (book 14 or 15) with msMaskPresent 1 and its ms_used flag
+ *    set has its book swapped (14 <-> 15) in pSfbCb, which is how the intensity
+ *    tool learns the M/S sign; its coefficients do not change. With msMaskPresent
+ *    2 intensity books are not swapped;
+ *  - any other band except noise bands (book 13), when msMaskPresent is 2 or its
+ *    ms_used flag is non-zero: l' = l + r, r' = l - r, wrapping in 32 bits.
+ * Checks: a pointer null (zamStsNullPtr); winLen (zamStsAacWinLenErr); group count
+ * as for zamsQuantInv_AAC_32s_I (zamStsAacNumWinGrpErr); maxSfb outside 0..51
+ * (zamStsAacMaxSfbErr); samplingRateIndex outside 0..11 (zamStsAacSmplRateIdxErr);
+ * msMaskPresent not 1 or 2 (zamStsAacMsMaskErr); maxSfb above the band count
+ * (zamStsAacMaxSfbErr). */
+ZamStatus zamsDecodeMsStereo_AAC_32s_I(int32_t* pSrcDstL, int32_t* pSrcDstR, int32_t msMaskPresent,
+                                       const uint8_t* pMsUsed, uint8_t* pSfbCb, int32_t numWinGrp,
+                                       const int32_t* pWinGrpLen, int32_t maxSfb, int32_t samplingRateIndex,
+                                       int32_t winLen);
+
+/* Intensity stereo: for each band with code book 14 or 15 (pSfbCb, the right
+ * channel's), each right coefficient becomes sign * l * 0.5^(p/4), p the band's
+ * intensity position from pScaleFactor (signed), sign +1 for book 15 and -1 for 14
+ * (the negation is applied to the scaled value, wrapping). Fixed-point form:
+ *  - p -3..7: (4l, wrapping) * T[p] >> 32, T = 0.5^(p/4)/2 in Q31;
+ *  - p >= 8: (l * T[p mod 4]) >> 32, then >> ((p >> 2) - 2) (a shift above 31
+ *    acts as 31: the result is 0 or -1);
+ *  - p < -3: with t = 128 - p, l is shifted left (wrapping) by ((t >> 2) + 2) taken
+ *    modulo 32, as the 32-bit shift does, then * U[3 - (t mod 4)] >> 32, U = 2^(j/4)/2
+ *    in Q31; this gives 2^(-p/4) for p down to -119, below which the count wraps.
+ * Other bands of pDstR are not written; pSrcL is not changed.
+ * Checks: a pointer null (zamStsNullPtr), then winLen, group count, maxSfb range,
+ * samplingRateIndex and band count as for zamsDecodeMsStereo_AAC_32s_I. */
+ZamStatus zamsDecodeIsStereo_AAC_32s(const int32_t* pSrcL, int32_t* pDstR, const int16_t* pScaleFactor,
+                                     const uint8_t* pSfbCb, int32_t numWinGrp, const int32_t* pWinGrpLen,
+                                     int32_t maxSfb, int32_t samplingRateIndex, int32_t winLen);
+
+/* Perceptual noise substitution for one channel. For each group g, each window of
+ * the group, each band b below maxSfb whose code book (group g's row of pSfbCb) is
+ * 13: if numWinGrp is 1, pPredUsed[b + 1] is cleared; the band (one window wide, at
+ * the window position plus swb_offset[b]) is filled with noise from the generator
+ * *pRandomState (S = S * 1664525 + 1013904223 per coefficient), normalised to unit
+ * energy and scaled by 2^(e/4) * 8, e the band's unsigned 16-bit noise energy.
+ * The generator state enters the product with the amplitude as an unsigned value,
+ * and the normalisation's quadratic inverse square root holds for measured
+ * energies below 2^31 (within 1 %); above that, where no normalisation is needed,
+ * the band comes out louder (up to twice the energy). The normalisation steps run
+ * in 64 bits and only the result is cut to 32.
+ * The walk steps the window position by swb_offset[maxSfb - 1] and the scale-factor
+ * position by maxSfb after every window (code books by maxSfb per group), kept
+ * exactly as designed: pScaleFactor must hold maxSfb entries per window (8 * maxSfb
+ * for eight-short frames). A long frame is one window. *pRandomState is updated.
+ * Choices: a band whose noise energy sums to 0 cannot be normalised and is written
+ * as zeros (the generator still advances); bands at or above the rate's band count
+ * are empty (maxSfb is not compared with the band count). The gain 2^(e/4) is
+ * formed in 32 bits and wraps for e >= 84 (the shift of its 1 is taken modulo 32).
+ * pPredUsed must hold maxSfb + 1 entries (laid out as ltp_long_used).
+ * Checks: a pointer null (zamStsNullPtr); maxSfb outside 0..51
+ * (zamStsAacMaxSfbErr); numWinGrp outside 1..8 (zamStsAacNumWinGrpErr);
+ * samplingRateIndex outside 0..11 (zamStsAacSmplRateIdxErr); winLen not 128 or 1024
+ * (zamStsAacWinLenErr). */
+ZamStatus zamsDecodePNS_AAC_32s(int32_t* pSrcDst, int32_t* pPredUsed, const uint8_t* pSfbCb,
+                                const uint16_t* pScaleFactor, int32_t maxSfb, int32_t numWinGrp,
+                                const int32_t* pWinGrpLen, int32_t samplingRateIndex, int32_t winLen,
+                                int32_t* pRandomState);
+
+/* Noise substitution for a channel of a pair: as zamsDecodePNS_AAC_32s, with the
+ * noise of each noise band taken
+ *  - channel 0: from *pRandomState, after storing the generator state in
+ *    pNoiseState[g * maxSfb + b];
+ *  - channel 1 with pMsUsed[g * 60 + b] equal to 1: from a copy of
+ *    pNoiseState[g * maxSfb + b] (*pRandomState does not advance), so both
+ *    channels get the same noise;
+ *  - otherwise from *pRandomState.
+ * pMsUsed and pNoiseState are not among the checked pointers: a null pMsUsed or
+ * pNoiseState means no band is shared (and channel 0 stores nothing). pNoiseState
+ * holds maxSfb entries per group.
+ * Checks: as zamsDecodePNS_AAC_32s. */
+ZamStatus zamsDecodeMsPNS_AAC_32s(int32_t* pSrcDst, int32_t* pPredUsed, const uint8_t* pSfbCb,
+                                  const uint16_t* pScaleFactor, int32_t maxSfb, int32_t numWinGrp,
+                                  const int32_t* pWinGrpLen, int32_t samplingRateIndex, int32_t winLen,
+                                  int32_t* pRandomState, int32_t channel, const uint8_t* pMsUsed,
+                                  int32_t* pNoiseState);
+
+/* Temporal noise shaping of one channel in place (pSrcDst: 1024 coefficients, eight
+ * windows of 128 one after the other for winLen 128). pTnsNumFilt and
+ * pTnsFiltCoefRes (3 or 4) have one entry per window; pTnsRegionLen, pTnsFiltOrder
+ * and pTnsDirection one per filter, packed over the windows; pTnsFiltCoef the
+ * coefficient indices of all filters back to back (as in AacTnsData). Per window,
+ * the first filter's top band is the rate's band count N; each filter covers
+ * [max(top - length, 0), top) clipped to T = min(maxSfb, TNS band limit), runs
+ * upwards (direction 0) or downwards from the highest coefficient (direction 1),
+ * and the next filter's top is its bottom. Coefficients are stepped up in 64-bit
+ * integers and scaled to at most 2^26 with a shift s <= 31; the all-pole filter
+ * computes y = ((x << s) - sum a_i * y[n-i]) >> s, its state cleared per filter.
+ * The coefficients of a filter are consumed even when its range is empty. profile
+ * is not used.
+ * Checks: a pointer null (zamStsNullPtr); winLen not 128 or 1024
+ * (zamStsAacWinLenErr); samplingRateIndex above 11 (zamStsAacSmplRateIdxErr);
+ * maxSfb outside 0..51 or above N (zamStsAacMaxSfbErr). Then per window and filter,
+ * with the spectrum filtered up to that point: n_filt negative or above 3 (long) /
+ * 1 (short) (zamStsAacTnsNumFiltErr); length negative or above N
+ * (zamStsAacTnsLenErr); order negative or above 12 (long) / 7 (short)
+ * (zamStsAacTnsOrderErr); for a filter of order 1 or more: coef_res not 3 or 4
+ * (zamStsAacTnsCoefResErr), a coefficient index outside -8..7
+ * (zamStsAacTnsCoefErr), direction not 0 or 1 (zamStsAacTnsDirErr). */
+ZamStatus zamsDecodeTNS_AAC_32s_I(int32_t* pSrcDst, const int32_t* pTnsNumFilt, const int32_t* pTnsRegionLen,
+                                  const int32_t* pTnsFiltOrder, const int32_t* pTnsFiltCoefRes,
+                                  const int8_t* pTnsFiltCoef, const int32_t* pTnsDirection, int32_t maxSfb,
+                                  int32_t profile, uint32_t samplingRateIndex, int32_t winLen);
+
+/* The encoder's TNS: the same walk, data and coefficients as
+ * zamsDecodeTNS_AAC_32s_I, with the all-zero filter
+ * y = ((x << s) + sum a_i * x[n-i]) >> s over the inputs, its state cleared per
+ * filter. Decoding after encoding with the same data gives the input back within
+ * the fixed-point truncation (an error driven by at most 2 units per coefficient
+ * through the all-pole filter).
+ * Checks: as zamsDecodeTNS_AAC_32s_I, with profile other than 1
+ * (zamStsAacProfileErr) checked after winLen. */
+ZamStatus zamsEncodeTNS_AAC_32s_I(int32_t* pSrcDst, const int32_t* pTnsNumFilt, const int32_t* pTnsRegionLen,
+                                  const int32_t* pTnsFiltOrder, const int32_t* pTnsFiltCoefRes,
+                                  const int8_t* pTnsFiltCoef, const int32_t* pTnsDirection, int32_t maxSfb,
+                                  int32_t profile, uint32_t samplingRateIndex, int32_t winLen);
+
 /* ---- AAC spectral tools: end ---- */
 
 /* ======================================================================
@@ -843,6 +1266,44 @@ ZamStatus zamsMDCTInv_32f(const float* pSrc, float* pDst, const MdctInvSpec_32f*
 ZamStatus zamsMDCTFwd_32f_I(float* pSrcDst, const MdctFwdSpec_32f* pMDCTSpec, uint8_t* pBuffer);
 ZamStatus zamsMDCTInv_32f_I(float* pSrcDst, const MdctInvSpec_32f* pMDCTSpec, uint8_t* pBuffer);
 
+/* ---- block FIR filter ----
+ *
+ * Filters across blocks rather than samples: each call takes one block of len
+ * floats and returns, element by element,
+ *   pDst[i] = sum_{j=0}^{numTaps-1} pTaps[j] * (block passed j calls ago)[i],
+ * where the current block counts as passed 0 calls ago and blocks before the
+ * first call are zero. The state keeps the last numTaps blocks in a ring of
+ * rows; the taps are passed with every call. The sum runs from the newest block
+ * (pTaps[0], a plain product) through the oldest block (pTaps[numTaps-1]) back to
+ * the second newest (pTaps[1]), each term added with a fused multiply-add.
+ *
+ * State record (made only by InitAlloc), fields in order: pointer to the ring
+ * (numTaps rows of stride floats, a separate allocation), numTaps, len, stride
+ * (len rounded up to a multiple of 4) and position (the newest row) as signed
+ * 16-bit values, then the tag 58 as the last field. The counts are kept in 16
+ * bits: a numTaps or len above 32767 is accepted by InitAlloc but reads back
+ * negative, so every filtering call on that state returns zamStsFirLength. The
+ * stride is rounded in 16 bits (unsigned) for the ring's allocation, so a len
+ * of 65533..65535 rounds to 0 and InitAlloc fails with zamStsMemAlloc. */
+typedef struct FirBlockState_32f FirBlockState_32f;   /* tag 58 */
+
+/* Allocates a state with a zeroed ring. Checks: null ppState -> zamStsNullPtr;
+ * numTaps < 1 or len < 1 -> zamStsFirLength; an allocation failure ->
+ * zamStsMemAlloc (nothing is left allocated). */
+ZamStatus zamsFIRBlockInitAlloc_32f(FirBlockState_32f** ppState, int numTaps, int len);
+
+/* Filters one block (pSrc and pDst may be the same array). Checks in order: any
+ * null pointer -> zamStsNullPtr; tag not 58 -> zamStsContextMismatch; stored len
+ * or numTaps below 1, or stored position outside 0..numTaps-1 ->
+ * zamStsFirLength (the state is left unchanged). Returns zamStsMisalignedData
+ * (+2, a warning: the output is complete) when pSrc, pDst or pTaps is not a
+ * multiple of 16 bytes, zamStsOk otherwise. */
+ZamStatus zamsFIRBlockOne_32f(const float* pSrc, float* pDst, FirBlockState_32f* pState, const float* pTaps);
+
+/* Releases the ring and the state. Null -> zamStsNullPtr; tag not 58 ->
+ * zamStsContextMismatch. The tag is not cleared. */
+ZamStatus zamsFIRBlockFree_32f(FirBlockState_32f* pState);
+
 /* ---- transforms: end ---- */
 
 /* ======================================================================
@@ -912,11 +1373,189 @@ ZamStatus zamsPow43_16s32f(const int16_t* pSrc, float* pDst, int len);
  * SBR predictor coefficients
  * ====================================================================== */
 
+/* Second-order linear predictor of each low-band QMF subband for the high-frequency
+ * generator of SBR (ISO/IEC 14496-3), by the covariance method. Data are given as
+ * an array of row pointers: row n holds QMF time slot n for every subband. For a
+ * block of `len` slots, rows 0 .. len+1 are read (len + 2 rows). Nothing is
+ * allocated and nothing but the coefficient arrays is written.
+ *
+ * For subband k, with x[n] = row n, column k, and L = len, the sums are taken in
+ * single precision with fused multiply-adds in ascending n:
+ *   A  = sum x[n+1]*conj(x[n])      n = 0..L-1   (lag one, earlier pair)
+ *   B  = sum x[n+2]*conj(x[n+1])                 (lag one, later pair)
+ *   Q  = sum x[n+2]*conj(x[n])                   (lag two)
+ *   P0 = sum |x[n]|^2,  P1 = sum |x[n+1]|^2
+ *   det    = P0*P1 - r*|A|^2,  r = 1 - 2^-20 (float bit pattern 0x3F7FFFF0)
+ *   alpha1 = (B*A - P1*Q) / det
+ *   alpha0 = -(B + alpha1*conj(A)) / P1
+ * (conj is the identity for real data). For complex data each product
+ * re*re, im*im, re*im, im*re has its own running sum; they are combined at the end.
+ * The predictor of the newest sample is x[n+2] ~ -alpha0*x[n+1] - alpha1*x[n].
+ *
+ * Subbands are handled in groups (four real, or two complex subbands side by side
+ * in vector registers) while a full group remains, and the remaining
+ * numBands mod 4 (real) or numBands mod 2 (complex) one at a time. Both ways form
+ * the same sums and the same quotients, but guard and limit them differently:
+ *   group:   alpha1 = 0 when det == 0; alpha0 = 0 when P1 == 0; the pair is kept
+ *            when both |alpha0|^2 <= 16 and |alpha1|^2 <= 16 (a square of exactly
+ *            16 survives), and otherwise set to 0 (a NaN square clears the pair);
+ *   single:  alpha1 = 0 unless det*det > 0 (in single precision, so a |det| below
+ *            about 1e-19 counts as zero) and, for complex data, also P1 > 0;
+ *            alpha0 = 0 unless P1 > 0; the pair is set to 0 when |alpha0|^2 >= 16
+ *            or |alpha1|^2 >= 16 (a square of exactly 16 is cleared).
+ *
+ * Checks, in order: any pointer argument null -> zamStsNullPtr; len < 1 ->
+ * zamStsOk, nothing written; numBands < 1 -> zamStsOk, nothing written. The row
+ * pointers inside the arrays are not checked. */
+
+/* Real QMF samples (low-power mode). pSrc: len+2 row pointers of at least numBands
+ * floats; pAlpha0, pAlpha1: numBands floats each. */
+ZamStatus zamsPredictCoef_SBR_R_32f_D2L(const float* const* pSrc, float* pAlpha0, float* pAlpha1,
+                                        int numBands, int len);
+
+/* Complex QMF samples, interleaved: row n holds numBands (re, im) float pairs, and
+ * pAlpha0, pAlpha1 receive numBands (re, im) pairs each. */
+ZamStatus zamsPredictCoef_SBR_C_32fc_D2L(const float* const* pSrc, float* pAlpha0, float* pAlpha1,
+                                         int numBands, int len);
+
+/* Complex QMF samples with real and imaginary parts in separate rows and separate
+ * outputs (numBands floats each). The same steps, grouping and results as the
+ * interleaved form: both forms give bit-identical coefficients for the same data. */
+ZamStatus zamsPredictCoef_SBR_C_32f_D2L(const float* const* pSrcRe, const float* const* pSrcIm,
+                                        float* pAlpha0Re, float* pAlpha0Im, float* pAlpha1Re,
+                                        float* pAlpha1Im, int numBands, int len);
+
 /* ---- SBR: end ---- */
 
 /* ======================================================================
  * Vector quantization
  * ====================================================================== */
+
+/* Interleaved multi-stage vector quantization: a frame's coefficients are split
+ * into nDiv sub-vectors of lengths pLengths[0..nDiv-1], taken one after another
+ * from the source (and from the weights); each sub-vector is coded as a sum of one
+ * signed code vector per stage.
+ *
+ * VqCodeBook: a code book of `height` code vectors of `length` floats each. Its
+ * record stays at the very start of the memory given to Init (it is not moved to
+ * an aligned address). The memory holds, in this order: the record; at the first
+ * 64-byte boundary at or after 88 bytes from the start, a table of height row
+ * pointers (height*8 bytes rounded up to 64); the rows, each a private copy of
+ * one code vector starting on a 64-byte boundary, rows (length*4 rounded up to 64)
+ * bytes apart (the padding after each code vector is zeroed); then four scratch
+ * arrays of height 32-bit entries, each (height*4 rounded up to 64) bytes long:
+ * distances, chosen signs, sorted candidate distances, sorted candidate indices.
+ * The searches overwrite the scratch arrays, so one code book must not be searched
+ * by two threads at once; reconstruction only reads code books. */
+typedef struct VqCodeBook VqCodeBook;
+
+/* The first pointer of each pair belongs to code book A, the second to code book B. */
+typedef struct CandidateLists {
+    const int* pA;
+    const int* pB;
+} CandidateLists;
+
+typedef struct IndexPair {
+    int* pA;
+    int* pB;
+} IndexPair;
+
+typedef struct CodeBookPair {
+    const VqCodeBook* pA;
+    const VqCodeBook* pB;
+} CodeBookPair;
+
+/* *pSize = (length*16 + 352)*height + 1888 bytes: enough for the layout above at
+ * any address. Checks: pSize null -> zamStsNullPtr; length < 1 or height < 1 ->
+ * zamStsSize; a size beyond the int range -> zamStsSize (nothing written). */
+ZamStatus zamsVQCodeBookGetSize_32f(int length, int height, int* pSize);
+
+/* Builds a code book in pMem (at least GetSize bytes, any alignment) from pInput:
+ * height*length floats, code vector k at elements k*length .. k*length+length-1.
+ * Writes height, length, validity marker 1 and ownership flag 0, lays out and
+ * fills the rows, and sets *ppCodeBook = (VqCodeBook*)pMem.
+ * Checks: pInput, ppCodeBook or pMem null -> zamStsNullPtr; length < 1 or
+ * height < 1 -> zamStsSize. A failed check writes nothing. */
+ZamStatus zamsVQCodeBookInit_32f(const float* pInput, VqCodeBook** ppCodeBook, int length, int height,
+                                 uint8_t* pMem);
+
+/* As Init, in memory from zamMalloc; the object owns it (flag 1) and
+ * *ppCodeBook is the start of the allocation. Checks: pInput or ppCodeBook null
+ * -> zamStsNullPtr (before anything is allocated); then GetSize's status;
+ * allocation failure -> zamStsMemAlloc. */
+ZamStatus zamsVQCodeBookInitAlloc_32f(const float* pInput, VqCodeBook** ppCodeBook, int length, int height);
+
+/* pCodeBook null -> zamStsNullPtr. Otherwise clears the validity marker, releases
+ * the memory through zamFree when the object owns it, and returns zamStsOk. No tag
+ * is checked; the object must not be used afterwards. */
+ZamStatus zamsVQCodeBookFree_32f(VqCodeBook* pCodeBook);
+
+/* Preliminary search: for each sub-vector i, the nCand code vectors of pCodeBook
+ * nearest in weighted distance, written in ascending distance to
+ * pIndices[i*nCand ..] with their sign flags (0: as is, 1: negated) in
+ * pSigns[i*nCand ..].
+ * With L = pLengths[i], x and w the sub-vector's source and weights, and c the
+ * first L elements of code vector k:
+ *   d- = sum w[j]*(c[j]-x[j])^2, d+ = sum w[j]*(c[j]+x[j])^2  (single precision);
+ *   pSignMode[i] == 1: distance d+ with sign 1 when d- > d+ (strictly), else d-
+ *   with sign 0; any other mode: distance d-, sign 0; L < 1: distance 0, sign 0
+ *   (a length below 1 consumes no source or weight elements).
+ * The sums run in vector lanes (16 elements per step, 8 with both signs) with
+ * scalar elements before pSrc's first 32-byte boundary and after the last full
+ * step; the lane totals are added at the end, so the last bits may differ from a
+ * sequential sum.
+ * When height <= nCand, candidate j is simply code vector j (j < nCand) with its
+ * sign, whatever the distances (entries j >= height get index j and flag 0).
+ * Otherwise the nCand smallest distances are kept: a distance must be strictly
+ * below the current last kept one (initially 1.0e38, float bits 0x7E967699) to
+ * enter, and enters before any kept equal distance, so among equal distances a
+ * later code vector is listed first; with nCand == 1 the first code vector of
+ * smallest distance is kept. Positions never filled (distances at or above
+ * 1.0e38, or NaN) hold index 0 with code vector 0's flag. nCand < 1 writes no
+ * candidates.
+ * Checks: any pointer null -> zamStsNullPtr; nDiv < 1 -> zamStsOk, nothing
+ * written. Nothing else is checked (the results for indices, lengths or nCand
+ * outside the code book are undefined). */
+ZamStatus zamsVQPreliminarySelect_32f(const float* pSrc, const float* pWeights, int nDiv, const int* pLengths,
+                                      int* pIndices, int* pSigns, int nCand, const int* pSignMode,
+                                      VqCodeBook* pCodeBook);
+
+/* Main search: for each sub-vector i, the pair of candidates (j of book A, k of
+ * book B, as written by the preliminary search, nCand per sub-vector) whose
+ * scaled sum is nearest in weighted distance:
+ *   sa = 1 - 2*signs.pA[i*nCand+j], a = row indices.pA[i*nCand+j] of book A
+ *   (sb and b likewise from the B lists),
+ *   y[m] = fma(sb, b[m], sa*a[m]) / divisor,  d = sum w[m]*(x[m]-y[m])^2.
+ * The first pair of smallest d in the order j, then k, wins (strictly below the
+ * best so far, starting at 1.0e38). outIndices receive its two code-vector
+ * indices and outSigns its two sign flags (0 or 1, as in the lists).
+ * Elements before pSrc's first 32-byte boundary divide by the divisor; all others
+ * multiply by its reciprocal estimate refined by one Newton step,
+ * r = (r0 + r0) - divisor*(r0*r0), in eight- and four-wide steps and a scalar
+ * rest, so a choice between two distances within float rounding of each other
+ * may differ from an exact computation. When no pair gives a distance below
+ * 1.0e38 (for example divisor 0), the pair j = 0, k = 0 is written; nCand < 1
+ * writes index 0 and flag 0. The divisor is normally the number of stages.
+ * Checks: pSrc, pWeights, pLengths, or either pointer of indices, signs,
+ * outIndices, outSigns or codeBooks null -> zamStsNullPtr; nDiv < 1 -> zamStsOk,
+ * nothing written. */
+ZamStatus zamsVQMainSelect_32f(const float* pSrc, const float* pWeights, const int* pLengths, int nDiv, int nCand,
+                               CandidateLists indices, CandidateLists signs, IndexPair outIndices,
+                               IndexPair outSigns, CodeBookPair codeBooks, int divisor);
+
+/* Multi-stage reconstruction of the sum of pLengths[0..nDiv-1] coefficients:
+ *   stage 0: out = (float)ppSigns[0][i] * r0[j], r0 = row ppIndices[0][i] of
+ *            ppCodeBooks[0];
+ *   stages s = 1 .. nStages-1: out = fma(rs[j], (float)ppSigns[s][i], out);
+ *   then every output is multiplied by the float 1.0f/nStages (skipped when that
+ *   is exactly 1).
+ * The signs are multipliers (normally +1 or -1), not the 0/1 flags that the
+ * searches write: multiplier = 1 - 2*flag. Stage 0 is always taken, so nStages
+ * below 1 gives meaningless values. A length below 1 produces no outputs.
+ * Checks: ppIndices, ppSigns, pLengths, pDst or ppCodeBooks null ->
+ * zamStsNullPtr; nothing else is checked. */
+ZamStatus zamsVQReconstruction_32f(const int** ppIndices, const int** ppSigns, const int* pLengths, int nDiv,
+                                   int nStages, float* pDst, const VqCodeBook** ppCodeBooks);
 
 /* ---- VQ: end ---- */
 

@@ -50,7 +50,12 @@ STREAMS = [
     ("stereo-64k", 64000, 2, "160k", ["-aac_pns", "0"]),
     ("stereo-88k", 88200, 2, "192k", ["-aac_pns", "0"]),
     ("stereo-96k", 96000, 2, "192k", ["-aac_pns", "0"]),
+    ("3.0-44k", 44100, 3, "192k", ["-aac_pns", "0"]),
+    ("4.0-44k", 44100, 4, "256k", ["-aac_pns", "0"]),
+    ("5.0-48k", 48000, 5, "256k", ["-aac_pns", "0"]),
     ("5.1-48k", 48000, 6, "320k", ["-aac_pns", "0"]),
+    ("7.1-48k", 48000, 8, "448k", ["-aac_pns", "0"]),
+    ("5.1-48k-PCE", 48000, 6, "320k", ["-aac_pns", "0", "-aac_pce", "1"]),
     ("mono-11k", 11025, 1, "24k", ["-aac_pns", "0"]),
     ("mono-12k", 12000, 1, "24k", ["-aac_pns", "0"]),
     ("PNS stereo-44k", 44100, 2, "64k", []),
@@ -64,7 +69,7 @@ def run(cmd, **kw):
 
 
 def encode(path, rate, channels, bitrate, extra, seconds):
-    layout = {1: "mono", 2: "stereo", 6: "5.1"}[channels]
+    layout = {1: "mono", 2: "stereo", 3: "3.0", 4: "4.0", 5: "5.0", 6: "5.1", 8: "7.1"}[channels]
     run(["ffmpeg", "-nostdin", "-v", "error", "-y", "-f", "lavfi", "-i",
          "aevalsrc=exprs='%s':s=%d:d=%g:c=%s" % (channel_exprs(channels), rate, seconds, layout),
          "-c:a", "aac", "-b:a", bitrate] + extra + ["-f", "adts", path])
@@ -79,8 +84,10 @@ def noise_frames(tool, path):
     return ",".join(frames)
 
 
-def compare(ref, test, noise=None):
+def compare(ref, test, noise=None, mapping=None):
     cmd = [sys.executable, os.path.join(HERE, "pcm_compare.py"), ref, test]
+    if mapping:
+        cmd += ["--map", mapping]
     if noise is not None:
         cmd += ["--noise-frames", noise or "0"]
     fields = dict(kv.split("=") for kv in run(cmd).stdout.decode().split())
@@ -109,25 +116,35 @@ def main():
         for name, rate, channels, bitrate, extra in STREAMS[:4] if quick else STREAMS:
             base = os.path.join(tmp, name.replace(" ", "_"))
             aac = base + ".aac"
-            encode(aac, rate, channels, bitrate, extra, 6)
+            try:
+                encode(aac, rate, channels, bitrate, extra, 6)
+            except subprocess.CalledProcessError as e:
+                print("| %s | the encoder refused: %s | | |" % (name, e.stderr.decode().strip()[:80]))
+                continue
             run([tool, "-o", base + ".zamac.wav", aac])
             run(["ffmpeg", "-nostdin", "-v", "error", "-y", "-i", aac, base + ".ffmpeg.wav"])
             pns = "-aac_pns" not in extra
             noise = noise_frames(tool, aac) if pns else None
 
-            def cell(ref):
-                f = compare(ref, base + ".zamac.wav", noise)
+            # ffmpeg 5.1 takes channel configuration 7 as FL FR / SL SR / BL BR; zamac-decode
+            # follows the standard (centre pair, outside front pair, surround pair).
+            mapping = "6,7,2,3,4,5,0,1" if channels == 8 else None
+
+            def cell(ref, mapping=None):
+                f = compare(ref, base + ".zamac.wav", noise, mapping)
                 if pns:
                     return "%s dB / %s (clean frames: %s dB / %s; noise frames: energy within %s dB)" % (
                         f["psnr"], f["maxdiff"], f["clean_psnr"], f["clean_maxdiff"], f["worst_energy_db"])
                 return "%s dB / %s" % (f["psnr"], f["maxdiff"])
 
-            vs_ffmpeg = cell(base + ".ffmpeg.wav")
+            vs_ffmpeg = cell(base + ".ffmpeg.wav", mapping)
             vs_faad = ref_pair = "n/a (faad: implicit SBR)"
             if rate > 24000:
                 run(["faad", "-q", "-o", base + ".faad.wav", aac])
-                vs_faad = cell(base + ".faad.wav")
-                f = compare(base + ".ffmpeg.wav", base + ".faad.wav")
+                # faad writes 8 channels in the order of the elements.
+                vs_faad = cell(base + ".faad.wav", "2,6,7,0,1,4,5,3" if channels == 8 else None)
+                f = compare(base + ".ffmpeg.wav", base + ".faad.wav", None,
+                            "1,2,0,7,5,6,3,4" if channels == 8 else None)
                 ref_pair = "%s dB / %s" % (f["psnr"], f["maxdiff"])
             print("| %s (%d Hz, %d ch, %s) | %s | %s | %s |" % (name, rate, channels, bitrate, vs_ffmpeg, vs_faad,
                                                              ref_pair))

@@ -6,3 +6,10 @@ cd "$(dirname "$0")/.."
 cmake -S . -B build/release -DCMAKE_BUILD_TYPE=Release >/dev/null
 cmake --build build/release -j"$(nproc)"
 ./build/release/tools/zamac-info/zamac-info
+
+# The decoder built on the library: the sample streams to WAVE files, with their
+# duration, format and decoding speed.
+for sample in samples/*.aac; do
+  ./build/release/tools/zamac-decode/zamac-decode -o "build/release/$(basename "$sample" .aac).wav" "$sample"
+done
+echo "decoded WAVE files are in build/release/"

@@ -14,19 +14,30 @@ first and last frame. With --noise-frames (comma-separated 1-based frame numbers
 the test stream that contain noise-substituted bands), output frames touched by noise
 (the frame itself and the one after it, through the overlap) are measured by energy
 only: worst_energy_db is the largest per-frame, per-channel energy difference there;
-clean_psnr / clean_maxdiff cover the other frames.
+clean_psnr / clean_maxdiff cover the other frames. --map c0,c1,... compares reference
+channel k with test channel c_k (for decoders that order channels differently).
 """
 import array
 import math
+import struct
 import sys
-import wave
 
 
 def read_wav(path):
-    with wave.open(path, "rb") as w:
-        channels = w.getnchannels()
-        assert w.getsampwidth() == 2, "16-bit PCM expected"
-        samples = array.array("h", w.readframes(w.getnframes()))
+    """(channels, samples) of a 16-bit PCM WAVE file, plain or extensible."""
+    data = open(path, "rb").read()
+    assert data[:4] == b"RIFF" and data[8:12] == b"WAVE", path + ": not a WAVE file"
+    at, channels, samples = 12, 0, None
+    while at + 8 <= len(data):
+        cid, size = data[at:at + 4], struct.unpack_from("<I", data, at + 4)[0]
+        if cid == b"fmt ":
+            channels = struct.unpack_from("<H", data, at + 10)[0]
+            assert struct.unpack_from("<H", data, at + 22)[0] == 16, "16-bit PCM expected"
+        elif cid == b"data":
+            size = min(size, len(data) - at - 8) & ~1
+            samples = array.array("h", data[at + 8:at + 8 + size])
+            break
+        at += 8 + size + (size & 1)
     if sys.byteorder != "little":
         samples.byteswap()
     return channels, samples
@@ -59,8 +70,16 @@ def main():
         i = args.index("--noise-frames")
         noise = set(int(x) for x in args[i + 1].split(",") if x)
         del args[i:i + 2]
+    mapping = None
+    if "--map" in args:
+        i = args.index("--map")
+        mapping = [int(x) for x in args[i + 1].split(",")]
+        del args[i:i + 2]
     rc, ref = read_wav(args[0])
     tc, test = read_wav(args[1])
+    if mapping:  # reference channel c is test channel mapping[c]
+        n = len(test) // tc
+        test = array.array("h", (test[i * tc + mapping[c]] for i in range(n) for c in range(tc)))
     if rc != tc:
         print("channels differ: %d vs %d" % (rc, tc))
         return 1

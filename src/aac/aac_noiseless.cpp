@@ -218,9 +218,8 @@ ZamStatus readSpectralData(AacCursor& c, const AacChanInfo* ci, const Layout& l,
             if (end > numSwb) return zamStsBadData;
             const int top = swbOffset[end] * groupLength;
             const int book = ci->sect_cb[section];
-            if (top <= k) continue;
             if (book == kAacZeroHcb || book >= kAacNoiseHcb) {
-                std::memset(groupBase + k, 0, static_cast<size_t>(top - k) * sizeof(int32_t));
+                if (top > k) std::memset(groupBase + k, 0, static_cast<size_t>(top - k) * sizeof(int32_t));
             } else if (book == kAacReservedHcb) {
                 return zamStsAacSpectCbErr;
             } else {

@@ -339,18 +339,13 @@ ZAM_API ZamStatus zamsHuffmanDecode_MP3_1u32s(const uint8_t** ppBitStream, int32
                                &kSfbLongBuiltIn[0][0], nullptr);
 }
 
-ZAM_API ZamStatus zamsHuffmanDecodeSfbMbp_MP3_1u32s(const uint8_t** ppBitStream, int32_t* pOffset, int32_t* pDstIs,
-                                                    int32_t* pDstNonZeroBound, const Mp3SideInfo* pSideInfo,
-                                                    const Mp3FrameHeader* pFrameHeader, int32_t hufSize,
-                                                    const int16_t* pSfbTableLong, const int16_t* pSfbTableShort,
-                                                    const int16_t* pMbpTable)
+namespace zam::mp3 {
+
+ZamStatus huffmanDecodeMbpTraced(const uint8_t** ppBitStream, int32_t* pOffset, int32_t* pDstIs,
+                                 int32_t* pDstNonZeroBound, const Mp3SideInfo* si, const Mp3FrameHeader* h,
+                                 int32_t hufSize, const int16_t* pSfbTableLong, const int16_t* pSfbTableShort,
+                                 const int16_t* pMbpTable, HuffmanDecodeTrace* trace)
 {
-    if (!ppBitStream || !pOffset || !pDstIs || !pDstNonZeroBound || !pSideInfo || !pFrameHeader || !pSfbTableLong ||
-        !pSfbTableShort || !pMbpTable)
-        return zamStsNullPtr;
-    if (!*ppBitStream) return zamStsNullPtr;
-    const Mp3SideInfo* si = pSideInfo;
-    const Mp3FrameHeader* h = pFrameHeader;
     if (static_cast<uint32_t>(*pOffset) > 7) return zamStsBadArg;
     if (static_cast<uint32_t>(h->ID) > 1) return zamStsMp3FrameHeaderErr;
     if (static_cast<uint32_t>(si->big_values) > kLines / 2) return zamStsMp3SideInfoErr;
@@ -371,7 +366,23 @@ ZAM_API ZamStatus zamsHuffmanDecodeSfbMbp_MP3_1u32s(const uint8_t** ppBitStream,
     } else {
         plan = normalPlan(si, longRow);
     }
-    return decodeSpectrum(ppBitStream, pOffset, pDstIs, pDstNonZeroBound, si, hufSize, plan, nullptr);
+    return decodeSpectrum(ppBitStream, pOffset, pDstIs, pDstNonZeroBound, si, hufSize, plan, trace);
+}
+
+}  // namespace zam::mp3
+
+ZAM_API ZamStatus zamsHuffmanDecodeSfbMbp_MP3_1u32s(const uint8_t** ppBitStream, int32_t* pOffset, int32_t* pDstIs,
+                                                    int32_t* pDstNonZeroBound, const Mp3SideInfo* pSideInfo,
+                                                    const Mp3FrameHeader* pFrameHeader, int32_t hufSize,
+                                                    const int16_t* pSfbTableLong, const int16_t* pSfbTableShort,
+                                                    const int16_t* pMbpTable)
+{
+    if (!ppBitStream || !pOffset || !pDstIs || !pDstNonZeroBound || !pSideInfo || !pFrameHeader || !pSfbTableLong ||
+        !pSfbTableShort || !pMbpTable)
+        return zamStsNullPtr;
+    if (!*ppBitStream) return zamStsNullPtr;
+    return huffmanDecodeMbpTraced(ppBitStream, pOffset, pDstIs, pDstNonZeroBound, pSideInfo, pFrameHeader, hufSize,
+                                  pSfbTableLong, pSfbTableShort, pMbpTable, nullptr);
 }
 
 // ---------------------------------------------------------------------------

@@ -31,4 +31,10 @@ ZamStatus huffmanDecodeTraced(const uint8_t** ppBitStream, int32_t* pOffset, int
                               int32_t* pDstNonZeroBound, const Mp3SideInfo* si, const Mp3FrameHeader* h,
                               int32_t hufSize, const int16_t* pSfbTableLong, HuffmanDecodeTrace* trace);
 
+// zamsHuffmanDecodeSfbMbp_MP3_1u32s after its pointer checks, with a trace.
+ZamStatus huffmanDecodeMbpTraced(const uint8_t** ppBitStream, int32_t* pOffset, int32_t* pDstIs,
+                                 int32_t* pDstNonZeroBound, const Mp3SideInfo* si, const Mp3FrameHeader* h,
+                                 int32_t hufSize, const int16_t* pSfbTableLong, const int16_t* pSfbTableShort,
+                                 const int16_t* pMbpTable, HuffmanDecodeTrace* trace);
+
 }  // namespace zam::mp3

@@ -359,20 +359,34 @@ void largeTransformSplit(const float* srcRe, const float* srcIm, float* re, floa
             im[i] = srcIm[r];
         });
     LargeTables t = largeTables(s);
+    // Twiddles are made per chunk of butterflies, then applied to every group,
+    // so each stage streams through the arrays once.
+    constexpr int kChunk = 256;
+    float wr[kChunk], wi[kChunk];
     for (int64_t h = 1; h < n; h *= 2) {
         const int64_t stride = n / (2 * h);
-        for (int64_t j = 0; j < h; ++j) {
-            double wr, wi;
-            largeRoot(t, order, j * stride, wr, wi);
-            const float fr = static_cast<float>(wr), fi = static_cast<float>(wi);
-            for (int64_t g = j; g < n; g += 2 * h) {
-                float br = re[g + h] * fr - im[g + h] * fi;
-                float bi = im[g + h] * fr + re[g + h] * fi;
-                float ar = re[g], ai = im[g];
-                re[g] = ar + br;
-                im[g] = ai + bi;
-                re[g + h] = ar - br;
-                im[g + h] = ai - bi;
+        const int64_t chunk = h < kChunk ? h : kChunk;
+        for (int64_t j0 = 0; j0 < h; j0 += chunk) {
+            for (int64_t j = 0; j < chunk; ++j) {
+                double r, i;
+                largeRoot(t, order, (j0 + j) * stride, r, i);
+                wr[j] = static_cast<float>(r);
+                wi[j] = static_cast<float>(i);
+            }
+            for (int64_t g = j0; g < n; g += 2 * h) {
+                float* r0 = re + g;
+                float* i0 = im + g;
+                float* r1 = re + g + h;
+                float* i1 = im + g + h;
+                for (int64_t j = 0; j < chunk; ++j) {
+                    float br = r1[j] * wr[j] - i1[j] * wi[j];
+                    float bi = i1[j] * wr[j] + r1[j] * wi[j];
+                    float ar = r0[j], ai = i0[j];
+                    r0[j] = ar + br;
+                    i0[j] = ai + bi;
+                    r1[j] = ar - br;
+                    i1[j] = ai - bi;
+                }
             }
         }
     }

@@ -3,7 +3,12 @@
 // with a bit-by-bit reference, and re-encoding reproducing the stream's bits.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cmath>
 #include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -19,17 +24,26 @@ using mp3test::Frame;
 using mp3test::Stream;
 
 struct Totals {
-    int frames = 0, lostFrames = 0, granules = 0, stuffed = 0, reencoded = 0, identicalBits = 0;
+    int frames = 0, lostFrames = 0, sameRegions = 0, granules = 0, stuffed = 0, reencoded = 0, identicalBits = 0;
 };
 
 int64_t bitPosition(const uint8_t* base, const uint8_t* p, int32_t offset) { return (p - base) * 8 + offset; }
 
 // Region ends as the standard defines them, worked out here from the band tables.
-int referenceRegions(const Frame& f, const Mp3SideInfo& si, const mp3test::BandTables& bands, int ends[3])
+// With `fromBands`, region 0 of window-switching granules comes from the band
+// tables (long band 8 for start and stop blocks, three short bands for short ones).
+int referenceRegions(const Frame& f, const Mp3SideInfo& si, const mp3test::BandTables& bands, bool fromBands,
+                     int ends[3])
 {
     const int row = f.header.ID * 3 + f.header.sampling_frequency;
     if (si.window_switching_flag) {
-        ends[0] = (f.header.ID == 1 || si.block_type == 2) ? 36 : 54;
+        if (fromBands) {
+            ends[0] = si.block_type != 2       ? bands.longTable[row * 23 + 8]
+                      : si.mixed_block_flag == 0 ? 3 * bands.shortTable[row * 14 + 3]
+                                                 : bands.longTable[row * 23 + bands.mbp[row * 2]];
+        } else {
+            ends[0] = (f.header.ID == 1 || si.block_type == 2) ? 36 : 54;
+        }
         ends[1] = ends[2] = 576;
         return 2;
     }
@@ -40,8 +54,11 @@ int referenceRegions(const Frame& f, const Mp3SideInfo& si, const mp3test::BandT
 }
 
 // Decodes every granule of a walked stream and checks what the file states.
-// `mpeg25Tables` loads the MPEG-2.5 band tables; `checkBuiltIn` decodes with the built-in one.
-void checkStream(const Stream& s, bool mpeg25Tables, bool checkBuiltIn, Totals& t)
+enum class Decoder { BuiltIn, Sfb, SfbMbp };
+
+// `mpeg25Tables` loads the MPEG-2.5 band tables; `primary` is the decoder whose
+// result must consume every granule exactly and match the reference.
+void checkStream(const Stream& s, bool mpeg25Tables, Decoder primary, Totals& t)
 {
     const mp3test::BandTables bands = mp3test::bandTables(mpeg25Tables);
     const uint8_t* md = s.mainData.data();
@@ -57,10 +74,11 @@ void checkStream(const Stream& s, bool mpeg25Tables, bool checkBuiltIn, Totals& 
                       zamStsOk);
             const int total = f.headerBytes + f.sideInfoBytes;
             EXPECT_EQ(p - packed.data(), total);
-            // The MPEG-2.5 sync word cannot be produced: compare from the ID bit on.
-            const int skip = f.mpeg25 ? 1 : 0;
-            EXPECT_EQ(std::vector<uint8_t>(packed.begin() + skip, packed.begin() + total),
-                      std::vector<uint8_t>(s.file.begin() + f.offset + skip, s.file.begin() + f.offset + total))
+            // The packer always writes the 12-bit sync word, so an MPEG-2.5 header
+            // comes back with its last sync bit set.
+            std::vector<uint8_t> expected(s.file.begin() + f.offset, s.file.begin() + f.offset + total);
+            if (f.mpeg25) expected[1] |= 0x10;
+            EXPECT_EQ(std::vector<uint8_t>(packed.begin(), packed.begin() + total), expected)
                 << "frame at " << f.offset;
         }
         if (f.mainDataBit < 0) {
@@ -89,10 +107,16 @@ void checkStream(const Stream& s, bool mpeg25Tables, bool checkBuiltIn, Totals& 
                 zam::mp3::HuffmanDecodeTrace trace{};
                 const uint8_t* hp = p;
                 int32_t hoff = off;
-                const int16_t* table = checkBuiltIn ? nullptr : bands.longTable;
-                ASSERT_EQ(zam::mp3::huffmanDecodeTraced(&hp, &hoff, values, &bound, &si, &f.header, hufSize, table,
-                                                        &trace),
-                          zamStsOk);
+                if (primary == Decoder::SfbMbp) {
+                    ASSERT_EQ(zam::mp3::huffmanDecodeMbpTraced(&hp, &hoff, values, &bound, &si, &f.header, hufSize,
+                                                               bands.longTable, bands.shortTable, bands.mbp, &trace),
+                              zamStsOk);
+                } else {
+                    const int16_t* table = primary == Decoder::BuiltIn ? nullptr : bands.longTable;
+                    ASSERT_EQ(zam::mp3::huffmanDecodeTraced(&hp, &hoff, values, &bound, &si, &f.header, hufSize,
+                                                            table, &trace),
+                              zamStsOk);
+                }
                 EXPECT_EQ(bitPosition(md, hp, hoff), bit + si.part2_3_length);
                 EXPECT_GE(trace.leftoverBits, 0) << "overrun repaired";
                 if (trace.leftoverBits > 0) ++t.stuffed;
@@ -104,8 +128,15 @@ void checkStream(const Stream& s, bool mpeg25Tables, bool checkBuiltIn, Totals& 
                                                          bands.longTable),
                           zamStsOk);
                 EXPECT_EQ(bitPosition(md, hp, hoff), bit + si.part2_3_length);
-                EXPECT_TRUE(std::equal(values, values + 576, valuesSfb));
-                EXPECT_EQ(bound, boundSfb);
+                // The three decoders agree wherever their regions do.
+                int sfbEnds[3], mbpEnds[3];
+                referenceRegions(f, si, bands, false, sfbEnds);
+                referenceRegions(f, si, bands, true, mbpEnds);
+                const bool sameRegions = sfbEnds[0] == mbpEnds[0];
+                if (primary != Decoder::SfbMbp || sameRegions) {
+                    EXPECT_TRUE(std::equal(values, values + 576, valuesSfb));
+                    EXPECT_EQ(bound, boundSfb);
+                }
 
                 int32_t valuesMbp[576], boundMbp;
                 hp = p;
@@ -114,13 +145,15 @@ void checkStream(const Stream& s, bool mpeg25Tables, bool checkBuiltIn, Totals& 
                                                             hufSize, bands.longTable, bands.shortTable, bands.mbp),
                           zamStsOk);
                 EXPECT_EQ(bitPosition(md, hp, hoff), bit + si.part2_3_length);
-                if (!mpeg25Tables || f.header.sampling_frequency != 2) {
+                if (primary == Decoder::SfbMbp || sameRegions) {
                     EXPECT_TRUE(std::equal(values, values + 576, valuesMbp));
+                    EXPECT_EQ(bound, boundMbp);
                 }
+                if (sameRegions) ++t.sameRegions;
 
                 // The bit-by-bit reference agrees line for line.
                 int ends[3];
-                const int regions = referenceRegions(f, si, bands, ends);
+                const int regions = referenceRegions(f, si, bands, primary == Decoder::SfbMbp, ends);
                 std::vector<int> ref;
                 mp3test::referenceDecode(md, bit + sfBits, hufSize, si, ends, regions, ref);
                 EXPECT_TRUE(std::equal(ref.begin(), ref.end(), values)) << "reference differs";
@@ -181,7 +214,9 @@ TEST_P(IsoStream, EveryGranuleExact)
     ASSERT_FALSE(s.file.empty()) << path;
     ASSERT_GT(s.frames.size(), 5u);
     Totals t;
-    checkStream(s, false, true, t);
+    checkStream(s, false, Decoder::BuiltIn, t);
+    // For the ISO rates the mixed-block partition table reproduces the fixed regions.
+    EXPECT_EQ(t.sameRegions, t.granules);
     EXPECT_LE(t.lostFrames, 2);
     if (s.frames[0].header.ID == 1) {
         EXPECT_EQ(t.reencoded, t.granules);
@@ -206,3 +241,59 @@ INSTANTIATE_TEST_SUITE_P(Mp3, IsoStream,
                          });
 
 }  // namespace
+
+// MPEG-2.5 streams (8, 11.025, 12 kHz) made by Debian's lame from a signal with
+// transients, decoded with the caller's MPEG-2.5 band tables.
+class LameMpeg25 : public ::testing::TestWithParam<const char*> {};
+
+TEST_P(LameMpeg25, EveryGranuleExact)
+{
+    if (std::system("lame --version >/dev/null 2>&1") != 0) GTEST_SKIP() << "lame not installed";
+    const std::string rate = GetParam();
+    const std::string dir = ::testing::TempDir();
+    const std::string raw = dir + "/zamac_mp3_lame_in_" + rate + ".raw";
+    const std::string mp3 = dir + "/zamac_mp3_lame_" + rate + ".mp3";
+    {
+        // Three seconds of stereo: a tone with short noise bursts that force short blocks.
+        std::vector<int16_t> pcm;
+        std::mt19937 gen(7);
+        std::uniform_real_distribution<double> noise(-1.0, 1.0);
+        const int n = 8000 * 3;
+        for (int i = 0; i < n; ++i) {
+            const double t = i / 8000.0;
+            double v = 0.3 * std::sin(2 * M_PI * 440 * t);
+            v += (i % 2000) < 120 ? 0.6 * noise(gen) : 0.02 * noise(gen);
+            const auto s = static_cast<int16_t>(std::clamp(v, -1.0, 1.0) * 30000);
+            pcm.push_back(s);
+            pcm.push_back(static_cast<int16_t>(-s / 2));
+        }
+        FILE* f = std::fopen(raw.c_str(), "wb");
+        ASSERT_NE(f, nullptr);
+        std::fwrite(pcm.data(), 2, pcm.size(), f);
+        std::fclose(f);
+    }
+    const std::string cmd = "lame --quiet -r -s " + rate + " --bitwidth 16 --signed --little-endian -m j -b 24 " +
+                            "--resample " + rate + " " + raw + " " + mp3;
+    ASSERT_EQ(std::system(cmd.c_str()), 0) << cmd;
+    const Stream s = mp3test::walk(mp3);
+    ASSERT_GT(s.frames.size(), 20u);
+    EXPECT_TRUE(s.frames[0].mpeg25);
+    Totals t;
+    // 8 kHz has band tables of its own: only the SfbMbp decoder finds its regions.
+    checkStream(s, true, rate == "8" ? Decoder::SfbMbp : Decoder::Sfb, t);
+    int shortBlocks = 0;
+    for (const Frame& f : s.frames)
+        for (int k = 0; k < f.channels(); ++k) shortBlocks += f.sideInfo[k].block_type == 2;
+    EXPECT_GT(shortBlocks, 0);
+    std::printf("[ stream   ] lame %-6s kHz  frames %4d granules %5d short %d stuffed %d\n", rate.c_str(), t.frames,
+                t.granules, shortBlocks, t.stuffed);
+    std::remove(raw.c_str());
+    std::remove(mp3.c_str());
+}
+
+INSTANTIATE_TEST_SUITE_P(Mp3, LameMpeg25, ::testing::Values("8", "11.025", "12"), [](const auto& info) {
+    std::string n = info.param;
+    for (char& c : n)
+        if (c == '.') c = '_';
+    return n;
+});

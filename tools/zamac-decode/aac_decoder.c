@@ -101,11 +101,12 @@ typedef struct {
     uint8_t mainMsUsed[8 * 60];
     int32_t noiseState[8 * 64];    /* per window and band: the noise of a pair's first channel */
     int32_t predictionUsed[64];    /* cleared by noise substitution; unused by AAC-LC */
-    uint32_t randomState;
+    int32_t randomState;           /* the noise generator, kept from frame to frame */
 
     int samplingIndex, sampleRate;
     int formatSent;
-    int sbrReported, cceReported;
+    int sbrReported, cceReported;  /* notices already shown */
+    int sawSbr, sawCoupling;       /* seen in the current block */
     const DecodeOptions* options;
     PcmSink* sink;
     DecodeStats* stats;
@@ -145,17 +146,17 @@ static int decoder_init(AacDecoder* d, const DecodeOptions* options, PcmSink* si
     if (aac_filterbank_init(&d->bank) != 0) return -1;
     int ok = 1;
     for (int c = 0; c < AAC_MAX_CHANNELS; ++c) {
-        d->outSpectrum[c] = aligned_zeroed(1024 * sizeof(int32_t));
-        d->pcm[c] = aligned_zeroed(1024 * sizeof(float));
+        d->outSpectrum[c] = (int32_t*)aligned_zeroed(1024 * sizeof(int32_t));
+        d->pcm[c] = (float*)aligned_zeroed(1024 * sizeof(float));
         ok = ok && d->outSpectrum[c] && d->pcm[c];
         aac_history_reset(&d->history[c]);
     }
     for (int i = 0; i < 2; ++i) {
-        d->work[i].grouped = aligned_zeroed(1024 * sizeof(int32_t));
-        d->work[i].spectrum = aligned_zeroed(1024 * sizeof(int32_t));
+        d->work[i].grouped = (int32_t*)aligned_zeroed(1024 * sizeof(int32_t));
+        d->work[i].spectrum = (int32_t*)aligned_zeroed(1024 * sizeof(int32_t));
         ok = ok && d->work[i].grouped && d->work[i].spectrum;
     }
-    d->interleaved = aligned_zeroed(1024 * AAC_MAX_CHANNELS * sizeof(int16_t));
+    d->interleaved = (int16_t*)aligned_zeroed(1024 * AAC_MAX_CHANNELS * sizeof(int16_t));
     return ok && d->interleaved ? 0 : -1;
 }
 
@@ -340,9 +341,11 @@ static ZamStatus decode_single(AacDecoder* d, Cursor* c, int type, int tag)
     int outputs[2];
     aac_layout_place(&d->layout, type == ID_LFE ? AAC_ELEMENT_LFE : AAC_ELEMENT_SCE, tag, outputs);
     deliver_channel(d, outputs[0], ch, &ch->ics);
-    char label[16];
-    snprintf(label, sizeof label, "%s%d", type == ID_LFE ? "LFE" : "SCE", tag);
-    describe(d, label, &ch->ics, ch, "");
+    if (d->options->info) {
+        char label[16];
+        snprintf(label, sizeof label, "%s%d", type == ID_LFE ? "LFE" : "SCE", tag);
+        describe(d, label, &ch->ics, ch, "");
+    }
     return zamStsOk;
 }
 
@@ -402,12 +405,14 @@ static ZamStatus decode_pair(AacDecoder* d, Cursor* c, int tag)
     aac_layout_place(&d->layout, AAC_ELEMENT_CPE, tag, outputs);
     deliver_channel(d, outputs[0], left, leftIcs);
     deliver_channel(d, outputs[1], right, rightIcs);
-    const char* ms = pair->ms_mask_present == 0 ? "" : pair->ms_mask_present == 2 ? " ms-all" : " ms";
-    char label[16];
-    snprintf(label, sizeof label, "CPE%d.L", tag);
-    describe(d, label, leftIcs, left, common ? ms : "");
-    snprintf(label, sizeof label, "CPE%d.R", tag);
-    describe(d, label, rightIcs, right, right->hasIntensity ? " is" : "");
+    if (d->options->info) {
+        const char* ms = pair->ms_mask_present == 0 ? "" : pair->ms_mask_present == 2 ? " ms-all" : " ms";
+        char label[16];
+        snprintf(label, sizeof label, "CPE%d.L", tag);
+        describe(d, label, leftIcs, left, common ? ms : "");
+        snprintf(label, sizeof label, "CPE%d.R", tag);
+        describe(d, label, rightIcs, right, right->hasIntensity ? " is" : "");
+    }
     return zamStsOk;
 }
 
@@ -453,10 +458,7 @@ static ZamStatus skip_coupling(AacDecoder* d, Cursor* c)
                 if (ch->codebooks[i] != 0 && read_sf_code(c) < 0) return zamStsBadData;
         }
     }
-    if (!d->cceReported) {
-        fprintf(stderr, "zamac-decode: the stream has coupling channel elements; they are skipped, not applied\n");
-        d->cceReported = 1;
-    }
+    d->sawCoupling = 1;
     return zamStsOk;
 }
 
@@ -468,11 +470,7 @@ static ZamStatus skip_fill(AacDecoder* d, Cursor* c)
     ZamStatus status = zamsDecodeFillElt_AAC(&c->byte, &c->bit, &count, payload);
     if (status < 0) return status;
     const int extension = count > 0 ? payload[0] >> 4 : 0;
-    if ((extension == 13 || extension == 14) && !d->sbrReported) {
-        fprintf(stderr, "zamac-decode: the stream carries SBR (HE-AAC) data, which is ignored: "
-                        "the output is the AAC-LC core at %d Hz\n", d->sampleRate);
-        d->sbrReported = 1;
-    }
+    if (extension == 13 || extension == 14) d->sawSbr = 1;  /* EXT_SBR_DATA, EXT_SBR_DATA_CRC */
     return zamStsOk;
 }
 
@@ -525,7 +523,10 @@ static ZamStatus decode_elements(AacDecoder* d, Cursor* c, const uint8_t* end, A
             }
             return zamStsOk;
         }
-        if (status < 0) return status;
+        if (status < 0) {
+            if (!d->error) d->error = "element";
+            return status;
+        }
         if (c->byte > end) {
             d->error = "elements run past the end of the frame";
             return zamStsBadData;
@@ -582,18 +583,36 @@ static int render_block(AacDecoder* d, int concealed)
     return d->sink->write(d->sink->ctx, d->interleaved, 1024);
 }
 
+/* why: what went wrong; status: the failing library status, or 0 for the decoder's own finding. */
 static void report_concealed(AacDecoder* d, const char* why, ZamStatus status)
 {
     d->stats->framesConcealed++;
     if (d->options->verbose || d->stats->framesConcealed <= 10) {
-        if (status < 0)
-            fprintf(stderr, "zamac-decode: frame %ld: %s failed (status %d); replaced by silence\n", d->frameNumber,
-                    why ? why : "decoding", status);
+        if (status < 0 && why && strncmp(why, "elements", 8) != 0)
+            fprintf(stderr, "zamac-decode: frame %ld: corrupt (%s: status %d); replaced by silence\n",
+                    d->frameNumber, why, status);
         else
-            fprintf(stderr, "zamac-decode: frame %ld: %s; replaced by silence\n", d->frameNumber, why);
+            fprintf(stderr, "zamac-decode: frame %ld: %s; replaced by silence\n", d->frameNumber,
+                    why ? why : "corrupt");
     }
     if (d->stats->framesConcealed == 10 && !d->options->verbose)
         fprintf(stderr, "zamac-decode: (further concealed frames are counted, not reported; -v reports all)\n");
+}
+
+/* One-time notices about what a block contained; shown only once a block decodes
+ * cleanly, so that corrupt frames do not raise them. */
+static void show_notices(AacDecoder* d)
+{
+    if (d->sawCoupling && !d->cceReported) {
+        fprintf(stderr, "zamac-decode: the stream has coupling channel elements; they are skipped, not applied\n");
+        d->cceReported = 1;
+    }
+    if (d->sawSbr && !d->sbrReported) {
+        fprintf(stderr, "zamac-decode: the stream carries SBR (HE-AAC) data, which is ignored: "
+                        "the output is the AAC-LC core at %d Hz\n", d->sampleRate);
+        d->sbrReported = 1;
+    }
+    d->sawCoupling = d->sawSbr = 0;
 }
 
 /* Decodes one raw data block at the cursor and sends its PCM. Returns -1 when the
@@ -618,6 +637,8 @@ static int decode_block(AacDecoder* d, Cursor* c, const uint8_t* end, AacProgram
     if (d->options->info)
         printf("frame %ld:%s%s\n", d->frameNumber, status < 0 ? " corrupt" : "", d->elementText);
     if (status < 0) report_concealed(d, d->error, status);
+    else show_notices(d);
+    d->sawCoupling = d->sawSbr = 0;
     if (render_block(d, status < 0) != 0) return -1;
     return status < 0;
 }
@@ -703,7 +724,7 @@ static int decode_adts(AacDecoder* d, const uint8_t* data, size_t size)
     if (stream.channelConfiguration == 0) aac_layout_open(&d->layout);
     else aac_layout_from_configuration(&d->layout, stream.channelConfiguration);
 
-    uint8_t* frame = aligned_zeroed(MAX_FRAME_BYTES + FRAME_PADDING);
+    uint8_t* frame = (uint8_t*)aligned_zeroed(MAX_FRAME_BYTES + FRAME_PADDING);
     if (!frame) return 1;
     AacProgramConfig program;
     memset(&program, 0, sizeof program);
@@ -776,11 +797,11 @@ static int decode_adif(AacDecoder* d, const uint8_t* data, size_t size)
 {
     /* The raw data blocks follow each other without lengths: the whole stream is
      * one buffer, padded like an ADTS frame. */
-    uint8_t* stream = aligned_zeroed(size + FRAME_PADDING);
+    uint8_t* stream = (uint8_t*)aligned_zeroed(size + FRAME_PADDING);
     if (!stream) return 1;
     memcpy(stream, data, size);
     AacAdifHeader header;
-    static AacProgramConfig programs[16];
+    AacProgramConfig programs[16];
     memset(programs, 0, sizeof programs);
     uint8_t* cursor = stream;
     ZamStatus status = zamsUnpackADIFHeader_AAC(&cursor, &header, programs, 16);
@@ -816,7 +837,7 @@ static int decode_adif(AacDecoder* d, const uint8_t* data, size_t size)
 
 int aac_decode(const uint8_t* data, size_t size, const DecodeOptions* options, PcmSink* sink, DecodeStats* stats)
 {
-    AacDecoder* d = malloc(sizeof *d);
+    AacDecoder* d = (AacDecoder*)malloc(sizeof *d);
     if (!d || decoder_init(d, options, sink, stats) != 0) {
         fprintf(stderr, "zamac-decode: out of memory\n");
         if (d) decoder_free(d);

@@ -66,10 +66,10 @@ int aac_filterbank_init(AacFilterBank* bank)
         return status;
     }
     const int workBytes = longWork > shortWork ? longWork : shortWork;
-    bank->work = aligned_floats((size_t)workBytes / sizeof(float) + 1);
-    bank->coefficients = aligned_floats(1024);
-    bank->transformed = aligned_floats(2048);
-    bank->frame = aligned_floats(2048);
+    bank->work = (uint8_t*)aligned_floats((size_t)workBytes / sizeof(float) + 1);
+    bank->coefficients = (float*)aligned_floats(1024);
+    bank->transformed = (float*)aligned_floats(2048);
+    bank->frame = (float*)aligned_floats(2048);
     if (!bank->work || !bank->coefficients || !bank->transformed || !bank->frame) {
         aac_filterbank_free(bank);
         return zamStsMemAlloc;

@@ -1,0 +1,255 @@
+// AAC inverse quantization in fixed point: sign(q) * |q|^(4/3) * 2^(e/4) * 8.
+//
+// The exponent e is split into an integer part s = ceil(e/4) and a fraction
+// f = 4s - e (0..3), so that 2^(e/4) = 2^s * 2^(-f/4). Magnitudes up to 15 come
+// from a small table that already holds 2^(-f/4); 16..128 from a table of
+// i^(4/3) times the fractional gain; 129..8191 from a polynomial for x^(4/3) on
+// the magnitude normalised into [0.5, 1), corrected by a cube-root normaliser for
+// the exponent's thirds. All shifts truncate.
+#include <immintrin.h>
+
+#include "aac/aac_quant.h"
+#include "core/export.h"
+
+namespace zam {
+
+namespace {
+
+inline int32_t mulHigh(int32_t a, int32_t b) { return static_cast<int32_t>((static_cast<int64_t>(a) * b) >> 32); }
+
+inline int32_t wrapAdd(int32_t a, int32_t b)
+{
+    return static_cast<int32_t>(static_cast<uint32_t>(a) + static_cast<uint32_t>(b));
+}
+
+inline int32_t wrapNegate(int32_t a) { return static_cast<int32_t>(0u - static_cast<uint32_t>(a)); }
+
+// |q|^(4/3) * 2^(-f/4) before the final shift, for 129 <= a <= 8191; *base is
+// the number of fractional bits beyond Q3.
+inline int32_t largePower(uint32_t a, int f, int* base)
+{
+    uint32_t v = a << 17;
+    int k = __builtin_clz(v) - 1;  // doublings that bring v into [2^30, 2^31)
+    int32_t x = static_cast<int32_t>(v << k);
+    int32_t c = wrapAdd(mulHigh(x, -457633446), 1445956062);
+    for (int j = 0; j < 6; ++j) c = wrapAdd(mulHigh(c, x), kAacCubeRootPolynomial[j]);
+    int32_t c16 = static_cast<int32_t>(static_cast<uint32_t>(c) << 4);
+    int64_t p = static_cast<int64_t>(c16) * kAacCubeRootNormaliser[6 - k];
+    int32_t m = static_cast<int32_t>(static_cast<uint64_t>(p) >> 31) & ~1;
+    *base = kAacCubeRootExponent[6 - k] - 4;
+    return mulHigh(m, kAacFractionalGain[f]);
+}
+
+// m * 2^(s - base), truncating; a left shift above 31 saturates, a right shift
+// above 31 gives 0; below 32 a left shift wraps.
+inline int32_t scaleByExponent(int32_t m, int base, int s)
+{
+    int d = base - s;
+    if (d <= 0) {
+        int left = -d;
+        if (left > 31) return m != 0 ? 2147483647 : 0;
+        return static_cast<int32_t>(static_cast<uint32_t>(m) << left);
+    }
+    return d > 31 ? 0 : (m >> d);
+}
+
+// The small ranges: the table entry shifted right by (25 or 22) - s, with no shift
+// when that is negative (the result stops growing) and 0 when it is above 31.
+inline int32_t scaleSmall(int32_t entry, int shift)
+{
+    if (shift <= 0) return entry;
+    return shift > 31 ? 0 : entry >> shift;
+}
+
+inline int32_t dequantizeMagnitude(uint32_t a, int s, int f)
+{
+    if (a < 16) return scaleSmall(kAacSmallPowers.v[f][a], (a < 4 ? 25 : 22) - s);
+    if (a <= 128) {
+        int32_t m = mulHigh(kAacMediumPowers.v[a], kAacFractionalGain[f]);
+        return scaleByExponent(m, a < 64 ? 19 : 17, s);
+    }
+    int base = 0;
+    int32_t m = largePower(a, f, &base);
+    return scaleByExponent(m, base, s);
+}
+
+// ---- AVX2 helpers
+
+// Upper 32 bits of the signed 64-bit products of the lanes.
+inline __m256i mulHigh8(__m256i a, __m256i b)
+{
+    __m256i even = _mm256_mul_epi32(a, b);
+    __m256i odd = _mm256_mul_epi32(_mm256_srli_epi64(a, 32), _mm256_srli_epi64(b, 32));
+    return _mm256_blend_epi32(_mm256_srli_epi64(even, 32), odd, 0xAA);
+}
+
+// Bits 31..62 of the signed 64-bit products of the lanes.
+inline __m256i mulShift31x8(__m256i a, __m256i b)
+{
+    __m256i even = _mm256_mul_epi32(a, b);
+    __m256i odd = _mm256_mul_epi32(_mm256_srli_epi64(a, 32), _mm256_srli_epi64(b, 32));
+    return _mm256_blend_epi32(_mm256_srli_epi64(even, 31), _mm256_slli_epi64(odd, 1), 0xAA);
+}
+
+// Per-band constants of the vector kernel.
+struct BandConstants {
+    __m256i smallLow, smallHigh;     // row f, entries 0..7 and 8..15
+    __m256i shiftSmall1, shiftSmall4; // right shifts of the Q28 and Q25 entries
+    __m256i gain;                     // 2^(-f/4), Q31
+    __m256i s;
+};
+
+// The large range for 8 lanes of magnitudes clamped to 129..8191: the value before
+// the final shift, and its base exponent.
+inline __m256i largePower8(__m256i a, __m256i gain, __m256i* base)
+{
+    // floor(log2 a) from the exponent of the exactly converted float: 7..12.
+    __m256i lg = _mm256_sub_epi32(_mm256_srli_epi32(_mm256_castps_si256(_mm256_cvtepi32_ps(a)), 23),
+                                  _mm256_set1_epi32(127));
+    __m256i x = _mm256_sllv_epi32(a, _mm256_sub_epi32(_mm256_set1_epi32(30), lg));
+    __m256i index = _mm256_sub_epi32(lg, _mm256_set1_epi32(7));  // 6 - doublings
+    __m256i c = _mm256_add_epi32(mulHigh8(x, _mm256_set1_epi32(-457633446)), _mm256_set1_epi32(1445956062));
+    for (int j = 0; j < 6; ++j)
+        c = _mm256_add_epi32(mulHigh8(c, x), _mm256_set1_epi32(kAacCubeRootPolynomial[j]));
+    __m256i normaliser =
+        _mm256_permutevar8x32_epi32(_mm256_load_si256(reinterpret_cast<const __m256i*>(kAacCubeRootNormaliser)), index);
+    __m256i m = _mm256_and_si256(mulShift31x8(_mm256_slli_epi32(c, 4), normaliser), _mm256_set1_epi32(~1));
+    *base = _mm256_sub_epi32(
+        _mm256_permutevar8x32_epi32(_mm256_load_si256(reinterpret_cast<const __m256i*>(kAacCubeRootExponent)), index),
+        _mm256_set1_epi32(4));
+    return mulHigh8(m, gain);
+}
+
+// m * 2^(s - base) lane by lane, as scaleByExponent.
+inline __m256i scaleByExponent8(__m256i m, __m256i base, __m256i s)
+{
+    __m256i zero = _mm256_setzero_si256();
+    __m256i d = _mm256_sub_epi32(base, s);
+    __m256i right = _mm256_srav_epi32(m, _mm256_max_epi32(d, zero));  // counts above 31 fill with the sign
+    __m256i leftCount = _mm256_max_epi32(_mm256_sub_epi32(zero, d), zero);
+    __m256i left = _mm256_sllv_epi32(m, leftCount);                    // counts above 31 give 0
+    __m256i saturate = _mm256_andnot_si256(_mm256_cmpeq_epi32(m, zero),
+                                           _mm256_cmpgt_epi32(leftCount, _mm256_set1_epi32(31)));
+    left = _mm256_blendv_epi8(left, _mm256_set1_epi32(2147483647), saturate);
+    return _mm256_blendv_epi8(left, right, _mm256_cmpgt_epi32(d, zero));
+}
+
+// Dequantizes 8 values whose magnitudes are all at most 8191.
+inline __m256i dequantize8(__m256i q, const BandConstants& k)
+{
+    __m256i a = _mm256_abs_epi32(q);
+    // Small range: 16-entry row looked up with two permutes.
+    __m256i seven = _mm256_set1_epi32(7);
+    __m256i entry = _mm256_blendv_epi8(_mm256_permutevar8x32_epi32(k.smallLow, a),
+                                       _mm256_permutevar8x32_epi32(k.smallHigh, a), _mm256_cmpgt_epi32(a, seven));
+    __m256i below4 = _mm256_cmpgt_epi32(_mm256_set1_epi32(4), a);
+    __m256i result = _mm256_srav_epi32(entry, _mm256_blendv_epi8(k.shiftSmall4, k.shiftSmall1, below4));
+
+    __m256i above15 = _mm256_cmpgt_epi32(a, _mm256_set1_epi32(15));
+    if (_mm256_movemask_epi8(above15) == 0) return _mm256_sign_epi32(result, q);
+
+    // Medium range.
+    __m256i mediumIndex = _mm256_min_epi32(_mm256_max_epi32(a, _mm256_set1_epi32(16)), _mm256_set1_epi32(128));
+    __m256i m = mulHigh8(_mm256_i32gather_epi32(kAacMediumPowers.v, mediumIndex, 4), k.gain);
+    __m256i base = _mm256_blendv_epi8(_mm256_set1_epi32(19), _mm256_set1_epi32(17),
+                                      _mm256_cmpgt_epi32(a, _mm256_set1_epi32(63)));
+    __m256i above128 = _mm256_cmpgt_epi32(a, _mm256_set1_epi32(128));
+    if (_mm256_movemask_epi8(above128) != 0) {
+        __m256i largeBase;
+        __m256i clamped = _mm256_max_epi32(a, _mm256_set1_epi32(129));
+        __m256i large = largePower8(clamped, k.gain, &largeBase);
+        m = _mm256_blendv_epi8(m, large, above128);
+        base = _mm256_blendv_epi8(base, largeBase, above128);
+    }
+    result = _mm256_blendv_epi8(result, scaleByExponent8(m, base, k.s), above15);
+    return _mm256_sign_epi32(result, q);
+}
+
+// A shift count for the vector shifts: negative means none, anything above 31 is
+// the same as 32.
+inline int32_t clampShiftCount(int shift) { return shift < 0 ? 0 : (shift > 32 ? 32 : shift); }
+
+}  // namespace
+
+int32_t aacDequantizeOne(int32_t q, int exponent)
+{
+    if (q == 0) return 0;
+    int s = (exponent + 3) >> 2;
+    int f = 4 * s - exponent;
+    uint32_t a = q < 0 ? 0u - static_cast<uint32_t>(q) : static_cast<uint32_t>(q);
+    int32_t r = dequantizeMagnitude(a, s, f);
+    return q < 0 ? wrapNegate(r) : r;
+}
+
+ZamStatus aacDequantizeScalar(int32_t* values, int count, int exponent)
+{
+    int s = (exponent + 3) >> 2;
+    int f = 4 * s - exponent;
+    for (int i = 0; i < count; ++i) {
+        int32_t q = values[i];
+        if (q == 0) continue;
+        uint32_t a = q < 0 ? 0u - static_cast<uint32_t>(q) : static_cast<uint32_t>(q);
+        if (a > kAacMaxQuantMagnitude) return zamStsAacQuantValErr;
+        int32_t r = dequantizeMagnitude(a, s, f);
+        values[i] = q < 0 ? wrapNegate(r) : r;
+    }
+    return zamStsOk;
+}
+
+ZamStatus aacDequantizeAvx2(int32_t* values, int count, int exponent)
+{
+    int s = (exponent + 3) >> 2;
+    int f = 4 * s - exponent;
+    BandConstants k;
+    k.smallLow = _mm256_load_si256(reinterpret_cast<const __m256i*>(&kAacSmallPowers.v[f][0]));
+    k.smallHigh = _mm256_load_si256(reinterpret_cast<const __m256i*>(&kAacSmallPowers.v[f][8]));
+    k.shiftSmall1 = _mm256_set1_epi32(clampShiftCount(25 - s));
+    k.shiftSmall4 = _mm256_set1_epi32(clampShiftCount(22 - s));
+    k.gain = _mm256_set1_epi32(kAacFractionalGain[f]);
+    k.s = _mm256_set1_epi32(s);
+    const __m256i limit = _mm256_set1_epi32(kAacMaxQuantMagnitude);
+    int i = 0;
+    for (; i + 8 <= count; i += 8) {
+        __m256i q = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(values + i));
+        __m256i a = _mm256_abs_epi32(q);  // INT32_MIN stays negative: caught by the unsigned test
+        if (_mm256_testz_si256(q, q)) continue;
+        if (!_mm256_testc_si256(_mm256_cmpeq_epi32(_mm256_max_epu32(a, limit), limit), _mm256_set1_epi32(-1)))
+            return aacDequantizeScalar(values + i, count - i, exponent);
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(values + i), dequantize8(q, k));
+    }
+    return aacDequantizeScalar(values + i, count - i, exponent);
+}
+
+}  // namespace zam
+
+using namespace zam;
+
+ZAM_API ZamStatus zamsQuantInv_AAC_32s_I(int32_t* pSrcDst, const int16_t* pScaleFactor, int32_t numWinGrp,
+                                         const int32_t* pWinGrpLen, int32_t maxSfb, const uint8_t* pSfbCb,
+                                         uint32_t samplingRateIndex, int32_t winLen)
+{
+    if (!pSrcDst || !pScaleFactor || !pWinGrpLen || !pSfbCb) return zamStsNullPtr;
+    ZamStatus st = aacCheckBandWalkArgs(numWinGrp, maxSfb, samplingRateIndex, winLen);
+    if (st != zamStsOk) return st;
+
+    const bool eightShort = winLen == kAacShortWindowLength;
+    const uint16_t* offsets = aacSwbOffsets(static_cast<int>(samplingRateIndex), eightShort);
+    const AacGroupLengths groups = aacGroupLengths(numWinGrp, pWinGrpLen, winLen);
+    int32_t* group = pSrcDst;
+    int band = 0;
+    for (int g = 0; g < groups.count; ++g) {
+        const int len = groups.length[g];
+        int32_t* p = group;
+        for (int b = 0; b < maxSfb; ++b, ++band) {
+            const int width = (offsets[b + 1] - offsets[b]) * len;
+            const uint8_t cb = pSfbCb[band];
+            if (cb != 0 && cb != 13 && cb != 14 && cb != 15) {
+                st = aacDequantizeAvx2(p, width, pScaleFactor[band] - 100);
+                if (st != zamStsOk) return st;
+            }
+            p += width;
+        }
+        group += len * winLen;
+    }
+    return zamStsOk;
+}

@@ -1,0 +1,714 @@
+// Noiseless decoding on hand-built channel streams: sections, scale factors,
+// noise and intensity bands, pulses, TNS, escapes, grouped output order, and the
+// argument checks of both decoders.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <random>
+#include <vector>
+
+#include "aac/aac_bitstream.h"
+#include "bitstream_test_util.h"
+#include "test_support.h"
+#include "zamac.h"
+
+using aactest::BitWriter;
+using aactest::ChannelOutputs;
+
+namespace {
+
+constexpr int kSfi44k = 4;
+
+struct Result {
+    ZamStatus status;
+    long bitsUsed;
+};
+
+Result runLc(const BitWriter& w, ChannelOutputs& o, int commonWin = 0, int startOffset = 0)
+{
+    std::vector<uint8_t> data = w.bytes();
+    uint8_t* p = data.data();
+    int off = startOffset;
+    const ZamStatus st = zamsNoiselessDecoder_LC_AAC(&p, &off, commonWin, &o.info, o.sf, o.spectrum, o.cb, o.tnsCoef);
+    return {st, (p - data.data()) * 8 + off - startOffset};
+}
+
+Result runGeneral(const BitWriter& w, ChannelOutputs& o, int commonWin = 0, int scaleFlag = 0,
+                  int windowSequence = 0, int maxSfb = 0, int aot = 2)
+{
+    std::vector<uint8_t> data = w.bytes();
+    uint8_t* p = data.data();
+    int off = 0;
+    const ZamStatus st = zamsNoiselessDecode_AAC(&p, &off, &o.mainHeader, o.sf, o.spectrum, o.cb, o.tnsCoef, &o.info,
+                                                 windowSequence, maxSfb, commonWin, scaleFlag, aot);
+    return {st, (p - data.data()) * 8 + off};
+}
+
+void writeZeroQuads(BitWriter& w, int book, int values)
+{
+    const int32_t zero[4] = {0, 0, 0, 0};
+    for (int i = 0; i < values; i += 4) w.spectralTuple(book, zero);
+}
+
+bool allZero(const int32_t* v, int n)
+{
+    for (int i = 0; i < n; ++i) {
+        if (v[i] != 0) return false;
+    }
+    return true;
+}
+
+}  // namespace
+
+TEST(AacNoiseless, MaxSfbZeroInEveryGroupGivesZeroSpectrum)
+{
+    BitWriter w;
+    w.put(90, 8);
+    aactest::writeShortIcs(w, 0, 0x00);  // eight groups of one window
+    aactest::writeNoTools(w);
+    for (int form = 0; form < 2; ++form) {
+        ChannelOutputs o(kSfi44k);
+        const Result r = form == 0 ? runLc(w, o) : runGeneral(w, o);
+        ASSERT_EQ(r.status, zamStsOk);
+        EXPECT_EQ(r.bitsUsed, static_cast<long>(w.bits()));
+        EXPECT_EQ(o.ics.num_window_groups, 8);
+        for (int g = 0; g < 8; ++g) EXPECT_EQ(o.info.num_sec[g], 0);
+        EXPECT_TRUE(allZero(o.spectrum, 1024));
+        EXPECT_EQ(o.info.num_window, 8);
+        EXPECT_EQ(o.info.frame_length, 128);
+        EXPECT_EQ(o.info.num_swb, 14);
+        EXPECT_EQ(o.info.global_gain, 90);
+        EXPECT_TRUE(zamtest::untouched(o.sf, 8 * 64));  // no band, no scale factor
+    }
+}
+
+TEST(AacNoiseless, SectionLengthEscapePieces)
+{
+    // A 31-band section needs a second piece of 0; 49 = 31 + 18.
+    BitWriter w;
+    w.put(100, 8);
+    aactest::writeLongIcs(w, 49);
+    aactest::writeSection(w, 0, 31, false);
+    aactest::writeSection(w, 0, 18, false);
+    aactest::writeNoTools(w);
+    ChannelOutputs o(kSfi44k);
+    const Result r = runLc(w, o);
+    ASSERT_EQ(r.status, zamStsOk);
+    EXPECT_EQ(r.bitsUsed, 8 + 11 + 14 + 9 + 3);
+    EXPECT_EQ(o.info.num_sec[0], 2);
+    EXPECT_EQ(o.info.sect_end[0], 31);
+    EXPECT_EQ(o.info.sect_end[1], 49);
+    EXPECT_TRUE(allZero(o.spectrum, 1024));
+}
+
+TEST(AacNoiseless, SectionPiecesStopOncePastMaxSfb)
+{
+    // 31 + 31 already passes max_sfb 40: no third piece is read, and the section
+    // ends beyond max_sfb.
+    BitWriter w;
+    w.put(100, 8);
+    aactest::writeLongIcs(w, 40);
+    w.put(0, 4);
+    w.put(31, 5);
+    w.put(31, 5);
+    w.put(2, 5);
+    ChannelOutputs o(kSfi44k);
+    const Result r = runLc(w, o);
+    EXPECT_EQ(r.status, zamStsAacSectDataErr);
+    EXPECT_EQ(r.bitsUsed, 8 + 11 + 4 + 10);
+}
+
+TEST(AacNoiseless, SectionsEndingPastMaxSfbFail)
+{
+    BitWriter w;
+    w.put(100, 8);
+    aactest::writeLongIcs(w, 10);
+    aactest::writeSection(w, 0, 6, false);
+    aactest::writeSection(w, 0, 5, false);
+    ChannelOutputs a(kSfi44k), b(kSfi44k);
+    EXPECT_EQ(runLc(w, a).status, zamStsAacSectDataErr);
+    EXPECT_EQ(runGeneral(w, b).status, zamStsAacSectDataErr);
+}
+
+TEST(AacNoiseless, ScaleFactorsRunFromGlobalGain)
+{
+    BitWriter w;
+    w.put(100, 8);
+    aactest::writeLongIcs(w, 4);
+    aactest::writeSection(w, 1, 4, false);
+    for (int d : {5, -3, 0, 10}) w.scaleFactorDiff(d);
+    aactest::writeNoTools(w);
+    writeZeroQuads(w, 1, 16);
+    for (int form = 0; form < 2; ++form) {
+        ChannelOutputs o(kSfi44k);
+        const Result r = form == 0 ? runLc(w, o) : runGeneral(w, o);
+        ASSERT_EQ(r.status, zamStsOk);
+        EXPECT_EQ(r.bitsUsed, static_cast<long>(w.bits()));
+        EXPECT_EQ(o.sf[0], 105);
+        EXPECT_EQ(o.sf[1], 102);
+        EXPECT_EQ(o.sf[2], 102);
+        EXPECT_EQ(o.sf[3], 112);
+        for (int b = 0; b < 4; ++b) EXPECT_EQ(o.cb[b], 1);
+    }
+}
+
+TEST(AacNoiseless, ScaleFactorBounds)
+{
+    {  // 250 + 6 = 256
+        BitWriter w;
+        w.put(250, 8);
+        aactest::writeLongIcs(w, 1);
+        aactest::writeSection(w, 1, 1, false);
+        w.scaleFactorDiff(6);
+        ChannelOutputs o(kSfi44k);
+        EXPECT_EQ(runLc(w, o).status, zamStsAacSfValueErr);
+    }
+    {  // 5 - 10: no lower bound, stored as is
+        BitWriter w;
+        w.put(5, 8);
+        aactest::writeLongIcs(w, 1);
+        aactest::writeSection(w, 1, 1, false);
+        w.scaleFactorDiff(-10);
+        aactest::writeNoTools(w);
+        writeZeroQuads(w, 1, 4);
+        ChannelOutputs o(kSfi44k);
+        ASSERT_EQ(runLc(w, o).status, zamStsOk);
+        EXPECT_EQ(o.sf[0], -5);
+    }
+}
+
+TEST(AacNoiseless, IntensityPositionsRunFromZero)
+{
+    BitWriter w;
+    w.put(120, 8);
+    aactest::writeLongIcs(w, 4);
+    aactest::writeSection(w, 15, 2, false);
+    aactest::writeSection(w, 1, 1, false);
+    aactest::writeSection(w, 14, 1, false);
+    w.scaleFactorDiff(2);   // intensity 2
+    w.scaleFactorDiff(-5);  // intensity -3
+    w.scaleFactorDiff(1);   // scale factor 121
+    w.scaleFactorDiff(4);   // intensity 1
+    aactest::writeNoTools(w);
+    writeZeroQuads(w, 1, 4);  // band 2 of 44.1 kHz: 4 lines
+    ChannelOutputs o(kSfi44k);
+    const Result r = runLc(w, o);
+    ASSERT_EQ(r.status, zamStsOk);
+    EXPECT_EQ(r.bitsUsed, static_cast<long>(w.bits()));
+    EXPECT_EQ(o.sf[0], 2);
+    EXPECT_EQ(o.sf[1], -3);
+    EXPECT_EQ(o.sf[2], 121);
+    EXPECT_EQ(o.sf[3], 1);
+    EXPECT_EQ(o.cb[0], 15);
+    EXPECT_EQ(o.cb[3], 14);
+}
+
+TEST(AacNoiseless, NoiseEnergySharesTheRunningValue)
+{
+    BitWriter w;
+    w.put(100, 8);
+    aactest::writeLongIcs(w, 3);
+    aactest::writeSection(w, 13, 2, false);
+    aactest::writeSection(w, 1, 1, false);
+    w.put(256, 9);          // first noise band: 100 + 256 - 346 = 10
+    w.scaleFactorDiff(4);   // 14
+    w.scaleFactorDiff(1);   // the scale factor continues from the noise value: 15
+    aactest::writeNoTools(w);
+    writeZeroQuads(w, 1, 4);
+    ChannelOutputs o(kSfi44k);
+    const Result r = runGeneral(w, o);
+    ASSERT_EQ(r.status, zamStsOk);
+    EXPECT_EQ(r.bitsUsed, static_cast<long>(w.bits()));
+    EXPECT_EQ(o.sf[0], 10);
+    EXPECT_EQ(o.sf[1], 14);
+    EXPECT_EQ(o.sf[2], 15);
+    EXPECT_TRUE(allZero(o.spectrum, 8));  // noise bands carry no values
+
+    ChannelOutputs lc(kSfi44k);
+    EXPECT_EQ(runLc(w, lc).status, zamStsAacSfCbErr);
+}
+
+TEST(AacNoiseless, FirstNoiseBandIsNotBoundChecked)
+{
+    BitWriter w;
+    w.put(255, 8);
+    aactest::writeLongIcs(w, 2);
+    aactest::writeSection(w, 13, 2, false);
+    w.put(511, 9);         // 255 + 511 - 346 = 420, kept
+    w.scaleFactorDiff(0);  // a later noise band at 420 fails
+    ChannelOutputs o(kSfi44k);
+    EXPECT_EQ(runGeneral(w, o).status, zamStsAacSfValueErr);
+    EXPECT_EQ(o.sf[0], 420);
+}
+
+TEST(AacNoiseless, ReservedBookFails)
+{
+    {  // in a band: the scale factors reject it
+        BitWriter w;
+        w.put(100, 8);
+        aactest::writeLongIcs(w, 1);
+        aactest::writeSection(w, 12, 1, false);
+        ChannelOutputs a(kSfi44k), b(kSfi44k);
+        EXPECT_EQ(runLc(w, a).status, zamStsAacSfCbErr);
+        EXPECT_EQ(runGeneral(w, b).status, zamStsAacSfCbErr);
+    }
+    {  // in an empty section: the spectral data reject it
+        BitWriter w;
+        w.put(100, 8);
+        aactest::writeLongIcs(w, 1);
+        aactest::writeSection(w, 12, 0, false);
+        aactest::writeSection(w, 0, 1, false);
+        aactest::writeNoTools(w);
+        ChannelOutputs a(kSfi44k), b(kSfi44k);
+        EXPECT_EQ(runLc(w, a).status, zamStsAacSpectCbErr);
+        EXPECT_EQ(runGeneral(w, b).status, zamStsAacSpectCbErr);
+    }
+}
+
+TEST(AacNoiseless, GainControlIsRejected)
+{
+    BitWriter w;
+    w.put(100, 8);
+    aactest::writeLongIcs(w, 0);
+    w.put(0, 2);  // no pulse, no TNS
+    w.put(1, 1);  // gain_control_data_present
+    ChannelOutputs a(kSfi44k), b(kSfi44k);
+    const Result r = runLc(w, a);
+    EXPECT_EQ(r.status, zamStsAacGainCtrlErr);
+    EXPECT_EQ(r.bitsUsed, 8 + 11 + 3);
+    EXPECT_EQ(a.info.gain_control_data_present, 1);
+    EXPECT_EQ(runGeneral(w, b).status, zamStsAacGainCtrlErr);
+}
+
+namespace {
+
+// Long frame at 44.1 kHz whose last band (48, lines 928..1023) carries book-1
+// values, with pulses from band 48 at the given offsets.
+BitWriter pulseFrame(const std::vector<int>& offsets, const std::vector<int>& amps, int startSfb = 48)
+{
+    BitWriter w;
+    w.put(100, 8);
+    aactest::writeLongIcs(w, 49);
+    aactest::writeSection(w, 0, 48, false);
+    aactest::writeSection(w, 1, 1, false);
+    w.scaleFactorDiff(0);
+    w.put(1, 1);  // pulse_data_present
+    w.put(static_cast<uint32_t>(offsets.size() - 1), 2);
+    w.put(static_cast<uint32_t>(startSfb), 6);
+    for (size_t i = 0; i < offsets.size(); ++i) {
+        w.put(static_cast<uint32_t>(offsets[i]), 5);
+        w.put(static_cast<uint32_t>(amps[i]), 4);
+    }
+    w.put(0, 2);  // no TNS, no gain control
+    for (int i = 928; i < 1024; i += 4) {
+        // line 990 holds 1, line 1021 holds -1, line 1023 holds 1
+        int32_t v[4] = {0, 0, 0, 0};
+        for (int k = 0; k < 4; ++k) {
+            if (i + k == 990 || i + k == 1023) v[k] = 1;
+            if (i + k == 1021) v[k] = -1;
+        }
+        w.spectralTuple(1, v);
+    }
+    return w;
+}
+
+}  // namespace
+
+TEST(AacNoiseless, PulsesUpToPosition1023)
+{
+    const BitWriter w = pulseFrame({31, 31, 31, 2}, {3, 4, 5, 6});  // 959, 990, 1021, 1023
+    for (int form = 0; form < 2; ++form) {
+        ChannelOutputs o(kSfi44k);
+        const Result r = form == 0 ? runLc(w, o) : runGeneral(w, o);
+        ASSERT_EQ(r.status, zamStsOk);
+        EXPECT_EQ(r.bitsUsed, static_cast<long>(w.bits()));
+        EXPECT_EQ(o.info.pulse_data_present, 1);
+        EXPECT_EQ(o.spectrum[959], -3);  // zero shrinks
+        EXPECT_EQ(o.spectrum[990], 5);   // positive grows
+        EXPECT_EQ(o.spectrum[1021], -6);
+        EXPECT_EQ(o.spectrum[1023], 7);
+        EXPECT_TRUE(allZero(o.spectrum, 928));
+    }
+}
+
+TEST(AacNoiseless, PulseChecks)
+{
+    ChannelOutputs a(kSfi44k), b(kSfi44k), c(kSfi44k);
+    EXPECT_EQ(runLc(pulseFrame({31, 31, 31, 3}, {1, 1, 1, 1}), a).status, zamStsAacPulseErr);  // 1024
+    EXPECT_EQ(runLc(pulseFrame({0}, {1}, 49), b).status, zamStsAacPulseErr);   // not below num_swb 49
+    EXPECT_EQ(runLc(pulseFrame({0}, {1}, 52), c).status, zamStsAacPulseErr);   // above 51
+    // Eight-short sequence with the flag set.
+    BitWriter w;
+    w.put(100, 8);
+    aactest::writeShortIcs(w, 0, 0x7F);
+    w.put(1, 1);
+    ChannelOutputs d(kSfi44k);
+    const Result r = runLc(w, d);
+    EXPECT_EQ(r.status, zamStsAacPulseErr);
+    EXPECT_EQ(r.bitsUsed, static_cast<long>(w.bits()));
+}
+
+TEST(AacNoiseless, TnsDataPackedOverWindows)
+{
+    {  // long: one filter, 4-bit coefficients
+        BitWriter w;
+        w.put(100, 8);
+        aactest::writeLongIcs(w, 0);
+        w.put(0, 1);   // pulse
+        w.put(1, 1);   // tns_data_present
+        w.put(1, 2);   // n_filt
+        w.put(1, 1);   // coef_res -> 4 bits
+        w.put(20, 6);  // length
+        w.put(3, 5);   // order
+        w.put(1, 1);   // direction
+        w.put(0, 1);   // coef_compress
+        for (int v : {7, -8, -1}) w.put(static_cast<uint32_t>(v) & 15u, 4);
+        w.put(0, 1);  // gain control
+        ChannelOutputs o(kSfi44k);
+        const Result r = runLc(w, o);
+        ASSERT_EQ(r.status, zamStsOk);
+        EXPECT_EQ(r.bitsUsed, static_cast<long>(w.bits()));
+        EXPECT_EQ(o.info.n_filt[0], 1);
+        EXPECT_EQ(o.info.coef_res[0], 4);
+        EXPECT_EQ(o.info.length[0], 20);
+        EXPECT_EQ(o.info.order[0], 3);
+        EXPECT_EQ(o.info.direction[0], 1);
+        EXPECT_EQ(o.tnsCoef[0], 7);
+        EXPECT_EQ(o.tnsCoef[1], -8);
+        EXPECT_EQ(o.tnsCoef[2], -1);
+        EXPECT_EQ(static_cast<uint8_t>(o.tnsCoef[3]), zamtest::kCanary);
+    }
+    {  // eight short: filters of windows 0 and 3 go to entries 0 and 1
+        BitWriter w;
+        w.put(100, 8);
+        aactest::writeShortIcs(w, 0, 0x7F);
+        w.put(0, 1);
+        w.put(1, 1);
+        for (int win = 0; win < 8; ++win) {
+            if (win == 0) {
+                w.put(1, 1), w.put(0, 1), w.put(5, 4), w.put(2, 3), w.put(0, 1), w.put(1, 1);  // 2-bit coefs
+                w.put(1, 2), w.put(2, 2);                                                      // 1, -2
+            } else if (win == 3) {
+                w.put(1, 1), w.put(1, 1), w.put(9, 4), w.put(1, 3), w.put(1, 1), w.put(0, 1);  // 4-bit coef
+                w.put(9, 4);                                                                   // -7
+            } else {
+                w.put(0, 1);
+            }
+        }
+        w.put(0, 1);
+        ChannelOutputs o(kSfi44k);
+        const Result r = runLc(w, o);
+        ASSERT_EQ(r.status, zamStsOk);
+        EXPECT_EQ(r.bitsUsed, static_cast<long>(w.bits()));
+        EXPECT_EQ(o.info.n_filt[0], 1);
+        EXPECT_EQ(o.info.n_filt[1], 0);
+        EXPECT_EQ(o.info.n_filt[3], 1);
+        EXPECT_EQ(o.info.coef_res[0], 3);
+        EXPECT_EQ(o.info.coef_res[3], 4);
+        EXPECT_EQ(o.info.length[0], 5);
+        EXPECT_EQ(o.info.length[1], 9);
+        EXPECT_EQ(o.info.order[1], 1);
+        EXPECT_EQ(o.info.direction[0], 0);
+        EXPECT_EQ(o.info.direction[1], 1);
+        EXPECT_EQ(o.tnsCoef[0], 1);
+        EXPECT_EQ(o.tnsCoef[1], -2);
+        EXPECT_EQ(o.tnsCoef[2], -7);
+    }
+    {  // a long order above 12 stops with -155
+        BitWriter w;
+        w.put(100, 8);
+        aactest::writeLongIcs(w, 0);
+        w.put(0, 1), w.put(1, 1), w.put(1, 2), w.put(0, 1), w.put(4, 6), w.put(13, 5);
+        ChannelOutputs o(kSfi44k);
+        const Result r = runLc(w, o);
+        EXPECT_EQ(r.status, zamStsAacTnsOrderErr);
+        EXPECT_EQ(r.bitsUsed, static_cast<long>(w.bits()));
+        EXPECT_EQ(o.info.order[0], 13);
+    }
+}
+
+TEST(AacNoiseless, SectionEndAboveBandCount)
+{
+    // 96 kHz has 12 short bands; max_sfb 13 passes the general form's argument
+    // checks and fails in the spectral data, and the LC form's max_sfb check.
+    BitWriter w;
+    w.put(100, 8);
+    aactest::writeShortIcs(w, 13, 0x7F);
+    aactest::writeSection(w, 0, 13, true);
+    aactest::writeNoTools(w);
+    ChannelOutputs a(0), b(0);
+    EXPECT_EQ(runGeneral(w, a).status, zamStsBadData);
+    EXPECT_EQ(runLc(w, b).status, zamStsAacMaxSfbErr);
+}
+
+TEST(AacNoiseless, GroupedBandInterleavedOrder)
+{
+    // Groups of 3 and 5 windows (1101111), max_sfb 2 at 44.1 kHz (bands of 4 lines).
+    BitWriter w;
+    w.put(100, 8);
+    aactest::writeShortIcs(w, 2, 0x6F);
+    aactest::writeSection(w, 5, 2, true);
+    aactest::writeSection(w, 0, 1, true);
+    aactest::writeSection(w, 7, 1, true);
+    w.scaleFactorDiff(1);
+    w.scaleFactorDiff(2);
+    w.scaleFactorDiff(-1);
+    aactest::writeNoTools(w);
+    std::vector<int32_t> expected(1024, 0);
+    for (int i = 0; i < 24; i += 2) {  // group 0: 2 bands x 3 windows x 4 lines
+        const int32_t v[2] = {(i % 9) - 4, 4 - (i % 7)};
+        w.spectralTuple(5, v);
+        expected[i] = v[0], expected[i + 1] = v[1];
+    }
+    for (int i = 0; i < 20; i += 2) {  // group 1, band 1: 5 windows x 4 lines
+        const int32_t v[2] = {i % 8, -(i % 5)};
+        w.spectralTuple(7, v);
+        expected[384 + 20 + i] = v[0], expected[384 + 20 + i + 1] = v[1];
+    }
+    for (int form = 0; form < 2; ++form) {
+        ChannelOutputs o(kSfi44k);
+        const Result r = form == 0 ? runLc(w, o) : runGeneral(w, o);
+        ASSERT_EQ(r.status, zamStsOk);
+        EXPECT_EQ(r.bitsUsed, static_cast<long>(w.bits()));
+        EXPECT_EQ(o.ics.num_window_groups, 2);
+        EXPECT_EQ(o.ics.window_group_length[0], 3);
+        EXPECT_EQ(o.ics.window_group_length[1], 5);
+        EXPECT_EQ(o.info.num_sec[0], 1);
+        EXPECT_EQ(o.info.num_sec[1], 2);
+        EXPECT_EQ(o.sf[0], 101);
+        EXPECT_EQ(o.sf[1], 103);
+        EXPECT_EQ(o.sf[2], 0);
+        EXPECT_EQ(o.sf[3], 102);
+        EXPECT_EQ(o.cb[1], 5);
+        EXPECT_EQ(o.cb[2], 0);
+        EXPECT_EQ(o.cb[3], 7);
+        EXPECT_EQ(std::vector<int32_t>(o.spectrum, o.spectrum + 1024), expected);
+    }
+}
+
+TEST(AacNoiseless, LayerFormTakesGroupsFromTheMainHeader)
+{
+    BitWriter w;
+    w.put(100, 8);  // no ICS, no tools
+    aactest::writeSection(w, 1, 1, true);
+    w.scaleFactorDiff(3);
+    writeZeroQuads(w, 1, 4 * 8);  // one group of 8 windows, band 0
+    ChannelOutputs o(kSfi44k);
+    o.mainHeader.num_window_groups = 1;
+    o.mainHeader.window_group_length[0] = 8;
+    const Result r = runGeneral(w, o, 0, 1, 2, 1);
+    ASSERT_EQ(r.status, zamStsOk);
+    EXPECT_EQ(r.bitsUsed, static_cast<long>(w.bits()));
+    EXPECT_EQ(o.sf[0], 103);
+    EXPECT_EQ(o.info.num_window, 8);
+}
+
+TEST(AacNoiseless, WindowGroupsFromCallerMustFit)
+{
+    BitWriter w;
+    w.put(100, 8);
+    ChannelOutputs o(kSfi44k);
+    o.ics.window_sequence = 2;
+    o.ics.max_sfb = 0;
+    o.ics.num_window_groups = 2;
+    o.ics.window_group_length[0] = 5;
+    o.ics.window_group_length[1] = 4;  // nine windows
+    EXPECT_EQ(runLc(w, o, 1).status, zamStsAacNumWinGrpErr);
+}
+
+TEST(AacNoiseless, EscapeValues)
+{
+    BitWriter w;
+    w.put(100, 8);
+    aactest::writeLongIcs(w, 1);
+    aactest::writeSection(w, 11, 1, false);
+    w.scaleFactorDiff(0);
+    aactest::writeNoTools(w);
+    const int32_t values[4] = {8191, -17, 16, 0};
+    w.spectralTuple(11, values);
+    w.spectralTuple(11, values + 2);
+    ChannelOutputs o(kSfi44k);
+    const Result r = runLc(w, o);
+    ASSERT_EQ(r.status, zamStsOk);
+    EXPECT_EQ(r.bitsUsed, static_cast<long>(w.bits()));
+    for (int i = 0; i < 4; ++i) EXPECT_EQ(o.spectrum[i], values[i]);
+
+    // Nine ones in an escape prefix.
+    BitWriter bad;
+    bad.put(100, 8);
+    aactest::writeLongIcs(bad, 1);
+    aactest::writeSection(bad, 11, 1, false);
+    bad.scaleFactorDiff(0);
+    aactest::writeNoTools(bad);
+    const zam::AacHuffCode& c = zam::kAacSpectralBooks[11].codes[16 * 17];  // (16, 0)
+    bad.put(c.code, static_cast<int>(c.length));
+    bad.put(0, 1);  // sign
+    bad.put(0x1FF, 9);
+    bad.put(0, 16);
+    ChannelOutputs o2(kSfi44k);
+    EXPECT_EQ(runLc(bad, o2).status, zamStsAacQuantValErr);
+}
+
+// ---------------------------------------------------------------- arguments
+
+TEST(AacNoiseless, LcArgumentChecksInOrder)
+{
+    BitWriter w;
+    w.put(100, 8);
+    aactest::writeLongIcs(w, 0);
+    aactest::writeNoTools(w);
+    std::vector<uint8_t> data = w.bytes();
+    struct Case {
+        int what;
+        ZamStatus expected;
+    };
+    // 0..8 null pointers, then offset, commonWin, sampling index, prediction bands.
+    for (int what = 0; what < 14; ++what) {
+        ChannelOutputs o(kSfi44k);
+        uint8_t* p = data.data();
+        uint8_t* nullByte = nullptr;
+        int off = 0;
+        int commonWin = 0;
+        uint8_t** pp = &p;
+        int* pOff = &off;
+        AacChanInfo* ci = &o.info;
+        int16_t* sf = o.sf;
+        int32_t* spec = o.spectrum;
+        uint8_t* cb = o.cb;
+        int8_t* tns = o.tnsCoef;
+        ZamStatus expected = zamStsNullPtr;
+        switch (what) {
+        case 0: pp = nullptr; break;
+        case 1: pOff = nullptr; break;
+        case 2: ci = nullptr; break;
+        case 3: sf = nullptr; break;
+        case 4: spec = nullptr; break;
+        case 5: cb = nullptr; break;
+        case 6: tns = nullptr; break;
+        case 7: pp = &nullByte; break;
+        case 8: o.info.pIcsInfo = nullptr; break;
+        case 9: off = 8, commonWin = 2, expected = zamStsAacBitOffsetErr; break;  // offset before commonWin
+        case 10: off = -1, expected = zamStsAacBitOffsetErr; break;
+        case 11: commonWin = 2, o.info.sampling_frequency_index = 12, expected = zamStsAacCommonWinErr; break;
+        case 12: o.info.sampling_frequency_index = 12, o.info.num_pred_sfb = 1, expected = zamStsAacSmplRateIdxErr; break;
+        case 13: o.info.num_pred_sfb = 1, expected = zamStsAacPredSfbErr; break;
+        }
+        AacChanInfo before = o.info;
+        const int offBefore = off;
+        EXPECT_EQ(zamsNoiselessDecoder_LC_AAC(pp, pOff, commonWin, ci, sf, spec, cb, tns), expected) << what;
+        EXPECT_EQ(std::memcmp(&before, &o.info, sizeof before), 0) << what;
+        EXPECT_TRUE(zamtest::untouched(o.sf, 8 * 64));
+        EXPECT_TRUE(zamtest::untouched(o.spectrum, 1024));
+        EXPECT_TRUE(zamtest::untouched(o.cb, 8 * 64));
+        EXPECT_TRUE(zamtest::untouched(&o.ics, 1));
+        EXPECT_EQ(p, data.data());
+        EXPECT_EQ(off, offBefore);
+    }
+}
+
+TEST(AacNoiseless, GeneralArgumentChecksInOrder)
+{
+    BitWriter w;
+    w.put(100, 8);
+    aactest::writeLongIcs(w, 0);
+    aactest::writeNoTools(w);
+    std::vector<uint8_t> data = w.bytes();
+    struct Case {
+        int off, commonWin, windowSequence, scaleFlag, aot, maxSfb, sfi;
+        ZamStatus expected;
+    };
+    const Case cases[] = {
+        {8, 2, 4, 2, 17, 52, 12, zamStsAacBitOffsetErr},
+        {0, 2, 4, 2, 17, 52, 12, zamStsAacCommonWinErr},
+        {0, 0, 4, 2, 17, 52, 12, zamStsAacWinSeqErr},
+        {0, 0, -1, 0, 2, 0, 4, zamStsAacWinSeqErr},
+        {0, 0, 3, 2, 17, 52, 12, zamStsAacLayerFlagErr},
+        {0, 0, 3, 1, 17, 52, 12, zamStsAacObjTypeErr},
+        {0, 0, 3, 1, 16, 52, 12, zamStsAacMaxSfbErr},
+        {0, 0, 3, 1, 16, -1, 12, zamStsAacMaxSfbErr},
+        {0, 0, 3, 1, 16, 51, 12, zamStsAacSmplRateIdxErr},
+    };
+    for (const Case& k : cases) {
+        ChannelOutputs o(k.sfi);
+        uint8_t* p = data.data();
+        int off = k.off;
+        const AacChanInfo before = o.info;
+        EXPECT_EQ(zamsNoiselessDecode_AAC(&p, &off, &o.mainHeader, o.sf, o.spectrum, o.cb, o.tnsCoef, &o.info,
+                                          k.windowSequence, k.maxSfb, k.commonWin, k.scaleFlag, k.aot),
+                  k.expected);
+        EXPECT_EQ(std::memcmp(&before, &o.info, sizeof before), 0);
+        EXPECT_TRUE(zamtest::untouched(o.spectrum, 1024));
+        EXPECT_TRUE(zamtest::untouched(&o.mainHeader, 1));
+        EXPECT_EQ(p, data.data());
+    }
+    ChannelOutputs o(kSfi44k);
+    uint8_t* p = data.data();
+    int off = 0;
+    o.info.pIcsInfo = nullptr;
+    EXPECT_EQ(zamsNoiselessDecode_AAC(&p, &off, &o.mainHeader, o.sf, o.spectrum, o.cb, o.tnsCoef, &o.info, 0, 0, 0, 0,
+                                      2),
+              zamStsNullPtr);
+    EXPECT_EQ(zamsNoiselessDecode_AAC(&p, &off, nullptr, o.sf, o.spectrum, o.cb, o.tnsCoef, &o.info, 0, 0, 0, 0, 2),
+              zamStsNullPtr);
+}
+
+// ---------------------------------------------------------------- code books
+
+// The table-driven decoder against its bit-by-bit twin and against the values
+// encoded, for every book, at every start offset.
+TEST(AacSpectralBooks, TableDecoderMatchesBitByBitTwin)
+{
+    std::mt19937 rng(7);
+    for (int book = 1; book <= 11; ++book) {
+        const zam::AacSpectralBook& b = zam::kAacSpectralBooks[book];
+        for (int startOffset = 0; startOffset < 8; ++startOffset) {
+            BitWriter w;
+            w.put(0, startOffset);
+            std::vector<int32_t> values(256);
+            for (size_t i = 0; i < values.size(); ++i) {
+                int32_t v;
+                if (book == 11 && rng() % 8 == 0) {
+                    v = 16 + static_cast<int32_t>(rng() % (rng() % 2 ? 64 : 8176));
+                } else {
+                    v = static_cast<int32_t>(rng() % static_cast<uint32_t>(b.largestValue + 1));
+                }
+                if (rng() % 2) v = -v;
+                values[i] = v;
+            }
+            for (size_t i = 0; i < values.size(); i += static_cast<size_t>(b.dimension)) w.spectralTuple(book, &values[i]);
+            std::vector<uint8_t> data = w.bytes(4);
+            zam::AacCursor fast{data.data(), startOffset};
+            zam::AacCursor ref{data.data(), startOffset};
+            std::vector<int32_t> a(values.size()), r(values.size());
+            ASSERT_EQ(zam::aacDecodeSpectralValues(fast, book, a.data(), static_cast<int>(a.size())), zamStsOk);
+            ASSERT_EQ(zam::aacDecodeSpectralValuesRef(ref, book, r.data(), static_cast<int>(r.size())), zamStsOk);
+            EXPECT_EQ(a, values) << "book " << book;
+            EXPECT_EQ(r, values) << "book " << book;
+            EXPECT_EQ(fast.ptr, ref.ptr);
+            EXPECT_EQ(fast.offset, ref.offset);
+            EXPECT_EQ((fast.ptr - data.data()) * 8 + fast.offset, static_cast<long>(w.bits()));
+        }
+    }
+}
+
+// Random bits decode the same through both decoders (any bit string is a valid
+// sequence of code words: every book is a complete prefix code).
+TEST(AacSpectralBooks, RandomBitsDecodeAlike)
+{
+    std::mt19937 rng(11);
+    for (int book = 1; book <= 11; ++book) {
+        std::vector<uint8_t> data(2048 + 4);
+        for (auto& x : data) x = static_cast<uint8_t>(rng());
+        zam::AacCursor fast{data.data(), 3};
+        zam::AacCursor ref{data.data(), 3};
+        std::vector<int32_t> a(128), r(128);
+        const ZamStatus sa = zam::aacDecodeSpectralValues(fast, book, a.data(), 128);
+        const ZamStatus sr = zam::aacDecodeSpectralValuesRef(ref, book, r.data(), 128);
+        EXPECT_EQ(sa, sr) << book;
+        if (sa == zamStsOk) {
+            EXPECT_EQ(a, r) << book;
+            EXPECT_EQ(fast.ptr, ref.ptr);
+            EXPECT_EQ(fast.offset, ref.offset);
+        }
+    }
+}
