@@ -977,7 +977,8 @@ ZamStatus zamsNoiselessDecoder_LC_AAC(uint8_t** ppBitStream, int32_t* pOffset, i
  * scale factors share one running value). scaleFlag 1 (an extension layer):
  * windowSequence, maxSfb and pMainHeader's window groups are used, no ICS, pulse,
  * TNS or gain-control data are read. No check of max_sfb against the band count
- * (a section ending above it fails with zamStsBadData). Checks: a pointer null ->
+ * (a section ending above it fails with zamStsBadData); a max_sfb taken from
+ * pIcsInfo (commonWin 1) outside 0..51 fails with zamStsAacMaxSfbErr. Checks: a pointer null ->
  * zamStsNullPtr; offset -> zamStsAacBitOffsetErr; commonWin above 1 ->
  * zamStsAacCommonWinErr; windowSequence above 3 -> zamStsAacWinSeqErr;
  * scaleFlag above 1 -> zamStsAacLayerFlagErr; audioObjectType above 16 ->
@@ -1265,6 +1266,40 @@ ZamStatus zamsMDCTFwd_32f(const float* pSrc, float* pDst, const MdctFwdSpec_32f*
 ZamStatus zamsMDCTInv_32f(const float* pSrc, float* pDst, const MdctInvSpec_32f* pMDCTSpec, uint8_t* pBuffer);
 ZamStatus zamsMDCTFwd_32f_I(float* pSrcDst, const MdctFwdSpec_32f* pMDCTSpec, uint8_t* pBuffer);
 ZamStatus zamsMDCTInv_32f_I(float* pSrcDst, const MdctInvSpec_32f* pMDCTSpec, uint8_t* pBuffer);
+
+/* ---- 16-bit forward MDCT ----
+ *
+ * pDst[k] = saturate(round(X[k] * 2^-scaleFactor)), X the float forward
+ * definition above (factor 2), for power-of-two N from 32 to 2^28 (12 and 36
+ * are not offered). Rounding is half up (an arithmetic right shift after adding
+ * half), saturation to -32768..32767; a negative scaleFactor scales up. The
+ * input block is normalised by its largest magnitude, folded and twiddled in
+ * Q15, transformed by an internal 16-bit fixed-point FFT of N/4 points that
+ * halves every level, and scaled back by a shift of
+ * scaleFactor - log2(N/4) + s + 10 bits, s being the normalisation exponent;
+ * the result carries the rounding noise of a 16-bit FFT (a few output LSBs for
+ * full-range outputs). An all-zero input gives N/2 zeros for any scaleFactor.
+ * Spec placement, sizes and checks follow the float family; the 16-bit Init
+ * also accepts a null pMemInit (its init size is 0). */
+typedef struct MdctFwdSpec_16s MdctFwdSpec_16s;   /* tag 57 */
+
+/* Checks: null pointer -> zamStsNullPtr; len not a power of two in 32..2^28 ->
+ * zamStsSize. Work size = max(4*len, FFT work) + len + 64; spec size = the
+ * 16-bit FFT's spec size + len + 232. */
+ZamStatus zamsMDCTFwdGetSize_16s(int len, int* pSpecSize, int* pInitBufSize, int* pWorkBufSize);
+/* Checks: len -> zamStsSize, then null ppMDCTSpec or pMemSpec -> zamStsNullPtr. */
+ZamStatus zamsMDCTFwdInit_16s(MdctFwdSpec_16s** ppMDCTSpec, int len, uint8_t* pMemSpec, uint8_t* pMemInit);
+/* Three allocations (record, twiddles, FFT); failure -> zamStsMemAlloc with
+ * nothing left allocated. */
+ZamStatus zamsMDCTFwdInitAlloc_16s(MdctFwdSpec_16s** ppMDCTSpec, int len);
+/* Null -> zamStsNullPtr; tag not 57 -> zamStsContextMismatch; clears the tag. */
+ZamStatus zamsMDCTFwdFree_16s(MdctFwdSpec_16s* pMDCTSpec);
+ZamStatus zamsMDCTFwdGetBufSize_16s(const MdctFwdSpec_16s* pMDCTSpec, int* pSize);
+/* pSrc N samples -> pDst N/2 coefficients. Checks: null spec -> zamStsNullPtr;
+ * tag not 57 -> zamStsContextMismatch; null pSrc or pDst -> zamStsNullPtr.
+ * pBuffer as for the float transforms (null: allocated for the call). */
+ZamStatus zamsMDCTFwd_16s_Sfs(const int16_t* pSrc, int16_t* pDst, const MdctFwdSpec_16s* pMDCTSpec, int scaleFactor,
+                              uint8_t* pBuffer);
 
 /* ---- block FIR filter ----
  *

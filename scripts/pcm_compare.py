@@ -6,8 +6,8 @@
 Finds the whole-frame delay (a multiple of 1024 samples, up to 3 frames either way)
 that best aligns test with reference, then prints one line:
 
-    offset=<samples> psnr=<dB> maxdiff=<LSB> frames=<n> [clean_psnr=<dB> clean_maxdiff=<LSB>
-    worst_energy_db=<dB>]
+    offset=<samples> psnr=<dB> maxdiff=<LSB> frames=<n> [clean_frames=<n> clean_psnr=<dB>
+    clean_maxdiff=<LSB> worst_energy_db=<dB>]
 
 PSNR is against a full-scale 16-bit peak (32767) over all channels, leaving out the
 first and last frame. With --noise-frames (comma-separated 1-based frame numbers of
@@ -107,6 +107,7 @@ def main():
     clean_err = 0
     clean_n = 0
     clean_peak = 0
+    clean_frames = 0
     worst_db = 0.0
     for f in range(first, nframes - 1):
         err, p, energies = frame_stats(ref, test, ch, f, offset)
@@ -120,6 +121,7 @@ def main():
                     if er > 1e3 * 1024 or et > 1e3 * 1024:  # ignore near-silent frames
                         worst_db = max(worst_db, abs(10 * math.log10((et + 1) / (er + 1))))
             else:
+                clean_frames += 1
                 clean_err += err
                 clean_n += 1024 * ch
                 clean_peak = max(clean_peak, p)
@@ -130,8 +132,8 @@ def main():
     line = "offset=%d psnr=%.1f maxdiff=%d frames=%d" % (offset, psnr(total_err, max(total_n, 1)), peak,
                                                           nframes - 1 - first)
     if noise is not None:
-        line += " clean_psnr=%.1f clean_maxdiff=%d worst_energy_db=%.2f" % (
-            psnr(clean_err, max(clean_n, 1)), clean_peak, worst_db)
+        line += " clean_frames=%d clean_psnr=%.1f clean_maxdiff=%d worst_energy_db=%.2f" % (
+            clean_frames, psnr(clean_err, max(clean_n, 1)), clean_peak, worst_db)
     print(line)
     return 0
 

@@ -60,8 +60,9 @@ ZamStatus aacReadTnsData(AacCursor& c, bool eightShort, int32_t* nFilt, int32_t*
 // Decodes `count` values (a multiple of the book's dimension) of spectral code
 // book 1..11 at the cursor into dst. zamStsOk, or zamStsAacQuantValErr for an
 // escape prefix of more than 8 ones (a magnitude above 8191).
-// The table-driven decoder reads each code with one 32-bit load at the cursor
-// byte, so it never reads more than three bytes past the last bit it consumes.
+// The table-driven decoder takes code words from a 32-bit window loaded at the
+// byte of the current position, so it never reads more than three bytes past
+// the last bit it consumes.
 ZamStatus aacDecodeSpectralValues(AacCursor& c, int book, int32_t* dst, int count);
 // Bit-by-bit twin used as a reference: same results, same cursor.
 ZamStatus aacDecodeSpectralValuesRef(AacCursor& c, int book, int32_t* dst, int count);

@@ -362,6 +362,8 @@ ZAM_API ZamStatus zamsNoiselessDecode_AAC(uint8_t** ppBitStream, int32_t* pOffse
         }
         sequence = ics->window_sequence;
         sfbCount = ics->max_sfb;
+        // A record filled by the caller (common window) is held to the ICS bound.
+        if (static_cast<uint32_t>(sfbCount) > 51) return finish(zamStsAacMaxSfbErr);
         numGroups = ics->num_window_groups;
         groupLength = ics->window_group_length;
     }

@@ -1,5 +1,5 @@
-// Spectral Huffman decoding of AAC code books 1..11: a two-level table lookup on
-// one 32-bit big-endian load per code word, and a bit-by-bit twin for reference.
+// Spectral Huffman decoding of AAC code books 1..11: two-level table look-ups on
+// a 32-bit bit window, and a bit-by-bit twin for reference.
 #include <bit>
 
 #include "aac/aac_bitstream.h"
@@ -12,25 +12,47 @@ namespace {
 constexpr int kEscapeValue = 16;
 constexpr int kMaxEscapePrefix = 8;  // 2^(8+4) + 2^12 - 1 = 8191
 
-// Bit position relative to a base pointer; a load at the byte of the position
-// holds at least 25 valid bits after the shift.
-struct BitPos {
+// Bits at a position relative to a base pointer, held in a 32-bit window: a
+// reload takes the four bytes at the byte of the position (at least 25 valid
+// bits), so nothing is read beyond three bytes past the position. Several short
+// code words are taken from one load; only the table look-up stays on the
+// dependency chain from one code word to the next.
+struct BitWindow {
     const uint8_t* base;
     uint32_t pos;
+    uint32_t bits = 0;  // next bits, first one most significant
+    int valid = 0;
 
-    uint32_t window() const { return loadBE32(base + (pos >> 3)) << (pos & 7); }
+    void reload()
+    {
+        bits = loadBE32(base + (pos >> 3)) << (pos & 7);
+        valid = 32 - static_cast<int>(pos & 7);
+    }
+    void ensure(int n)
+    {
+        if (valid < n) reload();
+    }
+    void skip(int n)  // n <= valid, n < 32
+    {
+        bits <<= n;
+        valid -= n;
+        pos += static_cast<uint32_t>(n);
+    }
 };
 
 // escape_sequence(): N ones, a zero, then an (N + 4)-bit word; the value is
 // 2^(N+4) + word.
-inline bool readEscape(BitPos& bp, int32_t& value)
+inline bool readEscape(BitWindow& bw, int32_t& value)
 {
-    const uint32_t w = bp.window();
-    const int ones = std::countl_one(w);
-    if (ones > kMaxEscapePrefix) return false;
+    bw.ensure(2 * kMaxEscapePrefix + 5);
+    const int ones = std::countl_one(bw.bits);
+    if (ones > kMaxEscapePrefix) {
+        bw.skip(kMaxEscapePrefix + 1);  // the ninth one ends the read
+        return false;
+    }
     const int wordBits = ones + 4;
-    const uint32_t word = (w << (ones + 1)) >> (32 - wordBits);
-    bp.pos += static_cast<uint32_t>(ones + 1 + wordBits);
+    const uint32_t word = (bw.bits << (ones + 1)) >> (32 - wordBits);
+    bw.skip(ones + 1 + wordBits);
     const int32_t magnitude = (1 << wordBits) + static_cast<int32_t>(word);
     value = value < 0 ? -magnitude : magnitude;
     return true;
@@ -48,29 +70,32 @@ inline uint32_t lookup(const AacSpectralBook& book, uint32_t w)
 }
 
 template <int Dim, bool Signed, bool Escape>
-ZamStatus decodeBook(BitPos& bp, const AacSpectralBook& book, int32_t* dst, int count)
+ZamStatus decodeBook(BitWindow& bw, const AacSpectralBook& book, int32_t* dst, int count)
 {
+    // Longest code word plus its sign bits.
+    const int need = book.maxLength + (Signed ? 0 : Dim);
     for (int i = 0; i < count; i += Dim) {
-        const uint32_t w = bp.window();
-        const uint32_t e = lookup(book, w);
+        bw.ensure(need);
+        const uint32_t e = lookup(book, bw.bits);
         int len = static_cast<int>(e & 31u);
         int32_t v[Dim];
         for (int k = 0; k < Dim; ++k) v[k] = aacLeafValue(e, k);
         if constexpr (!Signed) {
             // Sign bits follow the code word, one per non-zero value, in order.
-            uint32_t signs = w << len;
+            // Branch-free: the sign bits are as good as random.
+            uint32_t signs = bw.bits << len;
             for (int k = 0; k < Dim; ++k) {
-                if (v[k] != 0) {
-                    if (signs & 0x80000000u) v[k] = -v[k];
-                    signs <<= 1;
-                }
+                const uint32_t nonZero = v[k] != 0;
+                const int32_t negate = -static_cast<int32_t>((signs >> 31) & nonZero);
+                v[k] = (v[k] ^ negate) - negate;
+                signs <<= nonZero;
             }
             len += static_cast<int>((e >> 5) & 7u);
         }
-        bp.pos += static_cast<uint32_t>(len);
+        bw.skip(len);
         if constexpr (Escape) {
             for (int k = 0; k < Dim; ++k) {
-                if ((v[k] == kEscapeValue || v[k] == -kEscapeValue) && !readEscape(bp, v[k])) {
+                if ((v[k] == kEscapeValue || v[k] == -kEscapeValue) && !readEscape(bw, v[k])) {
                     return zamStsAacQuantValErr;
                 }
             }
@@ -85,7 +110,7 @@ ZamStatus decodeBook(BitPos& bp, const AacSpectralBook& book, int32_t* dst, int 
 ZamStatus aacDecodeSpectralValues(AacCursor& c, int book, int32_t* dst, int count)
 {
     const AacSpectralBook& b = kAacSpectralBooks[book];
-    BitPos bp{c.ptr, static_cast<uint32_t>(c.offset)};
+    BitWindow bp{c.ptr, static_cast<uint32_t>(c.offset)};
     ZamStatus st;
     switch (book) {
     case 1:

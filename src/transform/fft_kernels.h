@@ -159,7 +159,7 @@ inline void firstPassScalar(const float* in, float* out, int n, const uint32_t* 
     }
 }
 
-// Four groups at a time: gather each input position of four groups into one
+// Four groups at a time: load each input position of four groups into one
 // vector, do the butterflies vertically, then transpose 4x4 complex values.
 // Requires n/4 to be a multiple of 4.
 inline void firstPassAvx2(const float* in, float* out, int n, const uint32_t* rev)
@@ -167,11 +167,17 @@ inline void firstPassAvx2(const float* in, float* out, int n, const uint32_t* re
     const int q = n / 4;
     const double* base = reinterpret_cast<const double*>(in);
     for (int g = 0; g < q; g += 4) {
-        __m128i idx = _mm_loadu_si128(reinterpret_cast<const __m128i*>(rev + g));
-        __m256 x0 = _mm256_castpd_ps(_mm256_i32gather_pd(base, idx, 8));
-        __m256 x1 = _mm256_castpd_ps(_mm256_i32gather_pd(base + 2 * q, idx, 8));
-        __m256 x2 = _mm256_castpd_ps(_mm256_i32gather_pd(base + q, idx, 8));
-        __m256 x3 = _mm256_castpd_ps(_mm256_i32gather_pd(base + 3 * q, idx, 8));
+        const double* p0 = base + rev[g];
+        const double* p1 = base + rev[g + 1];
+        const double* p2 = base + rev[g + 2];
+        const double* p3 = base + rev[g + 3];
+        // Plain 64-bit loads: gathers are slow on several AVX2 cores.
+        auto pack = [&](int64_t off) {
+            __m128d lo = _mm_loadh_pd(_mm_load_sd(p0 + off), p1 + off);
+            __m128d hi = _mm_loadh_pd(_mm_load_sd(p2 + off), p3 + off);
+            return _mm256_castpd_ps(_mm256_insertf128_pd(_mm256_castpd128_pd256(lo), hi, 1));
+        };
+        __m256 x0 = pack(0), x1 = pack(2 * q), x2 = pack(q), x3 = pack(3 * q);
         __m256 b0 = _mm256_add_ps(x0, x1), b1 = _mm256_sub_ps(x0, x1);
         __m256 b2 = _mm256_add_ps(x2, x3), b3 = _mm256_sub_ps(x2, x3);
         __m256 m = mulNegI8(b3);

@@ -49,5 +49,13 @@ inline float twCos(const float* t, int n, int j)
 // scalar twins run the same steps without vector kernels.
 void mdctFwdCore(const float* src, float* dst, const MdctSpec32f* s, float* work, Kernels k);
 void mdctInvCore(const float* src, float* dst, const MdctSpec32f* s, float* work, Kernels k);
+// 16-bit forward steps (AVX2 and scalar twins) and the whole transform on a
+// located spec; work is 64-byte aligned, N bytes.
+void preTwiddle16Scalar(const int16_t* x, int16_t* work, const int16_t* t, const uint32_t* rev, int n, int sh);
+void preTwiddle16Avx2(const int16_t* x, int16_t* work, const int16_t* t, const uint32_t* rev, int n, int sh);
+void postTwiddle16Scalar(const int16_t* work, int16_t* dst, const int16_t* t, int n, int shift);
+void postTwiddle16Avx2(const int16_t* work, int16_t* dst, const int16_t* t, int n, int shift);
+ZamStatus mdctFwd16Core(const int16_t* x, int16_t* dst, const MdctSpec16s* s, int scaleFactor, int16_t* work,
+                        Kernels k);
 
 }  // namespace zam

@@ -111,6 +111,7 @@ typedef struct {
     PcmSink* sink;
     DecodeStats* stats;
     long frameNumber;              /* 1-based number of the current frame */
+    long cleanFrames, badFrames;
     char elementText[512];         /* --info: the block's elements */
     const char* error;             /* why the current block failed */
 } AacDecoder;
@@ -583,20 +584,35 @@ static int render_block(AacDecoder* d, int concealed)
     return d->sink->write(d->sink->ctx, d->interleaved, 1024);
 }
 
-/* why: what went wrong; status: the failing library status, or 0 for the decoder's own finding. */
-static void report_concealed(AacDecoder* d, const char* why, ZamStatus status)
+/* Reports a frame that cannot be decoded. why: what went wrong; status: the failing
+ * library status, or 0 for the decoder's own finding. */
+static void report_bad_frame(AacDecoder* d, const char* why, ZamStatus status, const char* outcome)
 {
-    d->stats->framesConcealed++;
-    if (d->options->verbose || d->stats->framesConcealed <= 10) {
+    ++d->badFrames;
+    if (d->options->verbose || d->badFrames <= 10) {
         if (status < 0 && why && strncmp(why, "elements", 8) != 0)
-            fprintf(stderr, "zamac-decode: frame %ld: corrupt (%s: status %d); replaced by silence\n",
-                    d->frameNumber, why, status);
+            fprintf(stderr, "zamac-decode: frame %ld: corrupt (%s: status %d); %s\n", d->frameNumber, why, status,
+                    outcome);
         else
-            fprintf(stderr, "zamac-decode: frame %ld: %s; replaced by silence\n", d->frameNumber,
-                    why ? why : "corrupt");
+            fprintf(stderr, "zamac-decode: frame %ld: %s; %s\n", d->frameNumber, why ? why : "corrupt", outcome);
     }
-    if (d->stats->framesConcealed == 10 && !d->options->verbose)
-        fprintf(stderr, "zamac-decode: (further concealed frames are counted, not reported; -v reports all)\n");
+    if (d->badFrames == 10 && !d->options->verbose)
+        fprintf(stderr, "zamac-decode: (further bad frames are counted, not reported; -v reports all)\n");
+}
+
+/* Replaces a frame that cannot be decoded by silence (the previous frame's tail still
+ * fades out through the overlap). Before the channel layout is known nothing can be
+ * output, and the frame is dropped. Returns -1 when the sink asks to stop. */
+static int conceal_frame(AacDecoder* d, const char* why, ZamStatus status)
+{
+    if (d->layout.open) {
+        report_bad_frame(d, why, status, "dropped (the channel layout is not known yet)");
+        return 0;
+    }
+    report_bad_frame(d, why, status, "replaced by silence");
+    if (send_format(d) != 0) return -1;
+    d->stats->framesConcealed++;
+    return render_block(d, 1);
 }
 
 /* One-time notices about what a block contained; shown only once a block decodes
@@ -612,7 +628,6 @@ static void show_notices(AacDecoder* d)
                         "the output is the AAC-LC core at %d Hz\n", d->sampleRate);
         d->sbrReported = 1;
     }
-    d->sawCoupling = d->sawSbr = 0;
 }
 
 /* Decodes one raw data block at the cursor and sends its PCM. Returns -1 when the
@@ -628,19 +643,18 @@ static int decode_block(AacDecoder* d, Cursor* c, const uint8_t* end, AacProgram
         *c = start;
         status = decode_elements(d, c, end, program);
     }
-    if (!d->formatSent && (status < 0 || d->layout.open)) {
-        /* Nothing is known about the channels yet: nothing can be output. */
-        report_concealed(d, d->error, status);
-        return 1;
+    if (status >= 0) show_notices(d);
+    d->sawCoupling = d->sawSbr = 0;
+    if (status < 0) {
+        const int stop = conceal_frame(d, d->error, status) < 0;
+        if (d->options->info) printf("frame %ld: corrupt%s\n", d->frameNumber, d->elementText);
+        return stop ? -1 : 1;
     }
     if (send_format(d) != 0) return -1;
-    if (d->options->info)
-        printf("frame %ld:%s%s\n", d->frameNumber, status < 0 ? " corrupt" : "", d->elementText);
-    if (status < 0) report_concealed(d, d->error, status);
-    else show_notices(d);
-    d->sawCoupling = d->sawSbr = 0;
-    if (render_block(d, status < 0) != 0) return -1;
-    return status < 0;
+    if (d->options->info) printf("frame %ld:%s\n", d->frameNumber, d->elementText);
+    if (render_block(d, 0) != 0) return -1;
+    ++d->cleanFrames;
+    return 0;
 }
 
 /* ------------------------------------------------------------------ ADTS */
@@ -754,8 +768,7 @@ static int decode_adts(AacDecoder* d, const uint8_t* data, size_t size)
             next = find_adts(data, size, pos + 7, &stream);
         }
         if (problem) {
-            report_concealed(d, problem, 0);
-            if (d->formatSent && render_block(d, 1) != 0) stop = 1;
+            if (conceal_frame(d, problem, 0) < 0) stop = 1;
             pos = next;
             continue;
         }
@@ -778,8 +791,7 @@ static int decode_adts(AacDecoder* d, const uint8_t* data, size_t size)
             if (result == 1) {
                 for (++b; b < blocks && !stop; ++b) {  /* the rest of the frame cannot be found */
                     ++d->frameNumber;
-                    report_concealed(d, "follows a corrupt block", 0);
-                    if (d->formatSent && render_block(d, 1) != 0) stop = 1;
+                    if (conceal_frame(d, "follows a corrupt block in the same frame", 0) < 0) stop = 1;
                 }
                 break;
             }
@@ -788,7 +800,7 @@ static int decode_adts(AacDecoder* d, const uint8_t* data, size_t size)
         pos += length;
     }
     free(frame);
-    return d->stats->framesDecoded > 0 ? 0 : 1;
+    return d->cleanFrames > 0 ? 0 : 1;
 }
 
 /* ------------------------------------------------------------------ ADIF */
@@ -830,7 +842,7 @@ static int decode_adif(AacDecoder* d, const uint8_t* data, size_t size)
         }
     }
     free(stream);
-    return d->stats->framesDecoded > 0 ? 0 : 1;
+    return d->cleanFrames > 0 ? 0 : 1;
 }
 
 /* ------------------------------------------------------------------ entry */
@@ -846,7 +858,7 @@ int aac_decode(const uint8_t* data, size_t size, const DecodeOptions* options, P
     }
     const int result = size >= 4 && memcmp(data, "ADIF", 4) == 0 ? decode_adif(d, data, size)
                                                                   : decode_adts(d, data, size);
-    if (d->stats->framesDecoded == 0 && result == 0) fprintf(stderr, "zamac-decode: no frame could be decoded\n");
+    if (result != 0 && d->frameNumber > 0) fprintf(stderr, "zamac-decode: no frame could be decoded\n");
     decoder_free(d);
     free(d);
     return result;

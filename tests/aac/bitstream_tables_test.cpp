@@ -1,0 +1,122 @@
+// The generated code tables against ../shared/tables, the scale-factor byte tree
+// against the code list, and every code word of every spectral book through
+// both decoders.
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "aac/aac_bitstream.h"
+#include "aac/aac_huffman.h"
+#include "aac/aac_tables.h"
+#include "bitstream_test_util.h"
+#include "test_support.h"
+
+namespace {
+
+struct CodeRow {
+    int index;
+    std::string code;
+};
+
+// Rows of a table file, grouped by "# book N" headers (group 0 when none).
+std::vector<std::vector<CodeRow>> readCodeFile(const std::string& name)
+{
+    std::vector<std::vector<CodeRow>> groups(12);
+    std::ifstream in(zamtest::sharedPath("tables/" + name));
+    std::string line;
+    int group = 0;
+    while (std::getline(in, line)) {
+        std::istringstream ls(line);
+        std::string first;
+        if (!(ls >> first)) continue;
+        if (first == "#") {
+            std::string word;
+            if (ls >> word && word == "book") ls >> group;
+            continue;
+        }
+        CodeRow r;
+        int length;
+        r.index = std::stoi(first);
+        ls >> length >> r.code;
+        groups[static_cast<size_t>(group)].push_back(r);
+    }
+    return groups;
+}
+
+std::string codeString(const zam::AacHuffCode& c)
+{
+    std::string s;
+    for (int i = static_cast<int>(c.length) - 1; i >= 0; --i) s += ((c.code >> i) & 1u) ? '1' : '0';
+    return s;
+}
+
+}  // namespace
+
+TEST(AacTables, SpectralCodesMatchTheSharedTables)
+{
+    const auto groups = readCodeFile("aac_spectral_huffman.txt");
+    for (int book = 1; book <= 11; ++book) {
+        const auto& rows = groups[static_cast<size_t>(book)];
+        const zam::AacSpectralBook& b = zam::kAacSpectralBooks[book];
+        ASSERT_EQ(static_cast<int>(rows.size()), b.numCodes) << book;
+        for (const CodeRow& r : rows) EXPECT_EQ(codeString(b.codes[r.index]), r.code) << book << " " << r.index;
+    }
+}
+
+TEST(AacTables, ScaleFactorTreeDecodesEveryCode)
+{
+    const auto rows = readCodeFile("aac_scalefactor_huffman.txt")[0];
+    ASSERT_EQ(rows.size(), 121u);
+    for (const CodeRow& r : rows) {
+        EXPECT_EQ(codeString(zam::kAacScaleFactorCodes[r.index]), r.code);
+        // The walk: a 0 moves to the next byte, a 1 forward by half the byte.
+        unsigned node = 0;
+        size_t used = 0;
+        while (!(zam::kAacScaleFactorTree[node] & 1u)) {
+            ASSERT_LT(used, r.code.size());
+            node = r.code[used++] == '1' ? node + (zam::kAacScaleFactorTree[node] >> 1) : node + 1;
+        }
+        EXPECT_EQ(used, r.code.size()) << r.index;
+        EXPECT_EQ(zam::kAacScaleFactorTree[node] >> 1, r.index);
+    }
+    // Index 60 (difference 0) is the single bit 0, 59 is 100, 61 is 1010.
+    EXPECT_EQ(codeString(zam::kAacScaleFactorCodes[60]), "0");
+    EXPECT_EQ(codeString(zam::kAacScaleFactorCodes[59]), "100");
+    EXPECT_EQ(codeString(zam::kAacScaleFactorCodes[61]), "1010");
+}
+
+TEST(AacTables, EveryCodeWordThroughBothDecoders)
+{
+    for (int book = 1; book <= 11; ++book) {
+        const zam::AacSpectralBook& b = zam::kAacSpectralBooks[book];
+        const int mod = b.isSigned ? 2 * b.largestValue + 1 : b.largestValue + 1;
+        const int off = b.isSigned ? b.largestValue : 0;
+        aactest::BitWriter w;
+        std::vector<int32_t> expected;
+        for (int index = 0; index < b.numCodes; ++index) {
+            int32_t v[4];
+            int rest = index;
+            for (int k = b.dimension - 1; k >= 0; --k) {
+                v[k] = rest % mod - off;
+                rest /= mod;
+            }
+            for (int k = 0; k < b.dimension; ++k) {
+                if (book == 11 && v[k] == 16) v[k] = 16 + index;  // escapes of several widths
+                if (!b.isSigned && (index + k) % 2) v[k] = -v[k];
+                expected.push_back(v[k]);
+            }
+            w.spectralTuple(book, v);
+        }
+        std::vector<uint8_t> data = w.bytes(4);
+        std::vector<int32_t> fast(expected.size()), ref(expected.size());
+        zam::AacCursor cf{data.data(), 0}, cr{data.data(), 0};
+        ASSERT_EQ(zam::aacDecodeSpectralValues(cf, book, fast.data(), static_cast<int>(fast.size())), zamStsOk);
+        ASSERT_EQ(zam::aacDecodeSpectralValuesRef(cr, book, ref.data(), static_cast<int>(ref.size())), zamStsOk);
+        EXPECT_EQ(fast, expected) << book;
+        EXPECT_EQ(ref, expected) << book;
+        EXPECT_EQ((cf.ptr - data.data()) * 8 + cf.offset, static_cast<long>(w.bits()));
+    }
+}
