@@ -429,6 +429,10 @@ typedef struct Mp3SideInfo {
 } Mp3SideInfo;
 
 
+/* Readers take the stream as `const uint8_t**`, writers as `uint8_t**`; both are
+ * advanced in place. Functions with a bit offset (int32_t*, 0..7 from the most
+ * significant bit) move it too. */
+
 /* ---------------------------------------------------------------- MP3 frame
  * Frame header and side information sit on byte boundaries and have whole numbers
  * of bytes, so these four take only a byte pointer (read or written in place, and

@@ -761,3 +761,40 @@ TEST(Mp3HuffmanEncodeErrors, NegativeTableAsReachedAndStuffing)
 }
 
 }  // namespace
+
+namespace {
+
+// Random side information and random data in a heap buffer that ends three bytes
+// after the byte holding the budget's last bit: the sanitizer build catches any
+// read beyond what the decoders may touch, also for data that overruns the budget.
+TEST(Mp3HuffmanDecodeErrors, ReadsStayWithinThreeBytesOfTheBudget)
+{
+    std::mt19937 gen(29);
+    int badData = 0, ok = 0;
+    for (int iter = 0; iter < 3000; ++iter) {
+        Mp3SideInfo si = normal(static_cast<int>(gen() % 289), static_cast<int>(gen() % 32),
+                                static_cast<int>(gen() % 32), static_cast<int>(gen() % 32),
+                                static_cast<int>(gen() % 16), static_cast<int>(gen() % 5), static_cast<int>(gen() % 2));
+        if (gen() % 3 == 0) si = switching(si.big_values, 1 + static_cast<int>(gen() % 3), static_cast<int>(gen() % 2),
+                                           si.table_select[0], si.table_select[1], si.count1table_select);
+        const int32_t hufSize = 1 + static_cast<int32_t>(gen() % (iter % 2 ? 64 : 2000));
+        si.part2_3_length = hufSize;
+        const int offset = static_cast<int>(gen() % 8);
+        std::vector<uint8_t> bytes(static_cast<size_t>((offset + hufSize + 7) / 8 + 3));
+        for (auto& b : bytes) b = static_cast<uint8_t>(gen());
+        for (const Which w : {Which::Decode, Which::Sfb, Which::SfbMbp}) {
+            const Result r = decode(w, bytes, offset, si, header(static_cast<int>(gen() % 2), 1), hufSize);
+            if (r.status == zamStsOk) {
+                ++ok;
+                EXPECT_EQ(r.bits, hufSize);
+            } else {
+                ASSERT_EQ(r.status, zamStsBadData);
+                ++badData;
+            }
+        }
+    }
+    EXPECT_GT(ok, 100);
+    EXPECT_GT(badData, 100);
+}
+
+}  // namespace
