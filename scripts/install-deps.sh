@@ -3,7 +3,8 @@
 # machine lacks. Safe to run again: it installs only missing packages.
 set -euo pipefail
 packages=(cmake g++ make libgtest-dev libgmock-dev libbenchmark-dev binutils
-          clang libclang-rt-dev ffmpeg lame mpg123 faad sox pkg-config python3)
+          clang libclang-rt-dev ffmpeg lame mpg123 faad sox pkg-config python3
+          libfftw3-dev)  # FFTW: only for the side-by-side transform benchmark
 missing=()
 for p in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || missing+=("$p")

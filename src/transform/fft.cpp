@@ -23,38 +23,43 @@ constexpr int64_t roundUp64(int64_t bytes) { return roundUp(bytes, 64); }
 
 // ------------------------------------------------------------ stage plan
 
-// Floats of stage twiddles for an order: radix-4 stages h = 4, 16, ... while two
-// levels remain after the first pass, then one radix-2 stage for an odd remainder.
+// The first pass does log2 R levels: 2 for order 2, 3 for odd orders, 4 for
+// even orders from 4, so that radix-4 stages complete every transform.
+constexpr int firstPassLevels(int order) { return order <= 2 ? order : (order % 2 ? 3 : 4); }
+
+// Floats of stage twiddles for an order: radix-4 stages h = R, 4R, ... after the
+// first pass (a radix-2 stage would close an odd remainder; the plan has none).
 constexpr int64_t stageTableFloats(int order)
 {
     if (order < 3) return 0;
-    int64_t floats = 0, h = 4;
-    int levels = order - 2;
-    for (; levels >= 2; levels -= 2, h *= 4) floats += 8 * h;
+    int64_t floats = 0, h = int64_t{1} << firstPassLevels(order);
+    int levels = order - firstPassLevels(order);
+    for (; levels >= 2; levels -= 2, h *= 4) floats += 12 * h;
     if (levels == 1) floats += 4 * h;
     return floats;
 }
 
 // Writes the stage tables for `order`, taking W_M^k for M = 2^tableOrder from
-// `root(k)` (k < M/2), M >= N.
+// `root(k)` (k < 3M/4), M >= N.
 template <typename Root>
 void buildStageTables(float* out, int order, int tableOrder, Root root)
 {
     if (order < 3) return;
-    int64_t h = 4;
-    int levels = order - 2;
+    int64_t h = int64_t{1} << firstPassLevels(order);
+    int levels = order - firstPassLevels(order);
     auto put = [&](float* blk, int lane, Cpx w) {
         blk[2 * lane] = blk[2 * lane + 1] = w.re;
         blk[8 + 2 * lane] = blk[8 + 2 * lane + 1] = w.im;
     };
     for (; levels >= 2; levels -= 2, h *= 4) {
-        int64_t s1 = (int64_t{1} << tableOrder) / (2 * h), s2 = s1 / 2;
+        const int64_t step = (int64_t{1} << tableOrder) / (4 * h);
         for (int64_t j = 0; j < h; ++j) {
-            float* blk = out + (j >> 2) * 32;
-            put(blk, int(j & 3), root(j * s1));
-            put(blk + 16, int(j & 3), root(j * s2));
+            float* blk = out + (j >> 2) * 48;
+            put(blk, int(j & 3), root(j * step));
+            put(blk + 16, int(j & 3), root(2 * j * step));
+            put(blk + 32, int(j & 3), root(3 * j * step));
         }
-        out += 8 * h;
+        out += 12 * h;
     }
     if (levels == 1) {
         int64_t s1 = (int64_t{1} << tableOrder) / (2 * h);
@@ -103,8 +108,8 @@ template <int Order>
 constexpr SmallTables<Order> makeSmallTables()
 {
     SmallTables<Order> t{};
-    int64_t h = 4;
-    int levels = Order - 2;
+    int64_t h = int64_t{1} << firstPassLevels(Order);
+    int levels = Order - firstPassLevels(Order);
     float* out = t.tw;
     auto root = [](int64_t num, int64_t den) {
         SinCos sc = sinCosTurn(num, den);
@@ -116,10 +121,11 @@ constexpr SmallTables<Order> makeSmallTables()
     };
     for (; levels >= 2; levels -= 2, h *= 4) {
         for (int64_t j = 0; j < h; ++j) {
-            put(out + (j >> 2) * 32, int(j & 3), root(j, 2 * h));
-            put(out + (j >> 2) * 32 + 16, int(j & 3), root(j, 4 * h));
+            put(out + (j >> 2) * 48, int(j & 3), root(j, 4 * h));
+            put(out + (j >> 2) * 48 + 16, int(j & 3), root(2 * j, 4 * h));
+            put(out + (j >> 2) * 48 + 32, int(j & 3), root(3 * j, 4 * h));
         }
-        out += 8 * h;
+        out += 12 * h;
     }
     if (levels == 1)
         for (int64_t j = 0; j < h; ++j) put(out + (j >> 2) * 16, int(j & 3), root(j, 2 * h));
@@ -139,8 +145,8 @@ constexpr SmallTables<6> kSmall6 = makeSmallTables<6>();
 void stages(float* x, int order, const float* tw, Kernels k)
 {
     const int64_t n = int64_t{1} << order;
-    int64_t h = 4;
-    int levels = order - 2;
+    int64_t h = int64_t{1} << firstPassLevels(order);
+    int levels = order - firstPassLevels(order);
     const bool vec = k == Kernels::Avx2;
     for (; levels >= 2; levels -= 2, h *= 4) {
         for (int64_t g = 0; g < n; g += 4 * h) {
@@ -149,7 +155,7 @@ void stages(float* x, int order, const float* tw, Kernels k)
             else
                 fftk::radix4BlockScalar(x + 2 * g, int(h), tw, int(h));
         }
-        tw += 8 * h;
+        tw += 12 * h;
     }
     if (levels == 1) {
         if (vec)
@@ -159,14 +165,28 @@ void stages(float* x, int order, const float* tw, Kernels k)
     }
 }
 
-// Bit-reversed gather plus the first two levels, from `in` (interleaved) to `out`.
+// Bit-reversed gather plus the first levels, from `in` (interleaved) to `out`.
 void firstPass(const float* in, float* out, int order, const uint32_t* rev, Kernels k)
 {
     const int n = 1 << order;
-    if (k == Kernels::Avx2 && n >= 16)
-        fftk::firstPassAvx2(in, out, n, rev);
-    else
+    const bool vec = k == Kernels::Avx2;
+    switch (firstPassLevels(order)) {
+    case 2:
         fftk::firstPassScalar(in, out, n, rev);
+        break;
+    case 3:
+        if (vec && n >= 32)
+            fftk::firstPassRadixAvx2<3>(in, out, n, rev);
+        else
+            fftk::firstPassRadixScalar<3>(in, out, n, rev);
+        break;
+    default:
+        if (vec && n >= 64)
+            fftk::firstPassRadixAvx2<4>(in, out, n, rev);
+        else
+            fftk::firstPassRadixScalar<4>(in, out, n, rev);
+        break;
+    }
 }
 
 void scaleFloats(float* p, int64_t count, float s)
@@ -255,9 +275,17 @@ LargeTables largeTables(const FftSpec* s)
     return {s->twiddles, low, low + 2 * largeLowCount(s->order)};
 }
 
-// W_N^k from the two-level tables, in double precision.
+// W_N^k from the two-level tables, in double precision (k < N; the tables cover
+// half a turn and W^(k + N/2) = -W^k).
 inline void largeRoot(const LargeTables& t, int order, int64_t k, double& re, double& im)
 {
+    const int64_t half = int64_t{1} << (order - 1);
+    if (k >= half) {
+        largeRoot(t, order, k - half, re, im);
+        re = -re;
+        im = -im;
+        return;
+    }
     const int lb = largeLowBits(order);
     const double* l = t.low + 2 * (k & ((int64_t{1} << lb) - 1));
     const double* h = t.high + 2 * (k >> lb);
@@ -279,18 +307,6 @@ void bitReversePermute(int order, bool inPlace, Swap swap, Move move)
     }
 }
 
-// In-place first two levels on contiguous (already permuted) data.
-void firstPassInPlace(float* x, int64_t n)
-{
-    for (int64_t g = 0; g < n; g += 4) {
-        float* p = x + 2 * g;
-        Cpx x0{p[0], p[1]}, x1{p[2], p[3]}, x2{p[4], p[5]}, x3{p[6], p[7]};
-        // positions 4g+0..3 hold inputs in bit-reversed order already, so the
-        // butterfly pairs are (0,1) and (2,3) at the first level.
-        fftk::firstButterflyScalar(x0, x1, x2, x3, p);
-    }
-}
-
 void largeTransformInterleaved(const float* src, float* dst, const FftSpec* s, Kernels k)
 {
     const int order = s->order;
@@ -303,7 +319,7 @@ void largeTransformInterleaved(const float* src, float* dst, const FftSpec* s, K
     LargeTables t = largeTables(s);
     const int64_t block = int64_t{1} << kFftBlockOrder;
     for (int64_t b = 0; b < n; b += block) {
-        firstPassInPlace(dst + 2 * b, block);
+        fftk::firstPassInPlaceScalar<firstPassLevels(kFftBlockOrder)>(dst + 2 * b, block);
         stages(dst + 2 * b, kFftBlockOrder, t.stage, k);
     }
     // Whole-array radix-2 stages; twiddles made per chunk of butterflies.
@@ -389,6 +405,24 @@ void largeTransformSplit(const float* srcRe, const float* srcIm, float* re, floa
                 }
             }
         }
+    }
+}
+
+// The first pass reading split input, writing interleaved output.
+template <int LogR>
+void splitFirstPass(const float* re, const float* im, float* out, int64_t n, const uint32_t* rev)
+{
+    constexpr int R = 1 << LogR;
+    const int64_t stride = n / R;
+    for (int64_t g = 0; g < n / R; ++g) {
+        const uint32_t r = rev[static_cast<uint32_t>(g) << (LogR - 2)];
+        Cpx x[R];
+        for (int k = 0; k < R; ++k) {
+            const int64_t at = fftk::reverseLow(k, LogR) * stride + r;
+            x[k] = {re[at], im[at]};
+        }
+        fftk::ditGroupScalar<LogR>(x);
+        for (int k = 0; k < R; ++k) out[2 * (R * g + k)] = x[k].re, out[2 * (R * g + k) + 1] = x[k].im;
     }
 }
 
@@ -505,8 +539,12 @@ ZamStatus fftInit(FftSpec** ppSpec, int order, int flag, int hint, uint8_t* pMem
         s->bitReverse = reinterpret_cast<uint32_t*>(tables);
         for (uint32_t g = 0; g < n / 4; ++g) s->bitReverse[g] = reverseBits(g, order - 2);
         s->twiddles = reinterpret_cast<float*>(tables + roundUp64(n));
-        buildStageTables(s->twiddles, order, baseOrder,
-                         [base](int64_t k) { return Cpx{base[2 * k], base[2 * k + 1]}; });
+        const int64_t halfTurn = int64_t{1} << (baseOrder - 1);
+        buildStageTables(s->twiddles, order, baseOrder, [base, halfTurn](int64_t k) {
+            // the base table covers half a turn; W^(k + M/2) = -W^k
+            return k < halfTurn ? Cpx{base[2 * k], base[2 * k + 1]}
+                                : Cpx{-base[2 * (k - halfTurn)], -base[2 * (k - halfTurn) + 1]};
+        });
         s->workSize = static_cast<int>((8 * n + 63) & ~int64_t{63});
     } else {
         if (!pMemInit) {
@@ -640,13 +678,10 @@ ZamStatus fftFwdSplit(const float* pSrcRe, const float* pSrcIm, float* pDstRe, f
         // Gather the split input in bit-reversed group order into the interleaved
         // work area, run the stages there, then split into the destination.
         auto* w = reinterpret_cast<float*>(work);
-        const int64_t q = n / 4;
-        for (int64_t g = 0; g < q; ++g) {
-            uint32_t r = pSpec->bitReverse[g];
-            Cpx x0{pSrcRe[r], pSrcIm[r]}, x1{pSrcRe[r + 2 * q], pSrcIm[r + 2 * q]};
-            Cpx x2{pSrcRe[r + q], pSrcIm[r + q]}, x3{pSrcRe[r + 3 * q], pSrcIm[r + 3 * q]};
-            fftk::firstButterflyScalar(x0, x1, x2, x3, w + 8 * g);
-        }
+        if (firstPassLevels(order) == 3)
+            splitFirstPass<3>(pSrcRe, pSrcIm, w, n, pSpec->bitReverse);
+        else
+            splitFirstPass<4>(pSrcRe, pSrcIm, w, n, pSpec->bitReverse);
         stages(w, order, pSpec->twiddles, k);
         for (int64_t i = 0; i < n; ++i) pDstRe[i] = w[2 * i], pDstIm[i] = w[2 * i + 1];
     } else {

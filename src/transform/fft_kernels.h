@@ -8,9 +8,13 @@
 // Stage twiddle tables hold, for each run of four consecutive butterflies j, the
 // real and imaginary parts each duplicated into the two float lanes of a complex
 // value, so one 256-bit load feeds four complex multiplies:
-//   radix-4 stage of half-size h: per four j, 32 floats: Re W1, Im W1, Re W2, Im W2
-//     with W1 = exp(-i*pi*j/h), W2 = exp(-i*pi*j/(2h));
-//   radix-2 stage of half-size h: per four j, 16 floats: Re W1, Im W1.
+//   radix-4 stage over groups of 4h: per four j, 48 floats: Re and Im of W^j,
+//     W^2j and W^3j with W = exp(-2*pi*i/(4h));
+//   radix-2 stage of half-size h: per four j, 16 floats: Re W1, Im W1,
+//     W1 = exp(-i*pi*j/h).
+// In a radix-4 group the four sub-transforms of h points sit at offsets 0, h, 2h,
+// 3h and, because the input was bit-reversed, hold the samples 4m, 4m+2, 4m+1,
+// 4m+3 of the group: the one at h takes W^2j and the one at 2h takes W^j.
 // Every kernel has an AVX2 + FMA version and a plain scalar twin of the same
 // arithmetic.
 #pragma once
@@ -18,6 +22,8 @@
 #include <immintrin.h>
 
 #include <cstdint>
+
+#include "transform/trig.h"
 
 namespace zam::fftk {
 
@@ -54,24 +60,22 @@ inline void radix4BlockScalar(float* x, int h, const float* tw, int count)
     float* p2 = x + 4 * h;
     float* p3 = x + 6 * h;
     for (int j = 0; j < count; ++j) {
-        const float* t = tw + (j >> 2) * 32 + (j & 3) * 2;
-        float w1r = t[0], w1i = t[8], w2r = t[16], w2i = t[24];
-        Cpx a0{p0[2 * j], p0[2 * j + 1]}, a1{p1[2 * j], p1[2 * j + 1]};
-        Cpx a2{p2[2 * j], p2[2 * j + 1]}, a3{p3[2 * j], p3[2 * j + 1]};
-        Cpx t1 = cmul(a1, w1r, w1i), t3 = cmul(a3, w1r, w1i);
-        Cpx b0{a0.re + t1.re, a0.im + t1.im}, b1{a0.re - t1.re, a0.im - t1.im};
-        Cpx b2{a2.re + t3.re, a2.im + t3.im}, b3{a2.re - t3.re, a2.im - t3.im};
-        Cpx u2 = cmul(b2, w2r, w2i);
-        Cpx v3 = cmul(b3, w2r, w2i);
-        Cpx u3{v3.im, -v3.re};
-        p0[2 * j] = b0.re + u2.re;
-        p0[2 * j + 1] = b0.im + u2.im;
-        p2[2 * j] = b0.re - u2.re;
-        p2[2 * j + 1] = b0.im - u2.im;
-        p1[2 * j] = b1.re + u3.re;
-        p1[2 * j + 1] = b1.im + u3.im;
-        p3[2 * j] = b1.re - u3.re;
-        p3[2 * j + 1] = b1.im - u3.im;
+        const float* t = tw + (j >> 2) * 48 + (j & 3) * 2;
+        Cpx t0{p0[2 * j], p0[2 * j + 1]};
+        Cpx t1 = cmul(Cpx{p2[2 * j], p2[2 * j + 1]}, t[0], t[8]);
+        Cpx t2 = cmul(Cpx{p1[2 * j], p1[2 * j + 1]}, t[16], t[24]);
+        Cpx t3 = cmul(Cpx{p3[2 * j], p3[2 * j + 1]}, t[32], t[40]);
+        Cpx u0{t0.re + t2.re, t0.im + t2.im}, u1{t0.re - t2.re, t0.im - t2.im};
+        Cpx u2{t1.re + t3.re, t1.im + t3.im}, u3{t1.re - t3.re, t1.im - t3.im};
+        Cpx m{u3.im, -u3.re};  // -i * u3
+        p0[2 * j] = u0.re + u2.re;
+        p0[2 * j + 1] = u0.im + u2.im;
+        p2[2 * j] = u0.re - u2.re;
+        p2[2 * j + 1] = u0.im - u2.im;
+        p1[2 * j] = u1.re + m.re;
+        p1[2 * j + 1] = u1.im + m.im;
+        p3[2 * j] = u1.re - m.re;
+        p3[2 * j + 1] = u1.im - m.im;
     }
 }
 
@@ -114,20 +118,17 @@ inline void radix4BlockAvx2(float* x, int h, const float* tw, int count)
     float* p1 = x + 2 * h;
     float* p2 = x + 4 * h;
     float* p3 = x + 6 * h;
-    for (int j = 0; j < count; j += 4, tw += 32) {
-        __m256 w1r = _mm256_load_ps(tw), w1i = _mm256_load_ps(tw + 8);
-        __m256 w2r = _mm256_load_ps(tw + 16), w2i = _mm256_load_ps(tw + 24);
-        __m256 a0 = _mm256_loadu_ps(p0 + 2 * j), a1 = _mm256_loadu_ps(p1 + 2 * j);
-        __m256 a2 = _mm256_loadu_ps(p2 + 2 * j), a3 = _mm256_loadu_ps(p3 + 2 * j);
-        __m256 t1 = cmul8(a1, w1r, w1i), t3 = cmul8(a3, w1r, w1i);
-        __m256 b0 = _mm256_add_ps(a0, t1), b1 = _mm256_sub_ps(a0, t1);
-        __m256 b2 = _mm256_add_ps(a2, t3), b3 = _mm256_sub_ps(a2, t3);
-        __m256 u2 = cmul8(b2, w2r, w2i);
-        __m256 u3 = mulNegI8(cmul8(b3, w2r, w2i));
-        _mm256_storeu_ps(p0 + 2 * j, _mm256_add_ps(b0, u2));
-        _mm256_storeu_ps(p2 + 2 * j, _mm256_sub_ps(b0, u2));
-        _mm256_storeu_ps(p1 + 2 * j, _mm256_add_ps(b1, u3));
-        _mm256_storeu_ps(p3 + 2 * j, _mm256_sub_ps(b1, u3));
+    for (int j = 0; j < count; j += 4, tw += 48) {
+        __m256 t0 = _mm256_loadu_ps(p0 + 2 * j);
+        __m256 t1 = cmul8(_mm256_loadu_ps(p2 + 2 * j), _mm256_load_ps(tw), _mm256_load_ps(tw + 8));
+        __m256 t2 = cmul8(_mm256_loadu_ps(p1 + 2 * j), _mm256_load_ps(tw + 16), _mm256_load_ps(tw + 24));
+        __m256 t3 = cmul8(_mm256_loadu_ps(p3 + 2 * j), _mm256_load_ps(tw + 32), _mm256_load_ps(tw + 40));
+        __m256 u0 = _mm256_add_ps(t0, t2), u1 = _mm256_sub_ps(t0, t2);
+        __m256 u2 = _mm256_add_ps(t1, t3), m = mulNegI8(_mm256_sub_ps(t1, t3));
+        _mm256_storeu_ps(p0 + 2 * j, _mm256_add_ps(u0, u2));
+        _mm256_storeu_ps(p2 + 2 * j, _mm256_sub_ps(u0, u2));
+        _mm256_storeu_ps(p1 + 2 * j, _mm256_add_ps(u1, m));
+        _mm256_storeu_ps(p3 + 2 * j, _mm256_sub_ps(u1, m));
     }
 }
 
@@ -195,6 +196,146 @@ inline void firstPassAvx2(const float* in, float* out, int n, const uint32_t* re
         _mm256_storeu_pd(o + 4, _mm256_permute2f128_pd(t1, t3, 0x20));
         _mm256_storeu_pd(o + 8, _mm256_permute2f128_pd(t0, t2, 0x31));
         _mm256_storeu_pd(o + 12, _mm256_permute2f128_pd(t1, t3, 0x31));
+    }
+}
+
+// ---------------------------------------------------------------- radix-R first pass
+//
+// The first pass takes 2^LogR = R inputs per group in bit-reversed order and does
+// the first LogR levels on them in registers: for four groups at once in the
+// AVX2 version (one complex value of each group per vector, so every twiddle is
+// a constant), then a 4 x 4 transpose writes each group's R outputs.
+
+template <int R>
+struct RootsOf {
+    float re[R / 2 > 0 ? R / 2 : 1];
+    float im[R / 2 > 0 ? R / 2 : 1];
+};
+template <int R>
+constexpr RootsOf<R> makeRoots()
+{
+    RootsOf<R> r{};
+    for (int i = 0; i < R / 2; ++i) {
+        SinCos sc = sinCosTurn(i, R);
+        r.re[i] = static_cast<float>(sc.c);
+        r.im[i] = static_cast<float>(-sc.s);
+    }
+    return r;
+}
+template <int R>
+inline constexpr RootsOf<R> kRoots = makeRoots<R>();
+
+constexpr int reverseLow(int v, int bits)
+{
+    int r = 0;
+    for (int b = 0; b < bits; ++b) r |= ((v >> b) & 1) << (bits - 1 - b);
+    return r;
+}
+
+// Levels 1..LogR of one group held in x[0..R-1] (inputs in bit-reversed order).
+template <int LogR>
+inline void ditGroupScalar(Cpx* x)
+{
+    constexpr int R = 1 << LogR;
+    for (int len = 2; len <= R; len *= 2)
+        for (int b = 0; b < R; b += len)
+            for (int i = 0; i < len / 2; ++i) {
+                const int w = i * (R / len);
+                Cpx t = cmul(x[b + i + len / 2], kRoots<R>.re[w], kRoots<R>.im[w]);
+                Cpx a = x[b + i];
+                x[b + i] = {a.re + t.re, a.im + t.im};
+                x[b + i + len / 2] = {a.re - t.re, a.im - t.im};
+            }
+}
+
+template <int LogR>
+inline void ditGroupAvx2(__m256* x)
+{
+    constexpr int R = 1 << LogR;
+#pragma GCC unroll 16
+    for (int len = 2; len <= R; len *= 2)
+#pragma GCC unroll 16
+        for (int b = 0; b < R; b += len)
+#pragma GCC unroll 16
+            for (int i = 0; i < len / 2; ++i) {
+                const int w = i * (R / len);
+                __m256 t = x[b + i + len / 2];
+                if (w == 0) {
+                } else if (4 * w == R) {
+                    t = mulNegI8(t);
+                } else {
+                    t = cmul8(t, _mm256_set1_ps(kRoots<R>.re[w]), _mm256_set1_ps(kRoots<R>.im[w]));
+                }
+                __m256 a = x[b + i];
+                x[b + i] = _mm256_add_ps(a, t);
+                x[b + i + len / 2] = _mm256_sub_ps(a, t);
+            }
+}
+
+// Group g's outputs take inputs rev_R(k) * (n/R) + rev[g << (LogR - 2)], where rev
+// holds the (order-2)-bit reversal of the n/4 group indices of the radix-4 view.
+template <int LogR>
+inline void firstPassRadixScalar(const float* in, float* out, int n, const uint32_t* rev)
+{
+    constexpr int R = 1 << LogR;
+    const int groups = n / R, stride = n / R;
+    for (int g = 0; g < groups; ++g) {
+        const uint32_t r = rev[static_cast<uint32_t>(g) << (LogR - 2)];
+        Cpx x[R];
+        for (int k = 0; k < R; ++k) {
+            const int64_t at = 2 * (int64_t{reverseLow(k, LogR)} * stride + r);
+            x[k] = {in[at], in[at + 1]};
+        }
+        ditGroupScalar<LogR>(x);
+        for (int k = 0; k < R; ++k) {
+            out[2 * (int64_t{R} * g + k)] = x[k].re;
+            out[2 * (int64_t{R} * g + k) + 1] = x[k].im;
+        }
+    }
+}
+
+// Needs n/R to be a multiple of 4. Four groups whose inputs are adjacent are
+// taken together: the groups rev(r + l), l = 0..3, read input r + l + k*(n/R),
+// so each input position of the four is one 256-bit load.
+template <int LogR>
+inline void firstPassRadixAvx2(const float* in, float* out, int n, const uint32_t* rev)
+{
+    constexpr int R = 1 << LogR;
+    const int64_t stride = n / R;
+    for (int64_t r = 0; r < stride; r += 4) {
+        __m256 x[R];
+#pragma GCC unroll 16
+        for (int k = 0; k < R; ++k) x[k] = _mm256_loadu_ps(in + 2 * (reverseLow(k, LogR) * stride + r));
+        ditGroupAvx2<LogR>(x);
+        // (R-2)-bit reversal of r + l from the table of (order-2)-bit reversals
+        double* o0 = reinterpret_cast<double*>(out) + int64_t{R} * (rev[r] >> (LogR - 2));
+        double* o1 = reinterpret_cast<double*>(out) + int64_t{R} * (rev[r + 1] >> (LogR - 2));
+        double* o2 = reinterpret_cast<double*>(out) + int64_t{R} * (rev[r + 2] >> (LogR - 2));
+        double* o3 = reinterpret_cast<double*>(out) + int64_t{R} * (rev[r + 3] >> (LogR - 2));
+#pragma GCC unroll 4
+        for (int k0 = 0; k0 < R; k0 += 4) {
+            __m256d y0 = _mm256_castps_pd(x[k0]), y1 = _mm256_castps_pd(x[k0 + 1]);
+            __m256d y2 = _mm256_castps_pd(x[k0 + 2]), y3 = _mm256_castps_pd(x[k0 + 3]);
+            __m256d t0 = _mm256_unpacklo_pd(y0, y1), t1 = _mm256_unpackhi_pd(y0, y1);
+            __m256d t2 = _mm256_unpacklo_pd(y2, y3), t3 = _mm256_unpackhi_pd(y2, y3);
+            _mm256_storeu_pd(o0 + k0, _mm256_permute2f128_pd(t0, t2, 0x20));
+            _mm256_storeu_pd(o1 + k0, _mm256_permute2f128_pd(t1, t3, 0x20));
+            _mm256_storeu_pd(o2 + k0, _mm256_permute2f128_pd(t0, t2, 0x31));
+            _mm256_storeu_pd(o3 + k0, _mm256_permute2f128_pd(t1, t3, 0x31));
+        }
+    }
+}
+
+// The first LogR levels in place on contiguous, already permuted data.
+template <int LogR>
+inline void firstPassInPlaceScalar(float* data, int64_t n)
+{
+    constexpr int R = 1 << LogR;
+    for (int64_t g = 0; g < n; g += R) {
+        Cpx x[R];
+        for (int k = 0; k < R; ++k) x[k] = {data[2 * (g + k)], data[2 * (g + k) + 1]};
+        ditGroupScalar<LogR>(x);
+        for (int k = 0; k < R; ++k) data[2 * (g + k)] = x[k].re, data[2 * (g + k) + 1] = x[k].im;
     }
 }
 
