@@ -288,27 +288,7 @@ void pqmfSynthesisAvx2(const float* src, float* dst, float* delay, int32_t& posi
     storedVectorsAvx2(src, 8, 8, line + kPqmfRingSlots + 8);
     storedVectorsAvx2(src, 16, 2, line + kPqmfRingSlots + 16);
 
-    alignas(32) float low[16];
-    alignas(32) float high[16];
-    for (int t = 0; t < kPqmfSlots; ++t) {
-        const int newest = kPqmfRingSlots + t;
-        __m256 l0 = _mm256_setzero_ps(), l1 = l0, h0 = l0, h1 = l0;
-        float first = 0.0f;
-        for (int p = 0; p < 8; ++p) {
-            const float* even = line[newest - 2 * p];
-            const float* odd = line[newest - 2 * p - 1];
-            const __m256 e0 = _mm256_load_ps(even), e1 = _mm256_load_ps(even + 8);
-            const __m256 o0 = _mm256_load_ps(odd + 16), o1 = _mm256_load_ps(odd + 24);
-            l0 = _mm256_fmadd_ps(_mm256_load_ps(tab.evenLow[p]), e0, l0);
-            l1 = _mm256_fmadd_ps(_mm256_load_ps(tab.evenLow[p] + 8), e1, l1);
-            l0 = _mm256_fmadd_ps(_mm256_load_ps(tab.oddLow[p]), o0, l0);
-            l1 = _mm256_fmadd_ps(_mm256_load_ps(tab.oddLow[p] + 8), o1, l1);
-            h0 = _mm256_fmadd_ps(_mm256_load_ps(tab.evenHigh[p]), e0, h0);
-            h1 = _mm256_fmadd_ps(_mm256_load_ps(tab.evenHigh[p] + 8), e1, h1);
-            h0 = _mm256_fmadd_ps(_mm256_load_ps(tab.oddHigh[p]), o0, h0);
-            h1 = _mm256_fmadd_ps(_mm256_load_ps(tab.oddHigh[p] + 8), o1, h1);
-            first += tab.firstOdd[p] * odd[0];
-        }
+    auto emit = [&](int t, __m256 l0, __m256 l1, __m256 h0, __m256 h1, float first) {
         float* out = dst + t * 32 * stride;
         if (stride == 1) {
             // out[0] gets the odd slots' X[16] terms on top of lane 0.
@@ -323,6 +303,8 @@ void pqmfSynthesisAvx2(const float* src, float* dst, float* delay, int32_t& posi
             _mm256_storeu_ps(out + 16, _mm256_permutevar8x32_ps(_mm256_blend_ps(r1, r0, 0x80), rotate));
             _mm256_storeu_ps(out + 24, _mm256_permutevar8x32_ps(_mm256_blend_ps(r0, r1, 0x80), rotate));
         } else {
+            alignas(32) float low[16];
+            alignas(32) float high[16];
             _mm256_store_ps(low, l0);
             _mm256_store_ps(low + 8, l1);
             _mm256_store_ps(high, h0);
@@ -330,6 +312,48 @@ void pqmfSynthesisAvx2(const float* src, float* dst, float* delay, int32_t& posi
             low[0] += first;
             scatterSynthesisOutput(low, high, out, stride);
         }
+    };
+
+    // Two slots at a time: they share the window coefficients, and the even vector
+    // of the first is the odd vector of the second.
+    for (int t = 0; t < kPqmfSlots; t += 2) {
+        const int newest = kPqmfRingSlots + t;  // slot t; slot t + 1 is one later
+        __m256 la0 = _mm256_setzero_ps(), la1 = la0, ha0 = la0, ha1 = la0;
+        __m256 lb0 = la0, lb1 = la0, hb0 = la0, hb1 = la0;
+        float firstA = 0.0f, firstB = 0.0f;
+        for (int p = 0; p < 8; ++p) {
+            const float* later = line[newest + 1 - 2 * p];  // even of t + 1
+            const float* shared = line[newest - 2 * p];     // even of t, odd of t + 1
+            const float* earlier = line[newest - 2 * p - 1];  // odd of t
+            const __m256 el0 = _mm256_load_ps(tab.evenLow[p]), el1 = _mm256_load_ps(tab.evenLow[p] + 8);
+            const __m256 ol0 = _mm256_load_ps(tab.oddLow[p]), ol1 = _mm256_load_ps(tab.oddLow[p] + 8);
+            const __m256 eh0 = _mm256_load_ps(tab.evenHigh[p]), eh1 = _mm256_load_ps(tab.evenHigh[p] + 8);
+            const __m256 oh0 = _mm256_load_ps(tab.oddHigh[p]), oh1 = _mm256_load_ps(tab.oddHigh[p] + 8);
+            const __m256 ea0 = _mm256_load_ps(shared), ea1 = _mm256_load_ps(shared + 8);
+            const __m256 oa0 = _mm256_load_ps(earlier + 16), oa1 = _mm256_load_ps(earlier + 24);
+            const __m256 eb0 = _mm256_load_ps(later), eb1 = _mm256_load_ps(later + 8);
+            const __m256 ob0 = _mm256_load_ps(shared + 16), ob1 = _mm256_load_ps(shared + 24);
+            la0 = _mm256_fmadd_ps(el0, ea0, la0);
+            la1 = _mm256_fmadd_ps(el1, ea1, la1);
+            lb0 = _mm256_fmadd_ps(el0, eb0, lb0);
+            lb1 = _mm256_fmadd_ps(el1, eb1, lb1);
+            ha0 = _mm256_fmadd_ps(eh0, ea0, ha0);
+            ha1 = _mm256_fmadd_ps(eh1, ea1, ha1);
+            hb0 = _mm256_fmadd_ps(eh0, eb0, hb0);
+            hb1 = _mm256_fmadd_ps(eh1, eb1, hb1);
+            la0 = _mm256_fmadd_ps(ol0, oa0, la0);
+            la1 = _mm256_fmadd_ps(ol1, oa1, la1);
+            lb0 = _mm256_fmadd_ps(ol0, ob0, lb0);
+            lb1 = _mm256_fmadd_ps(ol1, ob1, lb1);
+            ha0 = _mm256_fmadd_ps(oh0, oa0, ha0);
+            ha1 = _mm256_fmadd_ps(oh1, oa1, ha1);
+            hb0 = _mm256_fmadd_ps(oh0, ob0, hb0);
+            hb1 = _mm256_fmadd_ps(oh1, ob1, hb1);
+            firstA += tab.firstOdd[p] * earlier[0];
+            firstB += tab.firstOdd[p] * shared[0];
+        }
+        emit(t, la0, la1, ha0, ha1, firstA);
+        emit(t + 1, lb0, lb1, hb0, hb1, firstB);
     }
 
     position = (position + kPqmfSlots) & (kPqmfRingSlots - 1);
