@@ -66,35 +66,27 @@ constexpr unsigned kFftwMeasure = 0;
 
 // ------------------------------------------------------------ timing records
 
-std::map<std::string, double>& peerTimes()
-{
-    static std::map<std::string, double> m;
-    return m;
-}
-
-std::map<std::string, double>& ourTimes()
-{
-    static std::map<std::string, double> m;
-    return m;
-}
-
-// At exit, the table of the fastest run of each case (run with
-// --benchmark_repetitions to take the minimum over several).
-struct Summary {
-    ~Summary()
+// The fastest run of each case, ours and the peer's; the table is printed at
+// exit (run with --benchmark_repetitions to take the minimum over several).
+struct Records {
+    std::map<std::string, double> peer, ours;
+    ~Records()
     {
-        if (ourTimes().empty()) return;
+        if (ours.empty()) return;
         std::printf("\n%-14s %14s %14s %10s\n", "transform", "zamac ns", "FFTW ns", "ratio");
-        for (const auto& [key, ns] : ourTimes()) {
-            auto it = peerTimes().find(key);
-            if (it != peerTimes().end() && it->second > 0)
+        for (const auto& [key, ns] : ours) {
+            auto it = peer.find(key);
+            if (it != peer.end() && it->second > 0)
                 std::printf("%-14s %14.1f %14.1f %10.2f\n", key.c_str(), ns, it->second, ns / it->second);
             else
                 std::printf("%-14s %14.1f %14s %10s\n", key.c_str(), ns, "-", "-");
         }
     }
 };
-Summary gSummary;
+Records gRecords;
+
+std::map<std::string, double>& peerTimes() { return gRecords.peer; }
+std::map<std::string, double>& ourTimes() { return gRecords.ours; }
 
 // Thread CPU time per iteration: the machine may be shared, so wall time would
 // mostly measure the other processes.

@@ -16,7 +16,8 @@ inline int runHuffman(const uint8_t* data, size_t size, Decoder which)
     Input in(data, size);
     const Mp3FrameHeader h = header(in);
     const Mp3SideInfo si = sideInfo(in);
-    const int32_t hufSize = in.field(si.part2_3_length > 0 && si.part2_3_length < 4096 ? si.part2_3_length + 1 : 4096);
+    int32_t hufSize = in.field(si.part2_3_length > 0 && si.part2_3_length < 4096 ? si.part2_3_length + 1 : 4096);
+    hufSize %= 8001;  // keeps the buffer below small even for wild values
     const int32_t startOffset = in.field(8);
     // Band tables: mostly valid-looking, sometimes random.
     int16_t longTable[6 * 23], shortTable[6 * 14], mbp[6 * 2];
@@ -27,7 +28,8 @@ inline int runHuffman(const uint8_t* data, size_t size, Decoder which)
         mbp[r * 2] = static_cast<int16_t>(randomTables ? in.take(2) : 8);
         mbp[r * 2 + 1] = static_cast<int16_t>(randomTables ? in.take(2) : in.take(1) % 8);
     }
-    const int64_t budgetBytes = hufSize > 0 && startOffset >= 0 && startOffset < 8 ? (startOffset + hufSize + 7) / 8 : 1;
+    const int64_t budgetBytes =
+        hufSize > 0 && startOffset >= 0 && startOffset < 8 ? (int64_t{startOffset} + hufSize + 7) / 8 : 1;
     std::vector<uint8_t> stream = in.stream(static_cast<size_t>(budgetBytes + 3));
     std::vector<int32_t> out(576, 0x11111111);
     int32_t bound = -7;

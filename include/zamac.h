@@ -110,7 +110,7 @@ const ZamLibVersion* zamacGetLibVersion(void);
 
 /* ========================================================= shared types */
 
-/* An opaque state or specification object. Every family has its own named
+/* An opaque state or descriptor object. Every family has its own named
  * opaque type below; all of them are laid out as such an object. */
 typedef struct SpecObject SpecObject;
 
@@ -204,8 +204,8 @@ typedef struct VlcEncodeSpec VlcEncodeSpec;
  * the first pSubTablesSizes[0] bits of a code, each later level by the next
  * pSubTablesSizes[k] bits. The widths are used until their running sum first
  * reaches the longest code length; that width is cut so that the sum equals it,
- * and later widths are ignored. One level as wide as the longest code gives one
- * table read per code.
+ * and later widths are ignored ({4, 4, 4} for a longest code of 9 is used as
+ * {4, 4, 1}). One level as wide as the longest code gives one table read per code.
  *
  * Sizes: lenBits = smallest b with 2^b > the largest width used; valueBits =
  * smallest b >= 0 with 2^b >= the largest |value|; entries = sum over all tables of
@@ -237,9 +237,9 @@ typedef struct VlcEncodeSpec VlcEncodeSpec;
  *  6. a spec larger than 2^31 - 1 bytes: zamStsVlcTable.
  *  7. Init and InitAlloc: a collision: zamStsVlcTable, the memory partly written
  *     (tag set). InitAlloc: allocation failure: zamStsMemAlloc.
- * Init builds in the caller's memory at any address (the spec goes to its first
- * 64-byte boundary; the decoders accept the raw pointer). InitAlloc stores the start
- * of its zamMalloc block in *ppVLCSpec (nothing is stored on failure). */
+ * Init builds in the caller's memory at any address (the object goes to its first
+ * 64-byte boundary; the decoders accept the raw pointer). InitAlloc stores the
+ * start of its zamMalloc block in *ppVLCSpec (nothing is stored on failure). */
 ZamStatus zamsVLCDecodeGetSize_32s(const VlcEntry* pInputTable, int inputTableSize, const int* pSubTablesSizes,
                                    int numSubTables, int* pSize);
 ZamStatus zamsVLCDecodeInit_32s(const VlcEntry* pInputTable, int inputTableSize, const int* pSubTablesSizes,
@@ -258,7 +258,7 @@ ZamStatus zamsVLCDecodeUTupleInitAlloc_32s(const VlcEntry* pInputTable, int inpu
                                            const int* pSubTablesSizes, int numSubTables, int numElements,
                                            int numValueBits, VlcDecodeUTupleSpec** ppVLCSpec);
 /* Release: one function under two names. Ignores null, clears the tag without
- * checking it, and passes the pointer to zamFree only when InitAlloc made the spec. */
+ * checking it, and passes the pointer to zamFree only when InitAlloc made it. */
 void zamsVLCDecodeFree_32s(VlcDecodeSpec* pVLCSpec);
 void zamsVLCDecodeUTupleFree_32s(VlcDecodeUTupleSpec* pVLCSpec);
 
@@ -329,7 +329,7 @@ ZamStatus zamsVLCDecodeUTupleEscBlock_MP3_1u16s(uint8_t** ppBitStream, int* pBit
  * keep whatever the memory held and must not be encoded. InitAlloc does not test its
  * allocation: when zamMalloc fails it stores null in *ppVLCSpec and still returns
  * zamStsOk. Free ignores null, clears the tag without checking it, and releases the
- * memory only when InitAlloc made the spec. */
+ * memory only when InitAlloc made it. */
 ZamStatus zamsVLCEncodeGetSize_32s(const VlcEntry* pInputTable, int inputTableSize, int* pSize);
 ZamStatus zamsVLCEncodeInit_32s(const VlcEntry* pInputTable, int inputTableSize, VlcEncodeSpec* pVLCSpec);
 ZamStatus zamsVLCEncodeInitAlloc_32s(const VlcEntry* pInputTable, int inputTableSize, VlcEncodeSpec** ppVLCSpec);
@@ -552,7 +552,8 @@ ZamStatus zamsPackScaleFactors_MP3_8s1u(const int8_t* pSrcScaleFactor, uint8_t**
  * 0; *pDstNonZeroBound is one past the last non-zero line (0 if none). hufSize 0
  * reads nothing and gives 576 zeros after the side-information checks.
  * Bits are read through a byte-refilled accumulator that never touches more than
- * three bytes after the byte holding the budget's last bit.
+ * three bytes after the byte holding the budget's last bit; past them it reads
+ * zeros, which can only change lines decoded from bits beyond the budget.
  * Table numbers are checked region by region as each is reached (an empty region
  * counts as reached): an error at region 1 or 2 leaves the earlier regions decoded
  * and the cursor after them. When the big-values zone uses more than hufSize bits,
@@ -561,10 +562,13 @@ ZamStatus zamsPackScaleFactors_MP3_8s1u(const int8_t* pSrcScaleFactor, uint8_t**
 
 /* Decoding with the caller's long band table. Window-switching granules: region 0
  * is 36 lines (MPEG-1, or block_type 2) or 54 lines (MPEG-2 start and stop blocks),
- * region 1 runs to 2 * big_values, no region 2.
+ * region 1 runs to 2 * big_values, no region 2. (These fixed sizes fit the ISO
+ * rates and MPEG-2.5 at 11.025 and 12 kHz; window-switching granules at 8 kHz need
+ * zamsHuffmanDecodeSfbMbp_MP3_1u32s with the 8 kHz band tables.)
  * Checks, in order: ppBitStream, pOffset, pDstIs, pDstNonZeroBound, pSideInfo,
  * pFrameHeader, pSfbTableLong null, then *ppBitStream null -> zamStsNullPtr;
- * *pOffset above 7, hufSize negative or above part2_3_length -> zamStsBadArg;
+ * *pOffset above 7 (unsigned), hufSize negative or above part2_3_length ->
+ * zamStsBadArg;
  * big_values above 288, block_type above 3, window_switching_flag or
  * count1table_select above 1 (all unsigned) -> zamStsMp3SideInfoErr; ID above 1 or
  * layer not 1, then sampling_frequency above 2 -> zamStsMp3FrameHeaderErr; window
@@ -959,7 +963,8 @@ ZamStatus zamsDecodeExtensionHeader_AAC(uint8_t** ppBitStream, int32_t* pOffset,
  * zamStsAacGainCtrlErr (gain control is not supported); zamStsBadData (a
  * section end above the band count); zamStsAacSpectCbErr (book 12 in the
  * spectrum); zamStsAacQuantValErr (a book-11 escape prefix of more than 8 ones,
- * i.e. a magnitude above 8191). Everything written before stays written.
+ * i.e. a magnitude above 8191; the cursor stands after the ninth one).
+ * Everything written before stays written.
  */
 
 /* Low-complexity form. commonWin 1: the ICS information is already in
@@ -982,7 +987,7 @@ ZamStatus zamsNoiselessDecoder_LC_AAC(uint8_t** ppBitStream, int32_t* pOffset, i
  * windowSequence, maxSfb and pMainHeader's window groups are used, no ICS, pulse,
  * TNS or gain-control data are read. No check of max_sfb against the band count
  * (a section ending above it fails with zamStsBadData); a max_sfb taken from
- * pIcsInfo (commonWin 1) outside 0..51 fails with zamStsAacMaxSfbErr. Checks: a pointer null ->
+ * pIcsInfo (commonWin 1) outside 0..63 fails with zamStsAacMaxSfbErr. Checks: a pointer null ->
  * zamStsNullPtr; offset -> zamStsAacBitOffsetErr; commonWin above 1 ->
  * zamStsAacCommonWinErr; windowSequence above 3 -> zamStsAacWinSeqErr;
  * scaleFlag above 1 -> zamStsAacLayerFlagErr; audioObjectType above 16 ->
@@ -1035,9 +1040,10 @@ ZamStatus zamsNoiselessDecode_AAC(uint8_t** ppBitStream, int32_t* pOffset, AacMa
  * sf the band's scale factor; other bands and the values past maxSfb are left
  * as they are. The fixed-point form: with e = sf - 100, s = ceil(e/4):
  *  - |q| 1..3 and 4..15 come from a table with 28 and 25 fractional bits shifted
- *    right by 25 - s and 22 - s; when that shift is negative no shift is made (the
- *    result stops growing: for sf above 197 (1..3) or 185 (4..15) the results are
- *    smaller than the exact value), above 31 the result is 0;
+ *    right by 25 - s and 22 - s; when that shift is negative no shift is made (for
+ *    sf above 200 (1..3) or 188 (4..15) the result is the table entry itself, which
+ *    repeats with a period of 4 scale factors and lies below the exact value),
+ *    above 31 the result is 0;
  *  - |q| 16..8191 use a power table (16..128) or a polynomial (129..8191) and are
  *    then shifted by (s - base): a right shift above 31 gives 0, a left shift above
  *    31 gives 2147483647 (with the sign of q), a left shift of 1..31 wraps in 32
@@ -1280,9 +1286,13 @@ ZamStatus zamsMDCTInv_32f_I(float* pSrcDst, const MdctInvSpec_32f* pMDCTSpec, ui
  * input block is normalised by its largest magnitude, folded and twiddled in
  * Q15, transformed by an internal 16-bit fixed-point FFT of N/4 points that
  * halves every level, and scaled back by a shift of
- * scaleFactor - log2(N/4) + s + 10 bits, s being the normalisation exponent;
- * the result carries the rounding noise of a 16-bit FFT (a few output LSBs for
- * full-range outputs). An all-zero input gives N/2 zeros for any scaleFactor.
+ * scaleFactor - log2(N/4) + s + 10 bits, s being the normalisation exponent
+ * (the FFT halves only the levels that could overflow and the bits it keeps
+ * are accounted for in that shift). The result carries the rounding noise of a
+ * 16-bit FFT: relative to the largest output of the block, about 2^-11 for tonal
+ * and full-scale blocks and 2^-10 for noise-like ones at N = 2048 (so a few to
+ * a few tens of LSBs when the outputs use the full 16-bit range). An all-zero
+ * input gives N/2 zeros for any scaleFactor.
  * Spec placement, sizes and checks follow the float family; the 16-bit Init
  * also accepts a null pMemInit (its init size is 0). */
 typedef struct MdctFwdSpec_16s MdctFwdSpec_16s;   /* tag 57 */

@@ -4,10 +4,13 @@
 Run from the repository root:  python3 scripts/gen_mp3_tables.py
 The output is committed; run again only when the table files change.
 
-Decode tables are multi-level look-up tables of 16-bit entries:
-  leaf:    bit 15 = 0, bits 8..12 = code bits used at this level, bits 4..7 = x, bits 0..3 = y
+Decode tables are multi-level look-up tables of 16-bit entries over each code
+extended by its sign bits, so that one walk yields signed values:
   pointer: bit 15 = 1, bits 12..14 = sub-table width - 1, bits 0..11 = sub-table start
            (relative to the table's first entry); the level's full width is consumed first.
+  leaf:    bit 15 = 0, bit 14 = escape (a 15 with linbits: x, y are magnitudes, the
+           signs follow the linbits), bits 10..13 = bits used at this level,
+           bits 5..9 = x, bits 0..4 = y (5-bit two's complement)
 Encode tables hold (code << 8) | length per (x, y), row-major with the table's own width.
 """
 import os
@@ -87,18 +90,36 @@ def build_level(codes, width, entries, base):
         build_level(group, sub_width, entries, sub_base)
 
 
-def encode_entries(entries):
+def encode_signed_entries(entries):
+    """Leaves of the codes extended by their sign bits: length in bits 10..13, x and
+    y as 5-bit two's complement in bits 5..9 and 0..4; bit 14 marks an escape leaf
+    (a value 15 followed by linbits), whose x and y are magnitudes without signs."""
     out = []
     for e in entries:
         assert e is not None, "incomplete code"
         if e[0] == "leaf":
-            _, length, (x, y) = e
-            assert 1 <= length <= 31 and x < 16 and y < 16
-            out.append((length << 8) | (x << 4) | y)
+            _, length, (x, y, escape) = e
+            assert 1 <= length <= 15 and -15 <= x <= 15 and -15 <= y <= 15
+            out.append((escape << 14) | (length << 10) | ((x & 31) << 5) | (y & 31))
         else:
             _, width, start = e
             assert 1 <= width <= 8 and start < 4096
             out.append(0x8000 | ((width - 1) << 12) | start)
+    return out
+
+
+def with_signs(codes, linbits):
+    """A code extended by its sign bits: (bits, (x, y, escape)) with x, y signed. With
+    linbits, a pair holding a 15 keeps its plain code (the signs follow the linbits)."""
+    out = []
+    for x, y, c in codes:
+        if linbits and (x == 15 or y == 15):
+            out.append((c, (x, y, 1)))
+            continue
+        for sx in ([0, 1] if x else [0]):
+            for sy in ([0, 1] if y else [0]):
+                bits = c + ("1" if sx else "0") * (x != 0) + ("1" if sy else "0") * (y != 0)
+                out.append((bits, (-x if sx else x, -y if sy else y, 0)))
     return out
 
 
@@ -115,7 +136,7 @@ def main():
     sfb = read_sfb()
 
     # Tables sharing one code (16..23, 24..31) share their decode and encode arrays.
-    decode_all, encode_all = [], []
+    encode_all, signed_all = [], []
     info = {}
     shared = {}
     for t in range(32):
@@ -128,20 +149,20 @@ def main():
         assert len(codes) == n * n
         max_len = max(len(c) for _, _, c in codes)
         if key not in shared:
-            primary = min(PRIMARY_BITS, max_len)
-            entries = [None] * (1 << primary)
-            build_level([(c, (x, y)) for x, y, c in codes], primary, entries, 0)
-            dec_off = len(decode_all)
-            decode_all.extend(encode_entries(entries))
+            signed_primary = min(PRIMARY_BITS, max_len + 2)
+            entries = [None] * (1 << signed_primary)
+            build_level(with_signs(codes, pairs[t]["linbits"]), signed_primary, entries, 0)
+            signed_off = len(signed_all)
+            signed_all.extend(encode_signed_entries(entries))
             enc_off = len(encode_all)
             enc = [0] * (n * n)
             for x, y, c in codes:
                 enc[x * n + y] = (int(c, 2) << 8) | len(c)
             encode_all.extend(enc)
-            shared[key] = (dec_off, primary, enc_off)
-        dec_off, primary, enc_off = shared[key]
-        info[t] = (dec_off, primary, pairs[t]["linbits"], max_len, n, enc_off)
-    assert len(decode_all) < 65536
+            shared[key] = (enc_off, signed_off, signed_primary)
+        enc_off, signed_off, signed_primary = shared[key]
+        info[t] = (signed_off, enc_off, signed_primary, pairs[t]["linbits"], max_len, n)
+    assert len(signed_all) < 65536
 
     quad_a_decode = [None] * 64
     quad_a_encode = [0] * 16
@@ -157,6 +178,36 @@ def main():
     for value, code in quads["B"]:
         assert len(code) == 4 and int(code, 2) == (~value & 15), "table B is the complement of vwxy"
 
+    # Count-1 quadruples with their sign bits in one look-up: index = the next 10
+    # (table A: code up to 6 bits + 4 signs) or 8 (table B: 4 + 4) bits; entry =
+    # the four values as signed bytes (v first, in the low byte) and the bits used.
+    def quad_with_signs(width, code_of):
+        values, lengths = [], []
+        for index in range(1 << width):
+            bits = format(index, "0%db" % width)
+            vwxy, code_len = code_of(bits)
+            pos = code_len
+            vals = []
+            for k in range(4):
+                if (vwxy >> (3 - k)) & 1:
+                    vals.append(-1 if bits[pos] == "1" else 1)
+                    pos += 1
+                else:
+                    vals.append(0)
+            values.append(sum((v & 0xFF) << (8 * k) for k, v in enumerate(vals)))
+            lengths.append(pos)
+        return values, lengths
+
+    def code_a(bits):
+        e = quad_a_decode[int(bits[:6], 2)]
+        return e & 15, e >> 4
+
+    def code_b(bits):
+        return ~int(bits[:4], 2) & 15, 4
+
+    quad_a_values, quad_a_lengths = quad_with_signs(10, code_a)
+    quad_b_values, quad_b_lengths = quad_with_signs(8, code_b)
+
     # Built-in long band table: row = ID * 3 + sampling_frequency.
     long_rows = [sfb[("2", 22050, "long")], sfb[("2", 24000, "long")], sfb[("2", 16000, "long")],
                  sfb[("1", 44100, "long")], sfb[("1", 48000, "long")], sfb[("1", 32000, "long")]]
@@ -171,24 +222,36 @@ def main():
     out.append("")
     out.append("const PairTableInfo kPairTables[32] = {")
     for t in range(32):
-        d, p, lb, ml, n, e = info[t]
+        d, e, p, lb, ml, n = info[t]
         out.append(f"    {{{d}, {e}, {p}, {lb}, {ml}, {n}}},  // table {t}")
     out.append("};")
     out.append("")
-    out.append(f"alignas(64) const uint16_t kPairDecode[{len(decode_all)}] = {{")
-    out.append(c_array(decode_all, 12, lambda v: f"0x{v:04X}"))
+    out.append(f"alignas(64) const uint16_t kPairDecode[{len(signed_all)}] = {{")
+    out.append(c_array(signed_all, 12, lambda v: f"0x{v:04X}"))
     out.append("};")
     out.append("")
     out.append(f"alignas(64) const uint32_t kPairEncode[{len(encode_all)}] = {{")
     out.append(c_array(encode_all, 8, lambda v: f"0x{v:06X}"))
     out.append("};")
     out.append("")
-    out.append("alignas(64) const uint8_t kQuadADecode[64] = {")
-    out.append(c_array(quad_a_decode, 16, lambda v: f"0x{v:02X}"))
-    out.append("};")
-    out.append("")
     out.append("const uint16_t kQuadAEncode[16] = {")
     out.append(c_array(quad_a_encode, 8, lambda v: f"0x{v:04X}"))
+    out.append("};")
+    out.append("")
+    out.append("alignas(64) const uint32_t kQuadASigned[1024] = {")
+    out.append(c_array(quad_a_values, 8, lambda v: f"0x{v:08X}"))
+    out.append("};")
+    out.append("")
+    out.append("alignas(64) const uint8_t kQuadASignedLength[1024] = {")
+    out.append(c_array(quad_a_lengths, 32, lambda v: f"{v}"))
+    out.append("};")
+    out.append("")
+    out.append("alignas(64) const uint32_t kQuadBSigned[256] = {")
+    out.append(c_array(quad_b_values, 8, lambda v: f"0x{v:08X}"))
+    out.append("};")
+    out.append("")
+    out.append("alignas(64) const uint8_t kQuadBSignedLength[256] = {")
+    out.append(c_array(quad_b_lengths, 32, lambda v: f"{v}"))
     out.append("};")
     out.append("")
     out.append("const int16_t kSfbLongBuiltIn[6][23] = {")
@@ -200,7 +263,7 @@ def main():
     out.append("")
     with open(OUT, "w") as f:
         f.write("\n".join(out))
-    print(f"wrote {OUT}: {len(decode_all)} decode entries, {len(encode_all)} encode entries")
+    print(f"wrote {OUT}: {len(signed_all)} decode entries, {len(encode_all)} encode entries")
 
 
 if __name__ == "__main__":

@@ -362,8 +362,9 @@ ZAM_API ZamStatus zamsNoiselessDecode_AAC(uint8_t** ppBitStream, int32_t* pOffse
         }
         sequence = ics->window_sequence;
         sfbCount = ics->max_sfb;
-        // A record filled by the caller (common window) is held to the ICS bound.
-        if (static_cast<uint32_t>(sfbCount) > 51) return finish(zamStsAacMaxSfbErr);
+        // A record filled by the caller (common window) must hold a value the
+        // 6-bit field can carry.
+        if (static_cast<uint32_t>(sfbCount) > 63) return finish(zamStsAacMaxSfbErr);
         numGroups = ics->num_window_groups;
         groupLength = ics->window_group_length;
     }

@@ -120,6 +120,37 @@ inline __m256i largePower8(__m256i a, __m256i gain, __m256i* base)
     return mulHigh8(m, gain);
 }
 
+// Two independent sets of 8 lanes at once: the polynomial is a chain of seven
+// dependent multiplications, and interleaving two chains lets the second one use
+// the multiplier while the first one waits.
+inline void largePower8x2(__m256i a0, __m256i a1, __m256i gain, __m256i* m0, __m256i* m1, __m256i* base0,
+                          __m256i* base1)
+{
+    const __m256i bias = _mm256_set1_epi32(127);
+    __m256i lg0 = _mm256_sub_epi32(_mm256_srli_epi32(_mm256_castps_si256(_mm256_cvtepi32_ps(a0)), 23), bias);
+    __m256i lg1 = _mm256_sub_epi32(_mm256_srli_epi32(_mm256_castps_si256(_mm256_cvtepi32_ps(a1)), 23), bias);
+    __m256i x0 = _mm256_sllv_epi32(a0, _mm256_sub_epi32(_mm256_set1_epi32(30), lg0));
+    __m256i x1 = _mm256_sllv_epi32(a1, _mm256_sub_epi32(_mm256_set1_epi32(30), lg1));
+    const __m256i lead = _mm256_set1_epi32(-457633446), first = _mm256_set1_epi32(1445956062);
+    __m256i c0 = _mm256_add_epi32(mulHigh8(x0, lead), first);
+    __m256i c1 = _mm256_add_epi32(mulHigh8(x1, lead), first);
+    for (int j = 0; j < 6; ++j) {
+        const __m256i coef = _mm256_set1_epi32(kAacCubeRootPolynomial[j]);
+        c0 = _mm256_add_epi32(mulHigh8(c0, x0), coef);
+        c1 = _mm256_add_epi32(mulHigh8(c1, x1), coef);
+    }
+    const __m256i normalisers = _mm256_load_si256(reinterpret_cast<const __m256i*>(kAacCubeRootNormaliser));
+    const __m256i exponents = _mm256_load_si256(reinterpret_cast<const __m256i*>(kAacCubeRootExponent));
+    const __m256i seven = _mm256_set1_epi32(7), four = _mm256_set1_epi32(4), even = _mm256_set1_epi32(~1);
+    __m256i index0 = _mm256_sub_epi32(lg0, seven), index1 = _mm256_sub_epi32(lg1, seven);
+    __m256i n0 = mulShift31x8(_mm256_slli_epi32(c0, 4), _mm256_permutevar8x32_epi32(normalisers, index0));
+    __m256i n1 = mulShift31x8(_mm256_slli_epi32(c1, 4), _mm256_permutevar8x32_epi32(normalisers, index1));
+    *m0 = mulHigh8(_mm256_and_si256(n0, even), gain);
+    *m1 = mulHigh8(_mm256_and_si256(n1, even), gain);
+    *base0 = _mm256_sub_epi32(_mm256_permutevar8x32_epi32(exponents, index0), four);
+    *base1 = _mm256_sub_epi32(_mm256_permutevar8x32_epi32(exponents, index1), four);
+}
+
 // m * 2^(s - base) lane by lane, as scaleByExponent.
 inline __m256i scaleByExponent8(__m256i m, __m256i base, __m256i s)
 {
@@ -165,6 +196,44 @@ inline __m256i dequantize8(__m256i q, const BandConstants& k)
     return _mm256_sign_epi32(result, q);
 }
 
+// dequantize8 split in two for the paired loop: the small and medium ranges first,
+// then (after the large range has been filled in) the final shift and sign.
+struct Partial8 {
+    __m256i q, a, result, m, base, above15, above128;
+};
+
+inline Partial8 partial8(__m256i q, const BandConstants& k)
+{
+    Partial8 p;
+    p.q = q;
+    p.a = _mm256_abs_epi32(q);
+    __m256i entry = _mm256_blendv_epi8(_mm256_permutevar8x32_epi32(k.smallLow, p.a),
+                                       _mm256_permutevar8x32_epi32(k.smallHigh, p.a),
+                                       _mm256_cmpgt_epi32(p.a, _mm256_set1_epi32(7)));
+    __m256i below4 = _mm256_cmpgt_epi32(_mm256_set1_epi32(4), p.a);
+    p.result = _mm256_srav_epi32(entry, _mm256_blendv_epi8(k.shiftSmall4, k.shiftSmall1, below4));
+    p.above15 = _mm256_cmpgt_epi32(p.a, _mm256_set1_epi32(15));
+    p.above128 = _mm256_cmpgt_epi32(p.a, _mm256_set1_epi32(128));
+    __m256i mediumIndex = _mm256_min_epi32(_mm256_max_epi32(p.a, _mm256_set1_epi32(16)), _mm256_set1_epi32(128));
+    p.m = mulHigh8(_mm256_i32gather_epi32(kAacMediumPowers.v, mediumIndex, 4), k.gain);
+    p.base = _mm256_blendv_epi8(_mm256_set1_epi32(19), _mm256_set1_epi32(17),
+                                _mm256_cmpgt_epi32(p.a, _mm256_set1_epi32(63)));
+    return p;
+}
+
+inline __m256i finish8(const Partial8& p, const BandConstants& k)
+{
+    __m256i result = _mm256_blendv_epi8(p.result, scaleByExponent8(p.m, p.base, k.s), p.above15);
+    return _mm256_sign_epi32(result, p.q);
+}
+
+inline bool allWithinLimit(__m256i q)
+{
+    const __m256i limit = _mm256_set1_epi32(kAacMaxQuantMagnitude);
+    __m256i a = _mm256_abs_epi32(q);  // INT32_MIN stays negative: caught by the unsigned test
+    return _mm256_testc_si256(_mm256_cmpeq_epi32(_mm256_max_epu32(a, limit), limit), _mm256_set1_epi32(-1));
+}
+
 // A shift count for the vector shifts: negative means none, anything above 31 is
 // the same as 32.
 inline int32_t clampShiftCount(int shift) { return shift < 0 ? 0 : (shift > 32 ? 32 : shift); }
@@ -207,14 +276,37 @@ ZamStatus aacDequantizeAvx2(int32_t* values, int count, int exponent)
     k.shiftSmall4 = _mm256_set1_epi32(clampShiftCount(22 - s));
     k.gain = _mm256_set1_epi32(kAacFractionalGain[f]);
     k.s = _mm256_set1_epi32(s);
-    const __m256i limit = _mm256_set1_epi32(kAacMaxQuantMagnitude);
     int i = 0;
+    // Pairs of vectors that hold large magnitudes go through the interleaved
+    // polynomial; anything else (and a bad value) is left to the single loop.
+    for (; i + 16 <= count; i += 16) {
+        __m256i q0 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(values + i));
+        __m256i q1 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(values + i + 8));
+        if (!allWithinLimit(q0) || !allWithinLimit(q1)) break;
+        __m256i large = _mm256_or_si256(_mm256_cmpgt_epi32(_mm256_abs_epi32(q0), _mm256_set1_epi32(128)),
+                                        _mm256_cmpgt_epi32(_mm256_abs_epi32(q1), _mm256_set1_epi32(128)));
+        if (_mm256_testz_si256(large, large)) {
+            if (!_mm256_testz_si256(q0, q0))
+                _mm256_storeu_si256(reinterpret_cast<__m256i*>(values + i), dequantize8(q0, k));
+            if (!_mm256_testz_si256(q1, q1))
+                _mm256_storeu_si256(reinterpret_cast<__m256i*>(values + i + 8), dequantize8(q1, k));
+            continue;
+        }
+        Partial8 p0 = partial8(q0, k), p1 = partial8(q1, k);
+        const __m256i low = _mm256_set1_epi32(129);
+        __m256i m0, m1, base0, base1;
+        largePower8x2(_mm256_max_epi32(p0.a, low), _mm256_max_epi32(p1.a, low), k.gain, &m0, &m1, &base0, &base1);
+        p0.m = _mm256_blendv_epi8(p0.m, m0, p0.above128);
+        p0.base = _mm256_blendv_epi8(p0.base, base0, p0.above128);
+        p1.m = _mm256_blendv_epi8(p1.m, m1, p1.above128);
+        p1.base = _mm256_blendv_epi8(p1.base, base1, p1.above128);
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(values + i), finish8(p0, k));
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(values + i + 8), finish8(p1, k));
+    }
     for (; i + 8 <= count; i += 8) {
         __m256i q = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(values + i));
-        __m256i a = _mm256_abs_epi32(q);  // INT32_MIN stays negative: caught by the unsigned test
         if (_mm256_testz_si256(q, q)) continue;
-        if (!_mm256_testc_si256(_mm256_cmpeq_epi32(_mm256_max_epu32(a, limit), limit), _mm256_set1_epi32(-1)))
-            return aacDequantizeScalar(values + i, count - i, exponent);
+        if (!allWithinLimit(q)) return aacDequantizeScalar(values + i, count - i, exponent);
         _mm256_storeu_si256(reinterpret_cast<__m256i*>(values + i), dequantize8(q, k));
     }
     return aacDequantizeScalar(values + i, count - i, exponent);

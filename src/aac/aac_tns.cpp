@@ -53,16 +53,51 @@ ZamStatus aacTnsConvert(const int8_t* indices, int order, int coefRes, int32_t* 
     return zamStsOk;
 }
 
-// The outputs are written in place, so the previous outputs are read back from
-// the spectrum; the state starts cleared at the first coefficient of the range.
+namespace {
+
+// The steady state of the all-pole filter, with every tap present: the order is a
+// constant so that the tap loop unrolls. The newest output stays in a register
+// and its product is taken last, which keeps the recursion's critical path to one
+// multiply, subtract and shift; the older outputs are read back from the spectrum.
+template <int Order>
+void allPoleSteady(int32_t* p, int count, int step, const int32_t* a, int shift, int64_t previous)
+{
+    for (int j = 0; j < count; ++j, p += step) {
+        int64_t acc = static_cast<int64_t>(*p) << shift;
+        for (int i = 2; i <= Order; ++i) acc -= static_cast<int64_t>(a[i - 1]) * p[-i * step];
+        acc -= a[0] * previous;
+        const int32_t y = static_cast<int32_t>(acc >> shift);
+        *p = y;
+        previous = y;
+    }
+}
+
+using SteadyKernel = void (*)(int32_t*, int, int, const int32_t*, int, int64_t);
+constexpr SteadyKernel kSteady[kAacTnsMaxOrder + 1] = {
+    nullptr,           allPoleSteady<1>, allPoleSteady<2>, allPoleSteady<3>,  allPoleSteady<4>,
+    allPoleSteady<5>,  allPoleSteady<6>, allPoleSteady<7>, allPoleSteady<8>,  allPoleSteady<9>,
+    allPoleSteady<10>, allPoleSteady<11>, allPoleSteady<12>,
+};
+
+}  // namespace
+
+// The state starts cleared at the first coefficient of the range: the first
+// `order` outputs use only the taps that exist.
 void aacTnsAllPole(int32_t* x, int size, int step, const int32_t* a, int order, int shift)
 {
-    for (int j = 0; j < size; ++j) {
-        int64_t acc = static_cast<int64_t>(x[j * step]) << shift;
-        const int taps = std::min(order, j);
-        for (int i = 1; i <= taps; ++i) acc -= static_cast<int64_t>(a[i - 1]) * x[(j - i) * step];
-        x[j * step] = static_cast<int32_t>(acc >> shift);
+    if (order < 1) return;  // no taps: y = (x << s) >> s = x
+    int64_t previous = 0;
+    int32_t* p = x;
+    const int head = std::min(order, size);
+    for (int j = 0; j < head; ++j, p += step) {
+        int64_t acc = static_cast<int64_t>(*p) << shift;
+        for (int i = 2; i <= j; ++i) acc -= static_cast<int64_t>(a[i - 1]) * p[-i * step];
+        if (j >= 1) acc -= a[0] * previous;
+        const int32_t y = static_cast<int32_t>(acc >> shift);
+        *p = y;
+        previous = y;
     }
+    if (size > head) kSteady[order](p, size - head, step, a, shift, previous);
 }
 
 // Run from the far end backwards, so that the previous inputs are still unchanged

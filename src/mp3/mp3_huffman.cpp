@@ -81,17 +81,18 @@ private:
     int count_ = 0;
 };
 
-// Applies a sign bit to a non-zero magnitude (1 = negative).
+// Applies the sign bit that follows a non-zero magnitude (1 = negative). Written
+// without branches: zero and non-zero values alternate unpredictably.
 inline int32_t withSign(BitReader& br, int32_t magnitude)
 {
-    if (magnitude == 0) return 0;
-    const int32_t negative = static_cast<int32_t>(br.topBit());
-    br.consume(1);
+    const int nonZero = magnitude != 0;
+    const int32_t negative = static_cast<int32_t>(br.topBit()) & nonZero;
+    br.consume(nonZero);
     return (magnitude ^ -negative) + negative;
 }
 
-// Decodes one pair code through the multi-level table; returns the leaf entry.
-inline uint32_t decodePairCode(BitReader& br, const uint16_t* table, int primaryBits)
+// Walks the sign-extended table of a pair code; returns the leaf.
+inline uint32_t decodeSignedPair(BitReader& br, const uint16_t* table, int primaryBits)
 {
     uint32_t e = table[br.peek(primaryBits)];
     int width = primaryBits;
@@ -100,31 +101,31 @@ inline uint32_t decodePairCode(BitReader& br, const uint16_t* table, int primary
         width = static_cast<int>((e >> 12) & 7) + 1;
         e = table[(e & 0xFFF) + br.peek(width)];
     }
-    br.consume(static_cast<int>((e >> 8) & 31));
+    br.consume(static_cast<int>((e >> 10) & 15));
     return e;
 }
+
+inline int32_t signedX(uint32_t e) { return static_cast<int32_t>(e << 22) >> 27; }
+inline int32_t signedY(uint32_t e) { return static_cast<int32_t>(e << 27) >> 27; }
 
 void decodePairs(BitReader& br, int32_t* dst, int from, int to, uint32_t tableNumber)
 {
     const PairTableInfo& info = kPairTables[tableNumber];
     const uint16_t* table = kPairDecode + info.decodeOffset;
     const int primary = info.primaryBits;
-    const int maxLength = info.maxCodeLength;
+    const int maxLength = info.maxCodeLength + 2;
     const int linbits = info.linbits;
-    if (linbits == 0) {
-        for (int i = from; i < to; i += 2) {
-            br.ensure(maxLength + 2);
-            const uint32_t e = decodePairCode(br, table, primary);
-            dst[i] = withSign(br, static_cast<int32_t>((e >> 4) & 15));
-            dst[i + 1] = withSign(br, static_cast<int32_t>(e & 15));
-        }
-        return;
-    }
     for (int i = from; i < to; i += 2) {
         br.ensure(maxLength);
-        const uint32_t e = decodePairCode(br, table, primary);
-        int32_t x = static_cast<int32_t>((e >> 4) & 15);
-        int32_t y = static_cast<int32_t>(e & 15);
+        const uint32_t e = decodeSignedPair(br, table, primary);
+        if (!(e & kSignedEscape)) {
+            dst[i] = signedX(e);
+            dst[i + 1] = signedY(e);
+            continue;
+        }
+        // A 15 with linbits: x linbits, x sign, y linbits, y sign.
+        int32_t x = static_cast<int32_t>((e >> 5) & 31);
+        int32_t y = static_cast<int32_t>(e & 31);
         br.ensure(linbits + 1);
         if (x == 15) {
             x += static_cast<int32_t>(br.peek(linbits));
@@ -215,28 +216,20 @@ ZamStatus decodeSpectrum(const uint8_t** ppBitStream, int32_t* pOffset, int32_t*
     }
 
     const int count1Start = i;
-    if (si->count1table_select == 0) {
-        while (i < kCount1Stop && br.consumed() < hufSize) {
-            br.ensure(10);
-            const uint32_t e = kQuadADecode[br.peek(6)];
-            br.consume(static_cast<int>(e >> 4));
-            pDstIs[i] = withSign(br, (e >> 3) & 1);
-            pDstIs[i + 1] = withSign(br, (e >> 2) & 1);
-            pDstIs[i + 2] = withSign(br, (e >> 1) & 1);
-            pDstIs[i + 3] = withSign(br, e & 1);
-            i += 4;
-        }
-    } else {
-        while (i < kCount1Stop && br.consumed() < hufSize) {
-            br.ensure(8);
-            const uint32_t v = ~br.peek(4) & 15;
-            br.consume(4);
-            pDstIs[i] = withSign(br, (v >> 3) & 1);
-            pDstIs[i + 1] = withSign(br, (v >> 2) & 1);
-            pDstIs[i + 2] = withSign(br, (v >> 1) & 1);
-            pDstIs[i + 3] = withSign(br, v & 1);
-            i += 4;
-        }
+    const bool tableB = si->count1table_select != 0;
+    const uint32_t* quadValues = tableB ? kQuadBSigned : kQuadASigned;
+    const uint8_t* quadLengths = tableB ? kQuadBSignedLength : kQuadASignedLength;
+    const int quadBits = tableB ? 8 : 10;
+    while (i < kCount1Stop && br.consumed() < hufSize) {
+        br.ensure(quadBits);
+        const uint32_t index = br.peek(quadBits);
+        const uint32_t packed = quadValues[index];
+        br.consume(quadLengths[index]);
+        pDstIs[i] = static_cast<int8_t>(packed);
+        pDstIs[i + 1] = static_cast<int8_t>(packed >> 8);
+        pDstIs[i + 2] = static_cast<int8_t>(packed >> 16);
+        pDstIs[i + 3] = static_cast<int8_t>(packed >> 24);
+        i += 4;
     }
     const int64_t leftover = hufSize - br.consumed();
     if (leftover < 0) i -= 4;  // the quadruple that ran over the budget is dropped

@@ -13,26 +13,35 @@ struct PairTableInfo {
     uint16_t encodeOffset;  // first entry in kPairEncode
     uint8_t primaryBits;    // width of the first look-up level
     uint8_t linbits;
-    uint8_t maxCodeLength;
+    uint8_t maxCodeLength;  // without sign bits
     uint8_t size;           // x and y run over 0..size-1
 };
 
-// Decode entries, 16 bits each:
-//   leaf:    bit 15 clear; bits 8..12 code bits used at this level, bits 4..7 x, bits 0..3 y
+// Decode entries, 16 bits each, over the codes extended by their sign bits, so that
+// one walk yields signed values:
+//   leaf:    bit 15 clear; bit 14 escape (a pair holding 15 in a table with linbits:
+//            x and y are magnitudes, linbits and signs follow); bits 10..13 bits used
+//            at this level; bits 5..9 x and bits 0..4 y as 5-bit two's complement
 //   pointer: bit 15 set; bits 12..14 sub-table width - 1, bits 0..11 sub-table start
 //            relative to the table's first entry. The current level's whole width is
 //            consumed before the sub-table is indexed.
 constexpr uint16_t kDecodePointer = 0x8000;
+constexpr uint16_t kSignedEscape = 0x4000;
 
 extern const PairTableInfo kPairTables[32];
 extern const uint16_t kPairDecode[];
 // (code << 8) | length, indexed x * size + y.
 extern const uint32_t kPairEncode[];
-// Count-1 table A through a 6-bit look-up: (length << 4) | vwxy.
-extern const uint8_t kQuadADecode[64];
 // Count-1 table A codes: (code << 8) | length, indexed by vwxy. Table B is the
 // 4-bit complement of vwxy.
 extern const uint16_t kQuadAEncode[16];
+// Count-1 quadruples decoded with their sign bits at once, indexed by the next 10
+// (table A) or 8 (table B) bits: the values v, w, x, y as signed bytes from the low
+// byte up, and the number of bits they take.
+extern const uint32_t kQuadASigned[1024];
+extern const uint8_t kQuadASignedLength[1024];
+extern const uint32_t kQuadBSigned[256];
+extern const uint8_t kQuadBSignedLength[256];
 // Long band boundaries, row = ID * 3 + sampling_frequency.
 extern const int16_t kSfbLongBuiltIn[6][23];
 

@@ -11,7 +11,7 @@
 // The general path computes that DFT as a chirp convolution,
 //   F_n = h_n * sum_k (U_k h_k) conj(h_{n-k}),  h_m = e^{-i pi m^2/N},
 // of length M >= 2N-1 with three power-of-two transforms of M points (the
-// chirp's transform is kept in the spec, divided by M).
+// chirp's transform is kept in the DctSpec tables, divided by M).
 #include <immintrin.h>
 
 #include <climits>

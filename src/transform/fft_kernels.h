@@ -1,9 +1,9 @@
 // Radix butterflies of the complex FFT on interleaved data (re, im, re, im...).
 //
-// The transform is decimation in time: the input is read in bit-reversed order by
-// the first pass, which also does the first two levels (a radix-4 butterfly on four
-// inputs that need no twiddles). The remaining levels run as radix-4 stages (two
-// levels each) and, for an odd number of levels, one closing radix-2 stage.
+// The transform is decimation in time: the first pass reads the input in
+// bit-reversed order and does the first two, three or four levels in registers
+// (radix 4, 8 or 16, no stored twiddles); radix-4 stages (two levels each) do
+// the rest. A radix-2 stage kernel closes an odd remainder where a plan has one.
 //
 // Stage twiddle tables hold, for each run of four consecutive butterflies j, the
 // real and imaginary parts each duplicated into the two float lanes of a complex
@@ -118,6 +118,7 @@ inline void radix4BlockAvx2(float* x, int h, const float* tw, int count)
     float* p1 = x + 2 * h;
     float* p2 = x + 4 * h;
     float* p3 = x + 6 * h;
+#pragma GCC unroll 2
     for (int j = 0; j < count; j += 4, tw += 48) {
         __m256 t0 = _mm256_loadu_ps(p0 + 2 * j);
         __m256 t1 = cmul8(_mm256_loadu_ps(p2 + 2 * j), _mm256_load_ps(tw), _mm256_load_ps(tw + 8));
@@ -157,45 +158,6 @@ inline void firstPassScalar(const float* in, float* out, int n, const uint32_t* 
         Cpx x2{in[2 * (r + q)], in[2 * (r + q) + 1]};
         Cpx x3{in[2 * (r + 3 * q)], in[2 * (r + 3 * q) + 1]};
         firstButterflyScalar(x0, x1, x2, x3, out + 8 * g);
-    }
-}
-
-// Four groups at a time: load each input position of four groups into one
-// vector, do the butterflies vertically, then transpose 4x4 complex values.
-// Requires n/4 to be a multiple of 4.
-inline void firstPassAvx2(const float* in, float* out, int n, const uint32_t* rev)
-{
-    const int q = n / 4;
-    const double* base = reinterpret_cast<const double*>(in);
-    for (int g = 0; g < q; g += 4) {
-        const double* p0 = base + rev[g];
-        const double* p1 = base + rev[g + 1];
-        const double* p2 = base + rev[g + 2];
-        const double* p3 = base + rev[g + 3];
-        // Plain 64-bit loads: gathers are slow on several AVX2 cores.
-        auto pack = [&](int64_t off) {
-            __m128d lo = _mm_loadh_pd(_mm_load_sd(p0 + off), p1 + off);
-            __m128d hi = _mm_loadh_pd(_mm_load_sd(p2 + off), p3 + off);
-            return _mm256_castpd_ps(_mm256_insertf128_pd(_mm256_castpd128_pd256(lo), hi, 1));
-        };
-        __m256 x0 = pack(0), x1 = pack(2 * q), x2 = pack(q), x3 = pack(3 * q);
-        __m256 b0 = _mm256_add_ps(x0, x1), b1 = _mm256_sub_ps(x0, x1);
-        __m256 b2 = _mm256_add_ps(x2, x3), b3 = _mm256_sub_ps(x2, x3);
-        __m256 m = mulNegI8(b3);
-        __m256d y0 = _mm256_castps_pd(_mm256_add_ps(b0, b2));
-        __m256d y2 = _mm256_castps_pd(_mm256_sub_ps(b0, b2));
-        __m256d y1 = _mm256_castps_pd(_mm256_add_ps(b1, m));
-        __m256d y3 = _mm256_castps_pd(_mm256_sub_ps(b1, m));
-        // rows y0..y3 (lane = group) -> columns (group = y0..y3)
-        __m256d t0 = _mm256_unpacklo_pd(y0, y1);  // g0: y0 y1 | g2: y0 y1
-        __m256d t1 = _mm256_unpackhi_pd(y0, y1);  // g1 | g3
-        __m256d t2 = _mm256_unpacklo_pd(y2, y3);
-        __m256d t3 = _mm256_unpackhi_pd(y2, y3);
-        double* o = reinterpret_cast<double*>(out + 8 * g);
-        _mm256_storeu_pd(o, _mm256_permute2f128_pd(t0, t2, 0x20));
-        _mm256_storeu_pd(o + 4, _mm256_permute2f128_pd(t1, t3, 0x20));
-        _mm256_storeu_pd(o + 8, _mm256_permute2f128_pd(t0, t2, 0x31));
-        _mm256_storeu_pd(o + 12, _mm256_permute2f128_pd(t1, t3, 0x31));
     }
 }
 

@@ -6,10 +6,8 @@
 #include "transform/fft.h"
 
 namespace zam {
-struct Fft16Spec;
-}
 
-namespace zam {
+struct Fft16Spec;
 
 // Float MDCT spec (forward tag 55, inverse tag 56), at a 64-byte boundary.
 struct MdctSpec32f {

@@ -65,26 +65,32 @@ struct Lookup {
     {
     }
 
-    // Resolves one code at the window's position, one table read per level, and
-    // moves past it. Returns false when the bits lead to an empty slot (no code).
-    bool decode(Window& w, Elem& slot) const
+    // Resolves the code at the start of `ahead` (the stream's next bits from bit
+    // 63 down), one table read per level. Returns its length, or 0 when the bits
+    // lead to an empty slot (no code).
+    uint32_t resolve(uint64_t ahead, Elem& slot) const
     {
-        const uint64_t ahead = w.bits << w.pos;
         Elem s = table[1 + (ahead >> (64 - rootWidth))];
         uint32_t used = 0;
         if ((s & 1) == 0) [[unlikely]] {
             int width = rootWidth;
             do {
                 const uint32_t link = static_cast<Unsigned>(s) >> 1;
-                if (link >= entries) return false;
+                if (link >= entries) return 0;
                 used += static_cast<uint32_t>(width);
                 width = table[link];
                 s = table[link + 1 + ((ahead << used) >> (64 - width))];
             } while ((s & 1) == 0);
         }
-        w.pos += used + (static_cast<uint32_t>(s >> 1) & lenMask);
         slot = s;
-        return true;
+        return used + (static_cast<uint32_t>(s >> 1) & lenMask);
+    }
+    // The same at a window's position, moving past the code.
+    bool decode(Window& w, Elem& slot) const
+    {
+        const uint32_t length = resolve(w.bits << w.pos, slot);
+        w.pos += length;
+        return length != 0;
     }
     int32_t signedValue(Elem slot) const { return static_cast<int32_t>(slot) >> valueShift; }
     uint32_t unsignedValue(Elem slot) const { return static_cast<uint32_t>(static_cast<Unsigned>(slot)) >> valueShift; }
@@ -109,8 +115,10 @@ inline int32_t readMp3Escape(Window& w, int linbits)
 {
     w.refill();
     const uint32_t f = w.read(linbits + 1);
-    const int32_t magnitude = 15 + static_cast<int32_t>(f >> 1);
-    return (f & 1) ? -magnitude : magnitude;
+    // Unsigned arithmetic: with 31 linbits the magnitude may pass 2^31 (the value
+    // is stored truncated to 16 bits anyway).
+    const uint32_t magnitude = 15u + (f >> 1);
+    return static_cast<int32_t>((f & 1) ? 0u - magnitude : magnitude);
 }
 
 inline int32_t pairX(int32_t v) { return v >> 8; }
@@ -120,10 +128,20 @@ template <typename Elem>
 ZamStatus decodeValues(Window& w, const DecodeHeader* h, int16_t* dst, int count)
 {
     const Lookup<Elem> lookup(h);
+    // The next bits are kept pre-shifted, so that the chain from one code to the
+    // next is a shift, the table read and the length; the window is rebuilt only
+    // when its upper word is used up.
+    uint64_t ahead = w.bits << w.pos;
     for (int i = 0; i < count; ++i) {
-        w.refill();
+        if (w.pos >= 32) {
+            w.refill();
+            ahead = w.bits << w.pos;
+        }
         Elem slot;
-        if (!lookup.decode(w, slot)) return zamStsVlcArg;
+        const uint32_t length = lookup.resolve(ahead, slot);
+        if (length == 0) return zamStsVlcArg;
+        ahead <<= length;
+        w.pos += length;
         dst[i] = static_cast<int16_t>(lookup.signedValue(slot));
     }
     return zamStsOk;
@@ -242,7 +260,7 @@ ZamStatus decodeMp3TuplePairs(Window& w, const DecodeHeader* h, int linbits, int
     return zamStsOk;
 }
 
-// Runs `work` with the element type of the spec's table.
+// Runs `work` with the element type of the decode spec's table.
 template <typename Work>
 ZamStatus byElementWidth(const DecodeHeader* h, Work&& work)
 {
@@ -251,6 +269,12 @@ ZamStatus byElementWidth(const DecodeHeader* h, Work&& work)
     case 16: return work(int16_t{});
     default: return work(int32_t{});
     }
+}
+
+// The decode spec's peek width of bits at the cursor, from bit 63 down.
+inline uint64_t peekAhead(const uint8_t* p, int offset, int width)
+{
+    return uint64_t{vlcPeek(p, offset, width)} << (64 - width);
 }
 
 enum class Kind { Plain, Escape };
@@ -296,18 +320,29 @@ using namespace zam::vlc;
 ZAM_API ZamStatus zamsVLCDecodeOne_1u16s(uint8_t** ppBitStream, int* pBitOffset, int16_t* pData,
                                          const VlcDecodeSpec* pVLCSpec)
 {
-    ZamStatus status;
+    ZamStatus status = zamStsOk;
     const DecodeHeader* h = checkArgs(ppBitStream, pBitOffset, pData, pVLCSpec, Kind::Plain, status);
     if (!h) return status;
-    return run(ppBitStream, pBitOffset, h, [&](Window& w, auto elem) {
-        return decodeValues<decltype(elem)>(w, h, pData, 1);
+    return byElementWidth(h, [&](auto elem) {
+        using Elem = decltype(elem);
+        const Lookup<Elem> lookup(h);
+        uint8_t* p = *ppBitStream;
+        int offset = *pBitOffset;
+        Elem slot;
+        const uint32_t length = lookup.resolve(peekAhead(p, offset, h->peekWidth), slot);
+        if (length == 0) return zamStsVlcArg;
+        zam::advanceBits(p, offset, static_cast<int>(length));
+        *pData = static_cast<int16_t>(lookup.signedValue(slot));
+        *ppBitStream = p;
+        *pBitOffset = offset;
+        return zamStsOk;
     });
 }
 
 ZAM_API ZamStatus zamsVLCDecodeBlock_1u16s(uint8_t** ppBitStream, int* pBitOffset, int16_t* pData, int dstLen,
                                            const VlcDecodeSpec* pVLCSpec)
 {
-    ZamStatus status;
+    ZamStatus status = zamStsOk;
     const DecodeHeader* h = checkArgs(ppBitStream, pBitOffset, pData, pVLCSpec, Kind::Plain, status);
     if (!h) return status;
     if (dstLen <= 0) return zamStsOk;
@@ -319,7 +354,7 @@ ZAM_API ZamStatus zamsVLCDecodeBlock_1u16s(uint8_t** ppBitStream, int* pBitOffse
 ZAM_API ZamStatus zamsVLCDecodeEscBlock_AAC_1u16s(uint8_t** ppBitStream, int* pBitOffset, int16_t* pData, int dstLen,
                                                   const VlcDecodeSpec* pVLCSpec)
 {
-    ZamStatus status;
+    ZamStatus status = zamStsOk;
     const DecodeHeader* h = checkArgs(ppBitStream, pBitOffset, pData, pVLCSpec, Kind::Escape, status);
     if (!h) return status;
     if (dstLen < 2) return zamStsOk;
@@ -331,7 +366,7 @@ ZAM_API ZamStatus zamsVLCDecodeEscBlock_AAC_1u16s(uint8_t** ppBitStream, int* pB
 ZAM_API ZamStatus zamsVLCDecodeEscBlock_MP3_1u16s(uint8_t** ppBitStream, int* pBitOffset, int linbits,
                                                   int16_t* pData, int dstLen, const VlcDecodeSpec* pVLCSpec)
 {
-    ZamStatus status;
+    ZamStatus status = zamStsOk;
     const DecodeHeader* h = checkArgs(ppBitStream, pBitOffset, pData, pVLCSpec, Kind::Escape, status);
     if (!h) return status;
     if (!linbitsInRange(linbits)) return zamStsBadArg;
@@ -344,18 +379,41 @@ ZAM_API ZamStatus zamsVLCDecodeEscBlock_MP3_1u16s(uint8_t** ppBitStream, int* pB
 ZAM_API ZamStatus zamsVLCDecodeUTupleOne_1u16s(uint8_t** ppBitStream, int* pBitOffset, int16_t* pData,
                                                const VlcDecodeUTupleSpec* pVLCSpec)
 {
-    ZamStatus status;
+    ZamStatus status = zamStsOk;
     const DecodeHeader* h = checkArgs(ppBitStream, pBitOffset, pData, pVLCSpec, Kind::Plain, status);
     if (!h) return status;
-    return run(ppBitStream, pBitOffset, h, [&](Window& w, auto elem) {
-        return decodeTuples<decltype(elem)>(w, h, pData, 1);
+    return byElementWidth(h, [&](auto elem) {
+        using Elem = decltype(elem);
+        const Lookup<Elem> lookup(h);
+        uint8_t* p = *ppBitStream;
+        int offset = *pBitOffset;
+        Elem slot;
+        const uint32_t length = lookup.resolve(peekAhead(p, offset, h->peekWidth), slot);
+        if (length == 0) return zamStsVlcArg;
+        zam::advanceBits(p, offset, static_cast<int>(length));
+        const uint32_t v = lookup.unsignedValue(slot);
+        const int elements = h->numElements;
+        const int fieldBits = h->numValueBits;
+        const uint32_t mask = (1u << fieldBits) - 1u;
+        for (int e = 0; e < elements; ++e) {
+            const int32_t magnitude = static_cast<int32_t>((v >> ((elements - 1 - e) * fieldBits)) & mask);
+            int32_t value = magnitude;
+            if (magnitude != 0) {
+                if (zam::vlcPeek(p, offset, 1)) value = -magnitude;
+                zam::advanceBits(p, offset, 1);
+            }
+            pData[e] = static_cast<int16_t>(value);
+        }
+        *ppBitStream = p;
+        *pBitOffset = offset;
+        return zamStsOk;
     });
 }
 
 ZAM_API ZamStatus zamsVLCDecodeUTupleBlock_1u16s(uint8_t** ppBitStream, int* pBitOffset, int16_t* pData, int dstLen,
                                                  const VlcDecodeUTupleSpec* pVLCSpec)
 {
-    ZamStatus status;
+    ZamStatus status = zamStsOk;
     const DecodeHeader* h = checkArgs(ppBitStream, pBitOffset, pData, pVLCSpec, Kind::Plain, status);
     if (!h) return status;
     const int codes = h->numElements > 0 && dstLen > 0 ? dstLen / h->numElements : 0;
@@ -368,7 +426,7 @@ ZAM_API ZamStatus zamsVLCDecodeUTupleBlock_1u16s(uint8_t** ppBitStream, int* pBi
 ZAM_API ZamStatus zamsVLCDecodeUTupleEscBlock_AAC_1u16s(uint8_t** ppBitStream, int* pBitOffset, int16_t* pData,
                                                         int dstLen, const VlcDecodeUTupleSpec* pVLCSpec)
 {
-    ZamStatus status;
+    ZamStatus status = zamStsOk;
     const DecodeHeader* h = checkArgs(ppBitStream, pBitOffset, pData, pVLCSpec, Kind::Escape, status);
     if (!h) return status;
     if (dstLen < 2) return zamStsOk;
@@ -381,7 +439,7 @@ ZAM_API ZamStatus zamsVLCDecodeUTupleEscBlock_MP3_1u16s(uint8_t** ppBitStream, i
                                                         int16_t* pData, int dstLen,
                                                         const VlcDecodeUTupleSpec* pVLCSpec)
 {
-    ZamStatus status;
+    ZamStatus status = zamStsOk;
     const DecodeHeader* h = checkArgs(ppBitStream, pBitOffset, pData, pVLCSpec, Kind::Escape, status);
     if (!h) return status;
     if (!linbitsInRange(linbits)) return zamStsBadArg;

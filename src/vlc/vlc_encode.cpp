@@ -314,7 +314,7 @@ ZAM_API ZamStatus zamsVLCEncodeEscBlock_AAC_16s1u(const int16_t* pSrc, int srcLe
 {
     if (!pSrc || !ppBitStream || !*ppBitStream || !pBitOffset || !pVLCSpec) return zamStsNullPtr;
     if (static_cast<uint32_t>(*pBitOffset) > 7u) return zamStsBitOffset;
-    ZamStatus status;
+    ZamStatus status = zamStsOk;
     const EncodeHeader* h = checkEscapeSpec(pVLCSpec, status);
     if (!h) return status;
     if (srcLen < 2) return zamStsOk;
@@ -329,7 +329,7 @@ ZAM_API ZamStatus zamsVLCEncodeEscBlock_MP3_16s1u(const int16_t* pSrc, int srcLe
 {
     if (!pSrc || !ppBitStream || !*ppBitStream || !pBitOffset || !pVLCSpec) return zamStsNullPtr;
     if (static_cast<uint32_t>(*pBitOffset) > 7u) return zamStsBitOffset;
-    ZamStatus status;
+    ZamStatus status = zamStsOk;
     const EncodeHeader* h = checkEscapeSpec(pVLCSpec, status);
     if (!h) return status;
     if (!linbitsInRange(linbits)) return zamStsBadArg;
@@ -355,7 +355,7 @@ ZAM_API ZamStatus zamsVLCCountEscBits_AAC_16s32s(const int16_t* pSrc, int srcLen
                                                  const VlcEncodeSpec* pVLCSpec)
 {
     if (!pSrc || !pCountBits || !pVLCSpec) return zamStsNullPtr;
-    ZamStatus status;
+    ZamStatus status = zamStsOk;
     const EncodeHeader* h = checkEscapeSpec(pVLCSpec, status);
     if (!h) return status;
     *pCountBits = srcLen < 2 ? 0 : static_cast<int>(countEscBitsAacAvx2(pSrc, srcLen / 2, encodeView(h)));
@@ -366,7 +366,7 @@ ZAM_API ZamStatus zamsVLCCountEscBits_MP3_16s32s(const int16_t* pSrc, int srcLen
                                                  const VlcEncodeSpec* pVLCSpec)
 {
     if (!pSrc || !pCountBits || !pVLCSpec) return zamStsNullPtr;
-    ZamStatus status;
+    ZamStatus status = zamStsOk;
     const EncodeHeader* h = checkEscapeSpec(pVLCSpec, status);
     if (!h) return status;
     if (!linbitsInRange(linbits)) return zamStsBadArg;

@@ -9,7 +9,8 @@
 namespace zam::vq {
 
 // The record at the very start of the caller's memory. VqCodeBook* points here.
-struct CodeBookRecord {
+// That memory may have any alignment, so the record is byte-aligned.
+struct __attribute__((packed)) CodeBookRecord {
     int32_t height;
     int32_t length;
     int32_t valid;       // 1 after Init, 0 after Free
@@ -59,6 +60,9 @@ struct SignedDistances {
 };
 SignedDistances signedDistancesAvx2(const float* x, const float* w, const float* c, int n);
 SignedDistances signedDistancesScalar(const float* x, const float* w, const float* c, int n);
+// Four code vectors c[0..3] at once, each with exactly the sums of the one-vector kernels.
+void distances4Avx2(const float* x, const float* w, const float* const* c, int n, float* out);
+void signedDistances4Avx2(const float* x, const float* w, const float* const* c, int n, SignedDistances* out);
 
 // Distance of the main search: Σ w·(x - (sb·b + sa·a)/divisor)². `reciprocal` is
 // the refined reciprocal estimate of the divisor, used past the scalar head.

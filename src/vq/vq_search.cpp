@@ -46,28 +46,99 @@ inline __m128 addSquare(__m128 sum, __m128 weight, __m128 diff)
 
 // ---------------------------------------------------- preliminary distances
 
-float distanceAvx2(const float* x, const float* w, const float* c, int n)
+namespace {
+
+// Distances of `R` code vectors to one sub-vector at once. Each code vector has
+// its own sums, formed exactly as in the one-vector kernel; working on several
+// lets their scalar head and tail chains overlap instead of waiting on each
+// fused multiply-add in turn.
+template <int R>
+void distancesAvx2(const float* x, const float* w, const float* const* c, int n, float* out)
 {
     const int head = headCount(x, n);
-    float headSum = 0.0f;
-    for (int j = 0; j < head; ++j) headSum = addSquare(headSum, w[j], c[j] - x[j]);
+    float headSum[R] = {};
+    for (int j = 0; j < head; ++j)
+        for (int r = 0; r < R; ++r) headSum[r] = addSquare(headSum[r], w[j], c[r][j] - x[j]);
 
-    __m256 acc0 = _mm256_setzero_ps(), acc1 = _mm256_setzero_ps();
+    __m256 acc0[R], acc1[R];
+    for (int r = 0; r < R; ++r) acc0[r] = acc1[r] = _mm256_setzero_ps();
     int j = head;
     for (; j + 16 <= n; j += 16) {
-        const __m256 d0 = _mm256_sub_ps(_mm256_loadu_ps(c + j), _mm256_loadu_ps(x + j));
-        const __m256 d1 = _mm256_sub_ps(_mm256_loadu_ps(c + j + 8), _mm256_loadu_ps(x + j + 8));
-        acc0 = addSquare(acc0, _mm256_loadu_ps(w + j), d0);
-        acc1 = addSquare(acc1, _mm256_loadu_ps(w + j + 8), d1);
+        const __m256 x0 = _mm256_loadu_ps(x + j), x1 = _mm256_loadu_ps(x + j + 8);
+        const __m256 w0 = _mm256_loadu_ps(w + j), w1 = _mm256_loadu_ps(w + j + 8);
+        for (int r = 0; r < R; ++r) {
+            acc0[r] = addSquare(acc0[r], w0, _mm256_sub_ps(_mm256_loadu_ps(c[r] + j), x0));
+            acc1[r] = addSquare(acc1[r], w1, _mm256_sub_ps(_mm256_loadu_ps(c[r] + j + 8), x1));
+        }
     }
     if (j + 8 <= n) {
-        const __m256 d0 = _mm256_sub_ps(_mm256_loadu_ps(c + j), _mm256_loadu_ps(x + j));
-        acc0 = addSquare(acc0, _mm256_loadu_ps(w + j), d0);
+        const __m256 x0 = _mm256_loadu_ps(x + j), w0 = _mm256_loadu_ps(w + j);
+        for (int r = 0; r < R; ++r) acc0[r] = addSquare(acc0[r], w0, _mm256_sub_ps(_mm256_loadu_ps(c[r] + j), x0));
         j += 8;
     }
-    float tailSum = 0.0f;
-    for (; j < n; ++j) tailSum = addSquare(tailSum, w[j], c[j] - x[j]);
-    return (headSum + foldLanes(_mm256_add_ps(acc0, acc1))) + tailSum;
+    float tailSum[R] = {};
+    for (; j < n; ++j)
+        for (int r = 0; r < R; ++r) tailSum[r] = addSquare(tailSum[r], w[j], c[r][j] - x[j]);
+    for (int r = 0; r < R; ++r) out[r] = (headSum[r] + foldLanes(_mm256_add_ps(acc0[r], acc1[r]))) + tailSum[r];
+}
+
+template <int R>
+void signedDistancesAvx2(const float* x, const float* w, const float* const* c, int n, SignedDistances* out)
+{
+    const int head = headCount(x, n);
+    float headMinus[R] = {}, headPlus[R] = {};
+    for (int j = 0; j < head; ++j)
+        for (int r = 0; r < R; ++r) {
+            headMinus[r] = addSquare(headMinus[r], w[j], c[r][j] - x[j]);
+            headPlus[r] = addSquare(headPlus[r], w[j], c[r][j] + x[j]);
+        }
+    __m256 accMinus[R], accPlus[R];
+    for (int r = 0; r < R; ++r) accMinus[r] = accPlus[r] = _mm256_setzero_ps();
+    int j = head;
+    for (; j + 8 <= n; j += 8) {
+        const __m256 xv = _mm256_loadu_ps(x + j);
+        const __m256 wv = _mm256_loadu_ps(w + j);
+        for (int r = 0; r < R; ++r) {
+            const __m256 cv = _mm256_loadu_ps(c[r] + j);
+            accMinus[r] = addSquare(accMinus[r], wv, _mm256_sub_ps(cv, xv));
+            accPlus[r] = addSquare(accPlus[r], wv, _mm256_add_ps(cv, xv));
+        }
+    }
+    float tailMinus[R] = {}, tailPlus[R] = {};
+    for (; j < n; ++j)
+        for (int r = 0; r < R; ++r) {
+            tailMinus[r] = addSquare(tailMinus[r], w[j], c[r][j] - x[j]);
+            tailPlus[r] = addSquare(tailPlus[r], w[j], c[r][j] + x[j]);
+        }
+    for (int r = 0; r < R; ++r)
+        out[r] = {(headMinus[r] + foldLanes(accMinus[r])) + tailMinus[r],
+                  (headPlus[r] + foldLanes(accPlus[r])) + tailPlus[r]};
+}
+
+}  // namespace
+
+float distanceAvx2(const float* x, const float* w, const float* c, int n)
+{
+    float d;
+    distancesAvx2<1>(x, w, &c, n, &d);
+    return d;
+}
+
+SignedDistances signedDistancesAvx2(const float* x, const float* w, const float* c, int n)
+{
+    SignedDistances d;
+    signedDistancesAvx2<1>(x, w, &c, n, &d);
+    return d;
+}
+
+void distances4Avx2(const float* x, const float* w, const float* const* c, int n, float* out)
+{
+    distancesAvx2<4>(x, w, c, n, out);
+}
+
+void signedDistances4Avx2(const float* x, const float* w, const float* const* c, int n, SignedDistances* out)
+{
+    signedDistancesAvx2<4>(x, w, c, n, out);
 }
 
 float distanceScalar(const float* x, const float* w, const float* c, int n)
@@ -88,31 +159,6 @@ float distanceScalar(const float* x, const float* w, const float* c, int n)
     float merged[8];
     for (int l = 0; l < 8; ++l) merged[l] = lanes[l] + lanes[l + 8];
     return (headSum + foldLanes8(merged)) + tailSum;
-}
-
-SignedDistances signedDistancesAvx2(const float* x, const float* w, const float* c, int n)
-{
-    const int head = headCount(x, n);
-    float headMinus = 0.0f, headPlus = 0.0f;
-    for (int j = 0; j < head; ++j) {
-        headMinus = addSquare(headMinus, w[j], c[j] - x[j]);
-        headPlus = addSquare(headPlus, w[j], c[j] + x[j]);
-    }
-    __m256 accMinus = _mm256_setzero_ps(), accPlus = _mm256_setzero_ps();
-    int j = head;
-    for (; j + 8 <= n; j += 8) {
-        const __m256 cv = _mm256_loadu_ps(c + j);
-        const __m256 xv = _mm256_loadu_ps(x + j);
-        const __m256 wv = _mm256_loadu_ps(w + j);
-        accMinus = addSquare(accMinus, wv, _mm256_sub_ps(cv, xv));
-        accPlus = addSquare(accPlus, wv, _mm256_add_ps(cv, xv));
-    }
-    float tailMinus = 0.0f, tailPlus = 0.0f;
-    for (; j < n; ++j) {
-        tailMinus = addSquare(tailMinus, w[j], c[j] - x[j]);
-        tailPlus = addSquare(tailPlus, w[j], c[j] + x[j]);
-    }
-    return {(headMinus + foldLanes(accMinus)) + tailMinus, (headPlus + foldLanes(accPlus)) + tailPlus};
 }
 
 SignedDistances signedDistancesScalar(const float* x, const float* w, const float* c, int n)
@@ -232,6 +278,14 @@ void keepSmallest(CodeBookRecord& cb, int nCand)
     }
 }
 
+// Both signs tried: the negated code vector only when strictly nearer.
+inline void chooseSign(const SignedDistances& d, float& distance, int32_t& sign)
+{
+    const bool negate = d.minus > d.plus;
+    distance = negate ? d.plus : d.minus;
+    sign = negate ? 1 : 0;
+}
+
 }  // namespace
 
 }  // namespace zam::vq
@@ -251,24 +305,24 @@ ZAM_API ZamStatus zamsVQPreliminarySelect_32f(const float* pSrc, const float* pW
     for (int i = 0; i < nDiv; ++i) {
         const int len = pLengths[i];
         const bool bothSigns = pSignMode[i] == 1;
-        for (int k = 0; k < cb.height; ++k) {
-            float distance = 0.0f;
-            int32_t sign = 0;
-            if (len >= 1) {
-                if (bothSigns) {
-                    const SignedDistances d = signedDistancesAvx2(x, w, cb.rows[k], len);
-                    if (d.minus > d.plus) {
-                        distance = d.plus;
-                        sign = 1;
-                    } else {
-                        distance = d.minus;
-                    }
-                } else {
-                    distance = distanceAvx2(x, w, cb.rows[k], len);
-                }
+        if (len < 1) {
+            for (int k = 0; k < cb.height; ++k) {
+                cb.distances[k] = 0.0f;
+                cb.signs[k] = 0;
             }
-            cb.distances[k] = distance;
-            cb.signs[k] = sign;
+        } else if (bothSigns) {
+            int k = 0;
+            SignedDistances d[4];
+            for (; k + 4 <= cb.height; k += 4) {
+                signedDistances4Avx2(x, w, cb.rows + k, len, d);
+                for (int r = 0; r < 4; ++r) chooseSign(d[r], cb.distances[k + r], cb.signs[k + r]);
+            }
+            for (; k < cb.height; ++k) chooseSign(signedDistancesAvx2(x, w, cb.rows[k], len), cb.distances[k], cb.signs[k]);
+        } else {
+            int k = 0;
+            for (; k + 4 <= cb.height; k += 4) distances4Avx2(x, w, cb.rows + k, len, cb.distances + k);
+            for (; k < cb.height; ++k) cb.distances[k] = distanceAvx2(x, w, cb.rows[k], len);
+            for (k = 0; k < cb.height; ++k) cb.signs[k] = 0;
         }
 
         int* outIndex = pIndices + static_cast<int64_t>(i) * nCand;

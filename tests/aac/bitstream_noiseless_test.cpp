@@ -118,6 +118,29 @@ TEST(AacNoiseless, SectionPiecesStopOncePastMaxSfb)
     EXPECT_EQ(r.bitsUsed, 8 + 11 + 4 + 10);
 }
 
+TEST(AacNoiseless, ThreeLengthPiecesNeedACallerMaxSfbAbove61)
+{
+    // Only a caller-filled ICS record (common window, general form) can carry a
+    // max_sfb above 51: with 63, the pieces 31 + 31 + 2 are all read and the
+    // section then ends past max_sfb.
+    BitWriter w;
+    w.put(100, 8);
+    w.put(0, 4);
+    w.put(31, 5);
+    w.put(31, 5);
+    w.put(2, 5);
+    ChannelOutputs o(kSfi44k);
+    o.ics.window_sequence = 0;
+    o.ics.max_sfb = 63;
+    o.ics.num_window_groups = 1;
+    o.ics.window_group_length[0] = 1;
+    const Result r = runGeneral(w, o, 1);
+    EXPECT_EQ(r.status, zamStsAacSectDataErr);
+    EXPECT_EQ(r.bitsUsed, static_cast<long>(w.bits()));
+    o.ics.max_sfb = 64;
+    EXPECT_EQ(runGeneral(w, o, 1).status, zamStsAacMaxSfbErr);
+}
+
 TEST(AacNoiseless, SectionsEndingPastMaxSfbFail)
 {
     BitWriter w;

@@ -16,9 +16,9 @@ namespace aactest {
 // Writes fields most significant bit first.
 class BitWriter {
 public:
-    void put(uint32_t value, int n)
+    void put(uint64_t value, int n)  // n up to 64
     {
-        for (int i = n - 1; i >= 0; --i) putBit((value >> i) & 1u);
+        for (int i = n - 1; i >= 0; --i) putBit(static_cast<uint32_t>((value >> i) & 1u));
     }
     void putBit(uint32_t bit)
     {

@@ -1,4 +1,7 @@
 // Decoding: cursor behaviour, escapes, tuples and the argument checks.
+#include <sys/mman.h>
+#include <unistd.h>
+
 #include <functional>
 
 #include "vlc_test_util.h"
@@ -333,4 +336,71 @@ TEST(VlcDecode, CheckOrder)
     EXPECT_EQ(zamsVLCDecodeEscBlock_MP3_1u16s(&p, &offset, 32, out.data(), 8, good.spec()), zamStsBadArg);
     EXPECT_EQ(zamsVLCDecodeUTupleEscBlock_MP3_1u16s(&p, &offset, -1, out.data(), 8, good.spec()), zamStsBadArg);
     EXPECT_TRUE(zamtest::untouched(out));
+}
+
+// Decoders read no further than the aligned word after the one holding the last
+// bit they consume: a stream ending in the second-last word of a page before an
+// unreadable page decodes at every end position.
+TEST(VlcDecode, ReadsStopOneWordAfterTheLastBit)
+{
+    const long pageSize = sysconf(_SC_PAGESIZE);
+    auto* pages = static_cast<uint8_t*>(mmap(nullptr, 2 * pageSize, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+    ASSERT_NE(pages, MAP_FAILED);
+    ASSERT_EQ(mprotect(pages + pageSize, pageSize, PROT_NONE), 0);
+    uint8_t* const base = pages + pageSize - 64;  // 64 bytes before the guard page
+    const auto table = unarySeven();
+    DecodeSpec plain(table, {7});
+    DecodeSpec tuple(table, {4, 3}, 1, 3);
+    DecodeSpec pairs(smallPairCode(), {4});
+    const std::vector<int> values = {7, 0, 3, 6, 1, 7, 7, 2};
+    for (int end = 449; end <= 480; ++end) {  // last bit inside bytes 56..59 of `base`
+        // Plain and tuple codes.
+        int total = 0;
+        for (int v : values) total += table[v].length;
+        std::memset(base, 0, 64);
+        size_t bit = static_cast<size_t>(end - total);
+        auto put = [&](uint32_t code, int n) {
+            for (int k = n - 1; k >= 0; --k, ++bit)
+                if ((code >> k) & 1u) base[bit >> 3] |= static_cast<uint8_t>(0x80u >> (bit & 7));
+        };
+        const size_t start = bit;
+        for (int v : values) put(table[v].code, table[v].length);
+        int16_t out[8];
+        uint8_t* p = base + start / 8;
+        int offset = static_cast<int>(start % 8);
+        ASSERT_EQ(zamsVLCDecodeBlock_1u16s(&p, &offset, out, 8, plain.spec()), zamStsOk);
+        EXPECT_EQ(std::vector<int>(out, out + 8), values);
+        EXPECT_EQ((p - base) * 8 + offset, end);
+        p = base + start / 8;
+        offset = static_cast<int>(start % 8);
+        for (int i = 0; i < 8; ++i) ASSERT_EQ(zamsVLCDecodeOne_1u16s(&p, &offset, out + i, plain.spec()), zamStsOk);
+        EXPECT_EQ((p - base) * 8 + offset, end);
+        // The tuple decoders on codes without zero elements read a sign bit each.
+        std::memset(base, 0, 64);
+        bit = static_cast<size_t>(end - total - 7);
+        const size_t tupleStart = bit;
+        for (int v : values) {
+            put(table[v].code, table[v].length);
+            if (v != 0) put(1, 1);
+        }
+        p = base + tupleStart / 8;
+        offset = static_cast<int>(tupleStart % 8);
+        ASSERT_EQ(zamsVLCDecodeUTupleBlock_1u16s(&p, &offset, out, 8, tuple.spec()), zamStsOk);
+        EXPECT_EQ(out[0], -7);
+        EXPECT_EQ((p - base) * 8 + offset, end);
+        // An AAC escape as the last thing in the stream.
+        std::memset(base, 0, 64);
+        bit = static_cast<size_t>(end - 3 - 21);
+        const size_t escapeStart = bit;
+        put(0b100, 3);
+        put(0b111111110, 9);
+        put(0xABC, 12);
+        p = base + escapeStart / 8;
+        offset = static_cast<int>(escapeStart % 8);
+        ASSERT_EQ(zamsVLCDecodeEscBlock_AAC_1u16s(&p, &offset, out, 2, pairs.spec()), zamStsOk);
+        EXPECT_EQ(out[0], 4096 + 0xABC);
+        EXPECT_EQ(out[1], 1);
+        EXPECT_EQ((p - base) * 8 + offset, end);
+    }
+    munmap(pages, 2 * pageSize);
 }

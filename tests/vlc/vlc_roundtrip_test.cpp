@@ -73,8 +73,17 @@ int aacValue(bool worst)
 
 }  // namespace
 
+TEST(VlcRoundTrip, TheCodeBooksAreThere)
+{
+    ASSERT_EQ(aacBooks().size(), 11u) << zamtest::sharedPath("tables/aac_spectral_huffman.txt");
+    ASSERT_EQ(mp3Tables().size(), 29u) << zamtest::sharedPath("tables/mp3_huffman_pairs.txt");
+    const size_t aacEntries[] = {81, 81, 81, 81, 81, 81, 64, 64, 169, 169, 289};
+    for (int b = 1; b <= 11; ++b) EXPECT_EQ(aacBooks().at(b).words.size(), aacEntries[b - 1]);
+}
+
 TEST(VlcRoundTrip, AacBook11WithEscapes)
 {
+    if (aacBooks().count(11) == 0) GTEST_FAIL() << "AAC code books missing";
     const auto& t = book11();
     EXPECT_EQ(t.encodeKeys.size(), 17u * 17u * 4u - 2u * 17u * 2u + 1u);
     EncodeSpec enc(t.encodeKeys);
@@ -267,6 +276,7 @@ TEST(VlcRoundTrip, PlainCodesOfEveryBook)
 
 TEST(VlcRoundTrip, UnsignedAacBooksAsTuples)
 {
+    if (aacBooks().size() != 11) GTEST_FAIL() << "AAC code books missing";
     for (int number : {3, 4, 7, 8, 9, 10}) {
         SCOPED_TRACE(number);
         const CodeBook& book = aacBooks().at(number);
@@ -316,6 +326,72 @@ TEST(VlcRoundTrip, UnsignedAacBooksAsTuples)
             EXPECT_EQ(out.back(), 0x5555);  // the incomplete last tuple is not written
             EXPECT_EQ(s.p, endP);
             EXPECT_EQ(s.offset, endOffset);
+        }
+    }
+}
+
+// ---- MP3 count1 quadruples: four 1-bit magnitudes, one sign bit per 1 ----
+
+TEST(VlcRoundTrip, Mp3QuadTablesAsTuples)
+{
+    std::ifstream in(zamtest::sharedPath("tables/mp3_huffman_quads.txt"));
+    ASSERT_TRUE(in.good());
+    std::map<char, std::vector<std::pair<std::vector<int>, CodeWord>>> tables;
+    std::string line;
+    while (std::getline(in, line)) {
+        if (line.empty() || line[0] == '#') continue;
+        std::istringstream ss(line);
+        char name;
+        std::vector<int> q(4);
+        int length;
+        std::string bits;
+        ss >> name >> q[0] >> q[1] >> q[2] >> q[3] >> length >> bits;
+        tables[name].push_back({q, {0, length, parseBits(bits)}});
+    }
+    ASSERT_EQ(tables.size(), 2u);
+    auto key = [](const std::vector<int>& v) { return ((v[0] + 1) * 27) + ((v[1] + 1) * 9) + ((v[2] + 1) * 3) + v[3] + 1; };
+    for (const auto& [name, rows] : tables) {
+        SCOPED_TRACE(name);
+        ASSERT_EQ(rows.size(), 16u);
+        std::vector<VlcEntry> decodeTable, encodeTable;
+        std::vector<std::vector<int>> quads;
+        for (const auto& [q, w] : rows) {
+            decodeTable.push_back({(q[0] << 3) | (q[1] << 2) | (q[2] << 1) | q[3], static_cast<int32_t>(w.code), w.length});
+            for (const auto& v : signVariants(q)) {
+                encodeTable.push_back(withSignBits(key(v), w, v));
+                quads.push_back(v);
+            }
+        }
+        EncodeSpec enc(encodeTable);
+        ASSERT_EQ(enc.status, zamStsOk);
+        const int codes = 150;
+        std::vector<int16_t> keys, expected;
+        for (int i = 0; i < codes; ++i) {
+            const auto& v = quads[randomIn(0, static_cast<int>(quads.size()) - 1)];
+            keys.push_back(static_cast<int16_t>(key(v)));
+            expected.insert(expected.end(), v.begin(), v.end());
+        }
+        Stream s(codes * 2 + 64, static_cast<size_t>(randomIn(0, 31)));
+        int counted = -1;
+        ASSERT_EQ(zamsVLCCountBits_16s32s(keys.data(), codes, &counted, enc.spec()), zamStsOk);
+        ASSERT_EQ(zamsVLCEncodeBlock_16s1u(keys.data(), codes, &s.p, &s.offset, enc.spec()), zamStsOk);
+        EXPECT_EQ(static_cast<size_t>(counted), s.bitsFromStart());
+        const uint8_t* endP = s.p;
+        const int endOffset = s.offset;
+        for (const auto& widths : levelChoices(10)) {
+            DecodeSpec dec(decodeTable, widths, 4, 1);
+            ASSERT_EQ(dec.status, zamStsOk);
+            std::vector<int16_t> out(expected.size());
+            s.rewind();
+            ASSERT_EQ(zamsVLCDecodeUTupleBlock_1u16s(&s.p, &s.offset, out.data(), static_cast<int>(out.size()), dec.spec()),
+                      zamStsOk);
+            EXPECT_EQ(out, expected);
+            EXPECT_EQ(s.p, endP);
+            EXPECT_EQ(s.offset, endOffset);
+            s.rewind();
+            for (int i = 0; i < codes; ++i) ASSERT_EQ(zamsVLCDecodeUTupleOne_1u16s(&s.p, &s.offset, &out[4 * i], dec.spec()), zamStsOk);
+            EXPECT_EQ(out, expected);
+            EXPECT_EQ(s.p, endP);
         }
     }
 }

@@ -42,7 +42,7 @@ std::vector<float> randomFloats(size_t n, float lo = -1, float hi = 1)
 // bits for every length and every alignment of the source.
 TEST(VqKernels, VectorMatchesScalarTwin)
 {
-    const auto x = randomFloats(64), w = randomFloats(64, 0, 2), c = randomFloats(64), d = randomFloats(64);
+    const auto x = randomFloats(72), w = randomFloats(64, 0, 2), c = randomFloats(64), d = randomFloats(64);
     const float reciprocal = zam::vq::refinedReciprocal(3.0f);
     for (int shift = 0; shift < 8; ++shift)
         for (int n = 0; n <= 48; ++n) {
@@ -52,6 +52,17 @@ TEST(VqKernels, VectorMatchesScalarTwin)
             const auto s = zam::vq::signedDistancesScalar(xs, w.data(), c.data(), n);
             EXPECT_EQ(v.minus, s.minus);
             EXPECT_EQ(v.plus, s.plus);
+            const float* rows4[4] = {c.data(), d.data(), w.data(), x.data() + 7};
+            float four[4];
+            zam::vq::SignedDistances fourSigned[4];
+            zam::vq::distances4Avx2(xs, w.data(), rows4, n, four);
+            zam::vq::signedDistances4Avx2(xs, w.data(), rows4, n, fourSigned);
+            for (int r = 0; r < 4; ++r) {
+                EXPECT_EQ(four[r], zam::vq::distanceScalar(xs, w.data(), rows4[r], n));
+                const auto one = zam::vq::signedDistancesScalar(xs, w.data(), rows4[r], n);
+                EXPECT_EQ(fourSigned[r].minus, one.minus);
+                EXPECT_EQ(fourSigned[r].plus, one.plus);
+            }
             EXPECT_EQ(zam::vq::pairDistanceAvx2(xs, w.data(), c.data(), -1, d.data(), 1, n, 3.0f, reciprocal),
                       zam::vq::pairDistanceScalar(xs, w.data(), c.data(), -1, d.data(), 1, n, 3.0f, reciprocal));
         }

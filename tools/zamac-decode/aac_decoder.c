@@ -111,6 +111,7 @@ typedef struct {
     PcmSink* sink;
     DecodeStats* stats;
     long frameNumber;              /* 1-based number of the current frame */
+    long frameBytes;               /* --info: size of the current ADTS frame (0 for ADIF) */
     long cleanFrames, badFrames;
     char elementText[512];         /* --info: the block's elements */
     const char* error;             /* why the current block failed */
@@ -630,6 +631,14 @@ static void show_notices(AacDecoder* d)
     }
 }
 
+/* --info: "frame 12 (371 bytes): CPE0.L[long kbd tns ms] CPE0.R[long kbd is]" */
+static void print_frame_line(const AacDecoder* d, const char* state)
+{
+    printf("frame %ld", d->frameNumber);
+    if (d->frameBytes > 0) printf(" (%ld bytes)", d->frameBytes);
+    printf(":%s%s\n", state, d->elementText);
+}
+
 /* Decodes one raw data block at the cursor and sends its PCM. Returns -1 when the
  * sink asks to stop, 1 when the block was concealed, 0 otherwise. */
 static int decode_block(AacDecoder* d, Cursor* c, const uint8_t* end, AacProgramConfig* program)
@@ -647,11 +656,11 @@ static int decode_block(AacDecoder* d, Cursor* c, const uint8_t* end, AacProgram
     d->sawCoupling = d->sawSbr = 0;
     if (status < 0) {
         const int stop = conceal_frame(d, d->error, status) < 0;
-        if (d->options->info) printf("frame %ld: corrupt%s\n", d->frameNumber, d->elementText);
+        if (d->options->info) print_frame_line(d, " corrupt");
         return stop ? -1 : 1;
     }
     if (send_format(d) != 0) return -1;
-    if (d->options->info) printf("frame %ld:%s\n", d->frameNumber, d->elementText);
+    if (d->options->info) print_frame_line(d, "");
     if (render_block(d, 0) != 0) return -1;
     ++d->cleanFrames;
     return 0;
@@ -777,6 +786,7 @@ static int decode_adts(AacDecoder* d, const uint8_t* data, size_t size)
         memcpy(frame, data + pos, length);
         memset(frame + length, 0, FRAME_PADDING);
         uint8_t* cursor = frame;
+        d->frameBytes = (long)length;
         AacAdtsFrameHeader header;
         zamsUnpackADTSFrameHeader_AAC(&cursor, &header);
         const uint8_t* end = frame + length;
