@@ -1406,7 +1406,9 @@ ZamStatus zamsAnalysisFilter_PQMF_MP3_32f(const float* pSrc, float* pDst, PqmfAn
  * negated) and writes 576 PCM samples pDst[i * mode]. Window D[i] and the matrix
  * cos((16 + i)(2k + 1) pi / 64); unscaled (subband samples on the scale of the
  * analysis output give PCM on the scale of the analysis input). Analysis followed by
- * synthesis returns the input delayed by 481 samples. Same checks as the analysis. */
+ * synthesis returns the input delayed by 481 samples, to about 84 dB SNR on white
+ * noise (83 to 89 dB on tones): the limit of the standard window itself, not of
+ * the arithmetic. Same checks as the analysis. */
 ZamStatus zamsSynthesisFilter_PQMF_MP3_32f(const float* pSrc, float* pDst, PqmfSynthesisState_MP3* pState,
                                            int mode);
 

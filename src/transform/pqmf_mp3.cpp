@@ -70,8 +70,57 @@ constexpr int storedCosineIndex(int y)
     return 32 - y;  // 16 - (y - 16)
 }
 
+// Factors 1 / (2 cos((2n + 1) pi / (2N))) of the even/odd split of an N-point DCT-II.
+template <int N>
+struct DctSplitFactors {
+    float f[N / 2];
+};
+
+template <int N>
+constexpr DctSplitFactors<N> makeSplitFactors()
+{
+    DctSplitFactors<N> t{};
+    for (int n = 0; n < N / 2; ++n) t.f[n] = static_cast<float>(0.5 / cosPiFraction(2 * n + 1, 2 * N));
+    return t;
+}
+
+template <int N>
+constexpr DctSplitFactors<N> kSplit = makeSplitFactors<N>();
+
+// Arithmetic on one float or on eight (one lane per time slot), for the shared DCT.
+inline float vadd(float a, float b) { return a + b; }
+inline float vsub(float a, float b) { return a - b; }
+inline float vmul(float a, float b) { return a * b; }
+inline __m256 vadd(__m256 a, __m256 b) { return _mm256_add_ps(a, b); }
+inline __m256 vsub(__m256 a, __m256 b) { return _mm256_sub_ps(a, b); }
+inline __m256 vmul(__m256 a, float b) { return _mm256_mul_ps(a, _mm256_set1_ps(b)); }
+
+// In-place DCT-II, X[m] = sum_k x[k] cos((2k + 1) m pi / 2N), by the even/odd split:
+// the even outputs are the half-size DCT of x[n] + x[N-1-n], the odd ones the sums
+// of neighbours of the half-size DCT of (x[n] - x[N-1-n]) / (2 cos((2n + 1) pi / 2N)).
+template <int N, typename V>
+inline void dctII(V* x)
+{
+    if constexpr (N == 1) {
+        return;
+    } else {
+        V even[N / 2], odd[N / 2];
+        for (int n = 0; n < N / 2; ++n) {
+            even[n] = vadd(x[n], x[N - 1 - n]);
+            odd[n] = vmul(vsub(x[n], x[N - 1 - n]), kSplit<N>.f[n]);
+        }
+        dctII<N / 2>(even);
+        dctII<N / 2>(odd);
+        for (int k = 0; k < N / 2 - 1; ++k) {
+            x[2 * k] = even[k];
+            x[2 * k + 1] = vadd(odd[k], odd[k + 1]);
+        }
+        x[N - 2] = even[N / 2 - 1];
+        x[N - 1] = odd[N / 2 - 1];
+    }
+}
+
 struct SynthesisTables {
-    alignas(64) float cosine[32][32];  // [k][y]: weight of S[k] in stored value y
     alignas(64) float evenLow[8][16];  // out[j],      on Y_2p[j]
     alignas(64) float oddLow[8][16];   // out[j],      on Y_2p+1[16 + j]
     alignas(64) float evenHigh[8][16]; // out[32 - j], on Y_2p[j]   (lane 0: out[16])
@@ -82,9 +131,6 @@ struct SynthesisTables {
 constexpr SynthesisTables makeSynthesisTables()
 {
     SynthesisTables t{};
-    for (int k = 0; k < 32; ++k)
-        for (int y = 0; y < 32; ++y)
-            t.cosine[k][y] = static_cast<float>(cosPiFraction((2 * k + 1) * storedCosineIndex(y), 64));
     for (int p = 0; p < 8; ++p) {
         for (int j = 0; j < 16; ++j) {
             t.evenLow[p][j] = synthesisWindow(64 * p + j);
@@ -146,95 +192,173 @@ inline void loadAnalysisBlock(const float* src, int t, int stride, float* block)
 
 // ------------------------------------------------------------------ synthesis
 
-void pqmfSynthesisScalar(const float* src, float* dst, float* delay, int32_t& position, int stride)
+// The outputs of one slot from its stored vector Y_0 (newest) and the 15 before it;
+// `slot(a)` gives the stored vector a slots back.
+template <typename SlotOf>
+inline void synthesizeSlotScalar(SlotOf slot, float* out, int stride)
 {
     const SynthesisTables& tab = kSynthesis;
+    float low[16] = {};
+    float high[16] = {};
+    float first = 0.0f;
+    for (int p = 0; p < 8; ++p) {
+        const float* even = slot(2 * p);
+        const float* odd = slot(2 * p + 1);
+        for (int j = 0; j < 16; ++j) {
+            low[j] += tab.evenLow[p][j] * even[j] + tab.oddLow[p][j] * odd[16 + j];
+            high[j] += tab.evenHigh[p][j] * even[j] + tab.oddHigh[p][j] * odd[16 + j];
+        }
+        first += tab.firstOdd[p] * odd[0];
+    }
+    low[0] += first;
+    scatterSynthesisOutput(low, high, out, stride);
+}
+
+void pqmfSynthesisScalar(const float* src, float* dst, float* delay, int32_t& position, int stride)
+{
     for (int t = 0; t < kPqmfSlots; ++t) {
+        float x[32];
+        for (int k = 0; k < 32; ++k) x[k] = src[k * kPqmfSlots + t];
+        dctII<32>(x);
         position = (position + 1) & (kPqmfRingSlots - 1);
         float* y = ringSlot(delay, position, 0);
-        for (int i = 0; i < 32; ++i) y[i] = 0.0f;
-        for (int k = 0; k < 32; ++k) {
-            const float s = src[k * kPqmfSlots + t];
-            for (int i = 0; i < 32; ++i) y[i] += s * tab.cosine[k][i];
-        }
-        float low[16] = {};
-        float high[16] = {};
-        float first = 0.0f;
-        for (int p = 0; p < 8; ++p) {
-            const float* even = ringSlot(delay, position, 2 * p);
-            const float* odd = ringSlot(delay, position, 2 * p + 1);
-            for (int j = 0; j < 16; ++j) {
-                low[j] += tab.evenLow[p][j] * even[j] + tab.oddLow[p][j] * odd[16 + j];
-                high[j] += tab.evenHigh[p][j] * even[j] + tab.oddHigh[p][j] * odd[16 + j];
-            }
-            first += tab.firstOdd[p] * odd[0];
-        }
-        low[0] += first;
-        scatterSynthesisOutput(low, high, dst + t * 32 * stride, stride);
+        for (int i = 0; i < 32; ++i) y[i] = x[storedCosineIndex(i)];
+        const int32_t pos = position;
+        synthesizeSlotScalar([&](int age) { return ringSlot(delay, pos, age); }, dst + t * 32 * stride, stride);
     }
 }
+
+namespace {
+
+// Transposes eight rows of eight floats in registers.
+inline void transpose8(__m256* r)
+{
+    const __m256 t0 = _mm256_unpacklo_ps(r[0], r[1]), t1 = _mm256_unpackhi_ps(r[0], r[1]);
+    const __m256 t2 = _mm256_unpacklo_ps(r[2], r[3]), t3 = _mm256_unpackhi_ps(r[2], r[3]);
+    const __m256 t4 = _mm256_unpacklo_ps(r[4], r[5]), t5 = _mm256_unpackhi_ps(r[4], r[5]);
+    const __m256 t6 = _mm256_unpacklo_ps(r[6], r[7]), t7 = _mm256_unpackhi_ps(r[6], r[7]);
+    const __m256 u0 = _mm256_shuffle_ps(t0, t2, 0x44), u1 = _mm256_shuffle_ps(t0, t2, 0xEE);
+    const __m256 u2 = _mm256_shuffle_ps(t1, t3, 0x44), u3 = _mm256_shuffle_ps(t1, t3, 0xEE);
+    const __m256 u4 = _mm256_shuffle_ps(t4, t6, 0x44), u5 = _mm256_shuffle_ps(t4, t6, 0xEE);
+    const __m256 u6 = _mm256_shuffle_ps(t5, t7, 0x44), u7 = _mm256_shuffle_ps(t5, t7, 0xEE);
+    r[0] = _mm256_permute2f128_ps(u0, u4, 0x20);
+    r[1] = _mm256_permute2f128_ps(u1, u5, 0x20);
+    r[2] = _mm256_permute2f128_ps(u2, u6, 0x20);
+    r[3] = _mm256_permute2f128_ps(u3, u7, 0x20);
+    r[4] = _mm256_permute2f128_ps(u0, u4, 0x31);
+    r[5] = _mm256_permute2f128_ps(u1, u5, 0x31);
+    r[6] = _mm256_permute2f128_ps(u2, u6, 0x31);
+    r[7] = _mm256_permute2f128_ps(u3, u7, 0x31);
+}
+
+// The stored vectors Y of `count` (up to 8) consecutive slots from t0 on, written
+// to rows[0..count-1]; the cosine transform runs on eight slots at once.
+inline void storedVectorsAvx2(const float* src, int t0, int count, float (*rows)[32])
+{
+    __m256 x[32];
+    if (count == 8) {
+        for (int k = 0; k < 32; ++k) x[k] = _mm256_loadu_ps(src + k * kPqmfSlots + t0);
+    } else {
+        alignas(32) int32_t lanes[8];
+        for (int i = 0; i < 8; ++i) lanes[i] = i < count ? -1 : 0;
+        const __m256i mask = _mm256_load_si256(reinterpret_cast<const __m256i*>(lanes));
+        for (int k = 0; k < 32; ++k) x[k] = _mm256_maskload_ps(src + k * kPqmfSlots + t0, mask);
+    }
+    dctII<32>(x);
+    alignas(32) float block[8][8];
+    for (int q = 0; q < 4; ++q) {
+        __m256 r[8];
+        for (int i = 0; i < 8; ++i) r[i] = x[storedCosineIndex(8 * q + i)];
+        transpose8(r);
+        for (int t = 0; t < 8; ++t) _mm256_store_ps(block[t], r[t]);
+        for (int t = 0; t < count; ++t) std::memcpy(rows[t] + 8 * q, block[t], 8 * sizeof(float));
+    }
+}
+
+}  // namespace
 
 void pqmfSynthesisAvx2(const float* src, float* dst, float* delay, int32_t& position, int stride)
 {
     const SynthesisTables& tab = kSynthesis;
-    alignas(32) float low[16];
-    alignas(32) float high[16];
-    for (int t = 0; t < kPqmfSlots; ++t) {
-        position = (position + 1) & (kPqmfRingSlots - 1);
-        float* y = ringSlot(delay, position, 0);
-        __m256 y0 = _mm256_setzero_ps(), y1 = y0, y2 = y0, y3 = y0;
-        for (int k = 0; k < 32; ++k) {
-            const __m256 s = _mm256_broadcast_ss(src + k * kPqmfSlots + t);
-            y0 = _mm256_fmadd_ps(s, _mm256_load_ps(tab.cosine[k] + 0), y0);
-            y1 = _mm256_fmadd_ps(s, _mm256_load_ps(tab.cosine[k] + 8), y1);
-            y2 = _mm256_fmadd_ps(s, _mm256_load_ps(tab.cosine[k] + 16), y2);
-            y3 = _mm256_fmadd_ps(s, _mm256_load_ps(tab.cosine[k] + 24), y3);
-        }
-        _mm256_storeu_ps(y + 0, y0);
-        _mm256_storeu_ps(y + 8, y1);
-        _mm256_storeu_ps(y + 16, y2);
-        _mm256_storeu_ps(y + 24, y3);
+    // The 16 stored slots in time order, then the granule's 18.
+    alignas(32) float line[kPqmfRingSlots + kPqmfSlots][32];
+    for (int age = 0; age < kPqmfRingSlots; ++age)
+        std::memcpy(line[kPqmfRingSlots - 1 - age], ringSlot(delay, position, age), 32 * sizeof(float));
+    storedVectorsAvx2(src, 0, 8, line + kPqmfRingSlots);
+    storedVectorsAvx2(src, 8, 8, line + kPqmfRingSlots + 8);
+    storedVectorsAvx2(src, 16, 2, line + kPqmfRingSlots + 16);
 
-        __m256 l0 = _mm256_setzero_ps(), l1 = l0, h0 = l0, h1 = l0;
-        float first = 0.0f;
-        for (int p = 0; p < 8; ++p) {
-            const float* even = ringSlot(delay, position, 2 * p);
-            const float* odd = ringSlot(delay, position, 2 * p + 1);
-            const __m256 e0 = _mm256_loadu_ps(even), e1 = _mm256_loadu_ps(even + 8);
-            const __m256 o0 = _mm256_loadu_ps(odd + 16), o1 = _mm256_loadu_ps(odd + 24);
-            l0 = _mm256_fmadd_ps(_mm256_load_ps(tab.evenLow[p]), e0, l0);
-            l1 = _mm256_fmadd_ps(_mm256_load_ps(tab.evenLow[p] + 8), e1, l1);
-            l0 = _mm256_fmadd_ps(_mm256_load_ps(tab.oddLow[p]), o0, l0);
-            l1 = _mm256_fmadd_ps(_mm256_load_ps(tab.oddLow[p] + 8), o1, l1);
-            h0 = _mm256_fmadd_ps(_mm256_load_ps(tab.evenHigh[p]), e0, h0);
-            h1 = _mm256_fmadd_ps(_mm256_load_ps(tab.evenHigh[p] + 8), e1, h1);
-            h0 = _mm256_fmadd_ps(_mm256_load_ps(tab.oddHigh[p]), o0, h0);
-            h1 = _mm256_fmadd_ps(_mm256_load_ps(tab.oddHigh[p] + 8), o1, h1);
-            first += tab.firstOdd[p] * odd[0];
-        }
-        _mm256_store_ps(low, l0);
-        _mm256_store_ps(low + 8, l1);
-        _mm256_store_ps(high, h0);
-        _mm256_store_ps(high + 8, h1);
-        low[0] += first;
+    auto emit = [&](int t, __m256 l0, __m256 l1, __m256 h0, __m256 h1, float first) {
         float* out = dst + t * 32 * stride;
         if (stride == 1) {
-            _mm256_storeu_ps(out, _mm256_load_ps(low));
-            _mm256_storeu_ps(out + 8, _mm256_load_ps(low + 8));
+            // out[0] gets the odd slots' X[16] terms on top of lane 0.
+            l0 = _mm256_add_ps(l0, _mm256_setr_ps(first, 0, 0, 0, 0, 0, 0, 0));
+            _mm256_storeu_ps(out, l0);
+            _mm256_storeu_ps(out + 8, l1);
             // out[16..31] = high[0], high[15], high[14], ..., high[1]
             const __m256i reverse = _mm256_setr_epi32(7, 6, 5, 4, 3, 2, 1, 0);
+            const __m256i rotate = _mm256_setr_epi32(7, 0, 1, 2, 3, 4, 5, 6);
             const __m256 r1 = _mm256_permutevar8x32_ps(h1, reverse);  // high[15..8]
             const __m256 r0 = _mm256_permutevar8x32_ps(h0, reverse);  // high[7..0]
-            // out[16..23] = high[0], high[15..9]; out[24..31] = high[8..1]
-            const __m256 shiftedIn = _mm256_blend_ps(r1, r0, 0x80);       // high[15..9], high[0]
-            const __m256i rotate = _mm256_setr_epi32(7, 0, 1, 2, 3, 4, 5, 6);
-            _mm256_storeu_ps(out + 16, _mm256_permutevar8x32_ps(shiftedIn, rotate));
-            const __m256 upper = _mm256_blend_ps(r0, r1, 0x80);            // high[7..1], high[8]
-            _mm256_storeu_ps(out + 24, _mm256_permutevar8x32_ps(upper, rotate));
+            _mm256_storeu_ps(out + 16, _mm256_permutevar8x32_ps(_mm256_blend_ps(r1, r0, 0x80), rotate));
+            _mm256_storeu_ps(out + 24, _mm256_permutevar8x32_ps(_mm256_blend_ps(r0, r1, 0x80), rotate));
         } else {
+            alignas(32) float low[16];
+            alignas(32) float high[16];
+            _mm256_store_ps(low, l0);
+            _mm256_store_ps(low + 8, l1);
+            _mm256_store_ps(high, h0);
+            _mm256_store_ps(high + 8, h1);
+            low[0] += first;
             scatterSynthesisOutput(low, high, out, stride);
         }
+    };
+
+    // Two slots at a time: they share the window coefficients, and the even vector
+    // of the first is the odd vector of the second.
+    for (int t = 0; t < kPqmfSlots; t += 2) {
+        const int newest = kPqmfRingSlots + t;  // slot t; slot t + 1 is one later
+        __m256 la0 = _mm256_setzero_ps(), la1 = la0, ha0 = la0, ha1 = la0;
+        __m256 lb0 = la0, lb1 = la0, hb0 = la0, hb1 = la0;
+        float firstA = 0.0f, firstB = 0.0f;
+        for (int p = 0; p < 8; ++p) {
+            const float* later = line[newest + 1 - 2 * p];  // even of t + 1
+            const float* shared = line[newest - 2 * p];     // even of t, odd of t + 1
+            const float* earlier = line[newest - 2 * p - 1];  // odd of t
+            const __m256 el0 = _mm256_load_ps(tab.evenLow[p]), el1 = _mm256_load_ps(tab.evenLow[p] + 8);
+            const __m256 ol0 = _mm256_load_ps(tab.oddLow[p]), ol1 = _mm256_load_ps(tab.oddLow[p] + 8);
+            const __m256 eh0 = _mm256_load_ps(tab.evenHigh[p]), eh1 = _mm256_load_ps(tab.evenHigh[p] + 8);
+            const __m256 oh0 = _mm256_load_ps(tab.oddHigh[p]), oh1 = _mm256_load_ps(tab.oddHigh[p] + 8);
+            const __m256 ea0 = _mm256_load_ps(shared), ea1 = _mm256_load_ps(shared + 8);
+            const __m256 oa0 = _mm256_load_ps(earlier + 16), oa1 = _mm256_load_ps(earlier + 24);
+            const __m256 eb0 = _mm256_load_ps(later), eb1 = _mm256_load_ps(later + 8);
+            const __m256 ob0 = _mm256_load_ps(shared + 16), ob1 = _mm256_load_ps(shared + 24);
+            la0 = _mm256_fmadd_ps(el0, ea0, la0);
+            la1 = _mm256_fmadd_ps(el1, ea1, la1);
+            lb0 = _mm256_fmadd_ps(el0, eb0, lb0);
+            lb1 = _mm256_fmadd_ps(el1, eb1, lb1);
+            ha0 = _mm256_fmadd_ps(eh0, ea0, ha0);
+            ha1 = _mm256_fmadd_ps(eh1, ea1, ha1);
+            hb0 = _mm256_fmadd_ps(eh0, eb0, hb0);
+            hb1 = _mm256_fmadd_ps(eh1, eb1, hb1);
+            la0 = _mm256_fmadd_ps(ol0, oa0, la0);
+            la1 = _mm256_fmadd_ps(ol1, oa1, la1);
+            lb0 = _mm256_fmadd_ps(ol0, ob0, lb0);
+            lb1 = _mm256_fmadd_ps(ol1, ob1, lb1);
+            ha0 = _mm256_fmadd_ps(oh0, oa0, ha0);
+            ha1 = _mm256_fmadd_ps(oh1, oa1, ha1);
+            hb0 = _mm256_fmadd_ps(oh0, ob0, hb0);
+            hb1 = _mm256_fmadd_ps(oh1, ob1, hb1);
+            firstA += tab.firstOdd[p] * earlier[0];
+            firstB += tab.firstOdd[p] * shared[0];
+        }
+        emit(t, la0, la1, ha0, ha1, firstA);
+        emit(t + 1, lb0, lb1, hb0, hb1, firstB);
     }
+
+    position = (position + kPqmfSlots) & (kPqmfRingSlots - 1);
+    for (int age = 0; age < kPqmfRingSlots; ++age)
+        std::memcpy(ringSlot(delay, position, age), line[kPqmfRingSlots + kPqmfSlots - 1 - age], 32 * sizeof(float));
 }
 
 // ------------------------------------------------------------------ analysis

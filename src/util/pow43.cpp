@@ -91,16 +91,27 @@ void pow43Scalar(const int16_t* src, float* dst, int len)
 void pow43Avx2(const int16_t* src, float* dst, int len)
 {
     const __m256i limit = _mm256_set1_epi32(kTableSize - 1);
+    const __m256i smallLimit = _mm256_set1_epi32(15);
     const __m256i signBit = _mm256_set1_epi32(static_cast<int32_t>(0x80000000u));
+    // Magnitudes below 16 (nearly all of an MP3 spectrum) come from two registers.
+    const __m256 low = _mm256_load_ps(kPow43Table.data());
+    const __m256 high = _mm256_load_ps(kPow43Table.data() + 8);
     int i = 0;
     for (; i + 8 <= len; i += 8) {
         const __m256i x = _mm256_cvtepi16_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(src + i)));
         const __m256i mag = _mm256_abs_epi32(x);
-        if (!_mm256_testz_si256(_mm256_cmpgt_epi32(mag, limit), _mm256_set1_epi32(-1))) {
+        const __m256i ones = _mm256_set1_epi32(-1);
+        __m256 v;
+        if (_mm256_testz_si256(_mm256_cmpgt_epi32(mag, smallLimit), ones)) {
+            const __m256 fromLow = _mm256_permutevar8x32_ps(low, mag);
+            const __m256 fromHigh = _mm256_permutevar8x32_ps(high, mag);
+            v = _mm256_blendv_ps(fromLow, fromHigh, _mm256_castsi256_ps(_mm256_slli_epi32(mag, 28)));
+        } else if (_mm256_testz_si256(_mm256_cmpgt_epi32(mag, limit), ones)) {
+            v = _mm256_i32gather_ps(kPow43Table.data(), mag, 4);
+        } else {
             for (int k = 0; k < 8; ++k) dst[i + k] = pow43One(src[i + k]);
             continue;
         }
-        const __m256 v = _mm256_i32gather_ps(kPow43Table.data(), mag, 4);
         const __m256 sign = _mm256_castsi256_ps(_mm256_and_si256(x, signBit));
         _mm256_storeu_ps(dst + i, _mm256_xor_ps(v, sign));
     }

@@ -16,7 +16,12 @@
 
 namespace mp3test {
 
-inline std::string toolPath() { return std::string(ZAMAC_BINARY_DIR) + "/tools/zamac-decode/zamac-decode"; }
+// The build's zamac-decode, or the one named by ZAMAC_DECODE.
+inline std::string toolPath()
+{
+    if (const char* env = std::getenv("ZAMAC_DECODE")) return env;
+    return std::string(ZAMAC_BINARY_DIR) + "/tools/zamac-decode/zamac-decode";
+}
 
 inline bool toolBuilt()
 {

@@ -184,8 +184,12 @@ static void framer_init(Framer* f, const uint8_t* data, size_t size)
 /* A Xing/Info (LAME) or VBRI frame carries stream information, no audio. */
 static int is_info_frame(const uint8_t* p, const Mp3Header* h, int length)
 {
-    const int at = 4 + (h->protection ? 2 : 0) + h->sideInfoBytes;
-    if (at + 4 <= length && (memcmp(p + at, "Xing", 4) == 0 || memcmp(p + at, "Info", 4) == 0)) return 1;
+    /* lame puts the tag right after the side information's nominal place even
+     * when a CRC word moves the side information two bytes on; look at both. */
+    for (int crc = 0; crc <= (h->protection ? 2 : 0); crc += 2) {
+        const int at = 4 + crc + h->sideInfoBytes;
+        if (at + 4 <= length && (memcmp(p + at, "Xing", 4) == 0 || memcmp(p + at, "Info", 4) == 0)) return 1;
+    }
     return 36 + 4 <= length && memcmp(p + 36, "VBRI", 4) == 0;
 }
 
@@ -220,8 +224,8 @@ int mp3_decode(const uint8_t* data, size_t size, const DecodeOptions* options, P
                outChannels, outChannels == 1 ? "" : "s", frames);
 
     Mp3Layer3* l3 = mp3_layer3_create();
-    uint8_t* reservoir = calloc(1, RESERVOIR_BYTES + MAX_FRAME_BYTES + MP3_MAIN_PADDING);
-    int16_t* pcm = malloc(sizeof(int16_t) * 1152 * 2);
+    uint8_t* reservoir = (uint8_t*)calloc(1, RESERVOIR_BYTES + MAX_FRAME_BYTES + MP3_MAIN_PADDING);
+    int16_t* pcm = (int16_t*)malloc(sizeof(int16_t) * 1152 * 2);
     if (!l3 || !reservoir || !pcm) {
         fprintf(stderr, "zamac-decode: out of memory\n");
         mp3_layer3_destroy(l3);

@@ -10,6 +10,8 @@
 #include <stdlib.h>
 #include <string.h>
 
+/* The library needs AVX2 and FMA anyway; let the glue loops use them too. */
+#pragma GCC target("avx2,fma")
 #include "mp3_internal.h"
 
 #define GAIN_MIN (-512)
@@ -42,7 +44,7 @@ static const double kAliasCoefficients[8] = {-0.6, -0.535, -0.33, -0.185, -0.095
 
 Mp3Layer3* mp3_layer3_create(void)
 {
-    Mp3Layer3* l3 = calloc(1, sizeof *l3);
+    Mp3Layer3* l3 = (Mp3Layer3*)calloc(1, sizeof *l3);
     if (!l3) return NULL;
     int size36 = 0, size12 = 0;
     if (zamsMDCTInvInitAlloc_32f(&l3->mdct36, 36) != zamStsOk ||
@@ -55,7 +57,7 @@ Mp3Layer3* mp3_layer3_create(void)
         return NULL;
     }
     const int bufferSize = size36 > size12 ? size36 : size12;
-    l3->mdctBuffer = malloc(bufferSize > 0 ? (size_t)bufferSize : 1);
+    l3->mdctBuffer = (uint8_t*)malloc(bufferSize > 0 ? (size_t)bufferSize : 1);
     if (!l3->mdctBuffer) {
         mp3_layer3_destroy(l3);
         return NULL;
@@ -244,7 +246,12 @@ static void stereo(Mp3Layer3* l3, const Mp3Header* h, int modeExtension, const G
         return;
     }
     const int rightEnd = l3->spectrumEnd[1];
-    const int belowTop = h->version == MP3_MPEG1 ? -1 : 0;
+    /* The top band (long 21, short 12) has no scale factor of its own: it takes
+     * the position of the band below. When that band is not in the intensity
+     * region, MPEG-1 still takes its value (what mpg123 and ffmpeg do), MPEG-2 takes
+     * position 0 (what the ISO reference decoder does: both channels get the mid
+     * value). */
+    const int mpeg1 = h->version == MP3_MPEG1;
     if (!g->isShort) {
         int sfb = 0;
         while (sfb < 22 && g->longBands[sfb + 1] <= rightEnd) ++sfb;
@@ -252,11 +259,7 @@ static void stereo(Mp3Layer3* l3, const Mp3Header* h, int modeExtension, const G
         const int bound = g->longBands[sfb];
         if (ms) ms_lines(l, r, 0, bound);
         for (; sfb < 22; ++sfb) {
-            /* The top band has no scale factor of its own: it takes the position of
-             * the band below when that one is in the intensity region; otherwise it
-             * is position 0 in MPEG-2 (both channels take the mid value) and no
-             * intensity band in MPEG-1. */
-            const int pos = sfb < 21 ? sfRight[sfb] : (bound <= g->longBands[20] ? sfRight[20] : belowTop);
+            const int pos = sfb < 21 ? sfRight[sfb] : (mpeg1 || bound <= g->longBands[20] ? sfRight[20] : 0);
             intensity_band(l3, h, siRight, ms, pos, l, r, g->longBands[sfb], g->longBands[sfb + 1]);
         }
     } else {
@@ -282,7 +285,7 @@ static void stereo(Mp3Layer3* l3, const Mp3Header* h, int modeExtension, const G
                     if (ms) ms_lines(l, r, start, start + width);
                 } else {
                     const int pos = sfb < 12 ? sfRight[sfOffset + 3 * sfb + w]
-                                             : (top <= 11 ? sfRight[sfOffset + 3 * 11 + w] : belowTop);
+                                             : (mpeg1 || top <= 11 ? sfRight[sfOffset + 3 * 11 + w] : 0);
                     intensity_band(l3, h, siRight, ms, pos, l, r, start, start + width);
                 }
             }
@@ -433,8 +436,20 @@ int mp3_layer3_decode_frame(Mp3Layer3* l3, const Mp3Header* header, const Mp3Fra
                 if (ok && hufSize >= 0) {
                     ZamStatus st;
                     if (header->version == MP3_MPEG25)
-                        st = zamsHuffmanDecodeSfb_MP3_1u32s(&p, &off, l3->quantized, &nonZero, s, &frame, hufSize,
-                                                            &mp3_sfb_long[6][0]);
+                    {
+                        /* At 8 kHz the bands are twice as wide: region 0 of a
+                         * window-switching granule ends at 3 x short boundary [3] (72
+                         * lines) or long boundary [8] (108), not at the 36 or 54 lines
+                         * of the other rates, so its bounds come from the band tables. */
+                        static const int16_t mixedPartition[6][2] = {{3, 0}, {3, 0}, {3, 0}, {3, 0}, {3, 0}, {3, 0}};
+                        if (header->srIndex == 2)
+                            st = zamsHuffmanDecodeSfbMbp_MP3_1u32s(&p, &off, l3->quantized, &nonZero, s, &frame,
+                                                                   hufSize, &mp3_sfb_long[6][0], &mp3_sfb_short[6][0],
+                                                                   &mixedPartition[0][0]);
+                        else
+                            st = zamsHuffmanDecodeSfb_MP3_1u32s(&p, &off, l3->quantized, &nonZero, s, &frame, hufSize,
+                                                                &mp3_sfb_long[6][0]);
+                    }
                     else
                         st = zamsHuffmanDecode_MP3_1u32s(&p, &off, l3->quantized, &nonZero, s, &frame, hufSize);
                     ok = st == zamStsOk;
