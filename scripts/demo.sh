@@ -12,4 +12,7 @@ cmake --build build/release -j"$(nproc)"
 for sample in samples/*.aac; do
   ./build/release/tools/zamac-decode/zamac-decode -o "build/release/$(basename "$sample" .aac).wav" "$sample"
 done
+for sample in samples/*.mp3; do
+  ./build/release/tools/zamac-decode/zamac-decode -o "build/release/$(basename "$sample" .mp3).wav" "$sample"
+done
 echo "decoded WAVE files are in build/release/"

@@ -193,7 +193,8 @@ TEST(ZamacDecode, DecodesTheSamplesToWave)
     struct {
         const char* name;
         int rate, channels;
-    } samples[] = {{"music-44k-stereo.aac", 44100, 2}, {"music-22k-mono.aac", 22050, 1}};
+    } samples[] = {{"music-44k-stereo.aac", 44100, 2}, {"music-22k-mono.aac", 22050, 1},
+                   {"music-44k-stereo.mp3", 44100, 2}};
     for (const auto& s : samples) {
         const RunResult r = run(kTool + " -o '" + (dir / "out.wav") + "' '" + kSamples + s.name + "'", dir);
         ASSERT_EQ(r.exitCode, 0) << r.err;
@@ -203,6 +204,23 @@ TEST(ZamacDecode, DecodesTheSamplesToWave)
         EXPECT_NEAR(double(w.frames()) / s.rate, 8.0, 0.2) << s.name;
         EXPECT_NE(r.err.find("0 concealed"), std::string::npos) << r.err;
     }
+}
+
+// Frame data of an MP3 stream may happen to hold two ADTS-looking headers in a row;
+// the format is decided by the first run of headers, which is MP3's.
+TEST(ZamacDecode, AdtsLookalikesInsideMp3DataDoNotChangeTheFormat)
+{
+    TempDir dir;
+    std::string mp3 = slurp(kSamples + "music-44k-stereo.mp3");
+    ASSERT_GT(mp3.size(), 30000u);
+    // Two 7-byte ADTS headers (sync, layer 0, frame length 7), back to back.
+    const unsigned char adts[7] = {0xFF, 0xF1, 0x50, 0x80, 0x00, 0xFF, 0xFC};
+    for (int copy = 0; copy < 2; ++copy)
+        for (int i = 0; i < 7; ++i) mp3[20000 + copy * 7 + i] = static_cast<char>(adts[i]);
+    spit(dir / "lookalike.mp3", mp3);
+    const RunResult r = run(kTool + " --bench '" + (dir / "lookalike.mp3") + "'", dir);
+    EXPECT_EQ(r.exitCode, 0) << r.err;
+    EXPECT_NE(r.err.find(": MP3,"), std::string::npos) << r.err;
 }
 
 TEST(ZamacDecode, RawOutputAndInfoAgreeWithTheWaveFile)

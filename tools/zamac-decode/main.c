@@ -125,8 +125,35 @@ static size_t adts_frame_length(const uint8_t* p, size_t left)
     return length >= 7 ? length : 0;
 }
 
-/* An ADIF file starts with "ADIF"; an ADTS stream has two consecutive ADTS headers
- * (or one that fills the file) within its first 64 KB, after an optional ID3v2 tag. */
+/* Length of a Layer III frame whose header starts at p; 1 for another MPEG audio
+ * header (free format, Layers I and II), whose length is not worked out here, so it
+ * never decides alone; 0 when p holds no valid MPEG audio header. A file in which
+ * nothing decides goes to the MP3 decoder, which reports what it finds. */
+static size_t mpeg_audio_frame_length(const uint8_t* p, size_t left)
+{
+    static const int kBitrateKbps[2][15] = {
+        {0, 8, 16, 24, 32, 40, 48, 56, 64, 80, 96, 112, 128, 144, 160},     /* MPEG-2 and 2.5 */
+        {0, 32, 40, 48, 56, 64, 80, 96, 112, 128, 160, 192, 224, 256, 320}, /* MPEG-1 */
+    };
+    static const int kRateHz[3] = {44100, 48000, 32000};
+    if (left < 4 || p[0] != 0xFF || (p[1] & 0xE0) != 0xE0) return 0;
+    const int version = (p[1] >> 3) & 3; /* 0: 2.5, 1: reserved, 2: MPEG-2, 3: MPEG-1 */
+    const int layer = (p[1] >> 1) & 3;   /* 1: Layer III, 0: reserved */
+    const int bitrateIndex = p[2] >> 4;
+    const int rateIndex = (p[2] >> 2) & 3;
+    if (version == 1 || layer == 0 || bitrateIndex == 15 || rateIndex == 3) return 0;
+    if (layer != 1 || bitrateIndex == 0) return 1;
+    const int mpeg1 = version == 3;
+    const int rate = kRateHz[rateIndex] >> (mpeg1 ? 0 : version == 2 ? 1 : 2);
+    const int padding = (p[2] >> 1) & 1;
+    return (size_t)((mpeg1 ? 144000 : 72000) * kBitrateKbps[mpeg1][bitrateIndex] / rate + padding);
+}
+
+/* An ADIF file starts with "ADIF". Otherwise, after an optional ID3v2 tag, the first
+ * place in the first 64 KB where two consecutive frame headers of one kind follow
+ * each other (or one frame fills the file) decides between ADTS and MP3. Looking
+ * for the first such place, not for any, matters: an MP3 frame's data may happen
+ * to hold a pair of ADTS-looking headers further on. */
 static int looks_like_aac(const uint8_t* data, size_t size)
 {
     if (size >= 4 && memcmp(data, "ADIF", 4) == 0) return 1;
@@ -136,9 +163,12 @@ static int looks_like_aac(const uint8_t* data, size_t size)
                       ((size_t)data[8] & 0x7F) << 7 | ((size_t)data[9] & 0x7F));
     const size_t end = size < start + 65536 ? size : start + 65536;
     for (size_t i = start; i < end; ++i) {
-        const size_t length = adts_frame_length(data + i, size - i);
-        if (length == 0) continue;
-        if (i + length == size || adts_frame_length(data + i + length, size - i - length) != 0) return 1;
+        const size_t adts = adts_frame_length(data + i, size - i);
+        if (adts != 0 && (i + adts == size || adts_frame_length(data + i + adts, size - i - adts) != 0))
+            return 1;
+        const size_t mpeg = mpeg_audio_frame_length(data + i, size - i);
+        if (mpeg > 1 && (i + mpeg >= size || mpeg_audio_frame_length(data + i + mpeg, size - i - mpeg) != 0))
+            return 0;
     }
     return 0;
 }
