@@ -1,10 +1,13 @@
 // Transforms: complex FFT, float MDCT (AAC and MP3 lengths), 16-bit MDCT, block
-// FIR. For comparison only, Debian's FFTW3 (single precision) runs in the same
-// process: it is opened with dlopen when present, so the build needs nothing of
-// it; an FFTW-based MDCT uses the same fold and twiddles around fftwf's N/4-point
-// complex transform. Times are thread CPU time per transform. Each peer benchmark
-// records its time; ours reports "vs_peer" = our time / the peer's time (below 1
-// is faster), and a table of the best runs is printed at exit.
+// FIR. For comparison only, two peers run in the same process, each opened with
+// dlopen when present, so the build needs nothing of them:
+//  - Debian's FFTW3 (single precision); an FFTW-based MDCT uses the same fold and
+//    twiddles around fftwf's N/4-point complex transform;
+//  - ffmpeg's libavutil transforms (av_tx), its own FFT and MDCT, called through
+//    their documented C entry points.
+// Times are thread CPU time per transform. Each peer benchmark records its time;
+// ours reports "vs_peer" = our time / the fastest peer's time (below 1 is faster),
+// and a table of the best runs is printed at exit.
 #include <benchmark/benchmark.h>
 #include <dlfcn.h>
 
@@ -61,6 +64,35 @@ Fftw& fftw()
     static Fftw f;
     return f;
 }
+
+// ------------------------------------------------------------ av_tx via dlopen
+
+struct AvTx {
+    using Fn = void (*)(void* ctx, void* out, void* in, ptrdiff_t strideBytes);
+    using Init = int (*)(void** ctx, Fn* fn, int type, int inverse, int len, const void* scale, uint64_t flags);
+    using Uninit = void (*)(void** ctx);
+    static constexpr int kFloatFft = 0;
+    static constexpr int kFloatMdct = 1;
+    Init init = nullptr;
+    Uninit uninit = nullptr;
+    bool ok = false;
+    AvTx()
+    {
+        void* h = dlopen("libavutil.so.57", RTLD_NOW);
+        if (!h) h = dlopen("libavutil.so.58", RTLD_NOW);
+        if (!h) h = dlopen("libavutil.so.59", RTLD_NOW);
+        if (!h) return;
+        init = reinterpret_cast<Init>(dlsym(h, "av_tx_init"));
+        uninit = reinterpret_cast<Uninit>(dlsym(h, "av_tx_uninit"));
+        ok = init && uninit;
+    }
+};
+
+AvTx& avtx()
+{
+    static AvTx a;
+    return a;
+}
 constexpr int kFftwForward = -1;
 constexpr unsigned kFftwMeasure = 0;
 
@@ -69,17 +101,29 @@ constexpr unsigned kFftwMeasure = 0;
 // The fastest run of each case, ours and the peer's; the table is printed at
 // exit (run with --benchmark_repetitions to take the minimum over several).
 struct Records {
-    std::map<std::string, double> peer, ours;
+    std::map<std::string, double> peer, avtx, ours;
+    static void cell(const std::map<std::string, double>& m, const std::string& key)
+    {
+        auto it = m.find(key);
+        if (it != m.end()) std::printf(" %12.1f", it->second);
+        else std::printf(" %12s", "-");
+    }
     ~Records()
     {
         if (ours.empty()) return;
-        std::printf("\n%-14s %14s %14s %10s\n", "transform", "zamac ns", "FFTW ns", "ratio");
+        std::printf("\n%-14s %12s %12s %12s %12s\n", "transform", "zamac ns", "FFTW ns", "av_tx ns",
+                    "vs fastest");
         for (const auto& [key, ns] : ours) {
-            auto it = peer.find(key);
-            if (it != peer.end() && it->second > 0)
-                std::printf("%-14s %14.1f %14.1f %10.2f\n", key.c_str(), ns, it->second, ns / it->second);
-            else
-                std::printf("%-14s %14.1f %14s %10s\n", key.c_str(), ns, "-", "-");
+            std::printf("%-14s %12.1f", key.c_str(), ns);
+            cell(peer, key);
+            cell(avtx, key);
+            double best = 0;
+            for (const auto* m : {&peer, &avtx}) {
+                auto it = m->find(key);
+                if (it != m->end() && it->second > 0 && (best == 0 || it->second < best)) best = it->second;
+            }
+            if (best > 0) std::printf(" %12.2f\n", ns / best);
+            else std::printf(" %12s\n", "-");
         }
     }
 };
@@ -115,12 +159,22 @@ void recordPeer(const std::string& key, double ns)
     if (!m.count(key) || ns < m[key]) m[key] = ns;
 }
 
+void recordAvTx(const std::string& key, double ns)
+{
+    auto& m = gRecords.avtx;
+    if (!m.count(key) || ns < m[key]) m[key] = ns;
+}
+
 void reportOurs(benchmark::State& state, const std::string& key, double ns)
 {
     auto& o = ourTimes();
     if (!o.count(key) || ns < o[key]) o[key] = ns;
-    auto& m = peerTimes();
-    if (m.count(key) && m[key] > 0) state.counters["vs_peer"] = ns / m[key];
+    double best = 0;
+    for (const auto* m : {&gRecords.peer, &gRecords.avtx}) {
+        auto it = m->find(key);
+        if (it != m->end() && it->second > 0 && (best == 0 || it->second < best)) best = it->second;
+    }
+    if (best > 0) state.counters["vs_peer"] = ns / best;
     state.counters["ns_per_transform"] = ns;
 }
 
@@ -165,6 +219,61 @@ void BM_Fft_FFTW(benchmark::State& state)
     f.free(in);
     f.free(out);
 }
+
+// One av_tx context: the forward or inverse transform of `len` (the FFT size, or
+// the MDCT's number of coefficients, half its window).
+struct AvTxRun {
+    void* ctx = nullptr;
+    AvTx::Fn fn = nullptr;
+    AvTxRun(int type, bool inverse, int len)
+    {
+        const float scale = 1.0f;
+        if (avtx().init(&ctx, &fn, type, inverse ? 1 : 0, len, &scale, 0) < 0) ctx = nullptr;
+    }
+    ~AvTxRun()
+    {
+        if (ctx) avtx().uninit(&ctx);
+    }
+};
+
+// kind 0: complex FFT of n points; 1: forward MDCT of n inputs; 2: inverse MDCT to
+// n outputs; 3: forward MDCT of n 16-bit inputs converted to and from float.
+void BM_AvTx(benchmark::State& state, int kind, const std::string& key)
+{
+    const int n = int(state.range(0));
+    if (!avtx().ok) {
+        state.SkipWithError("libavutil not found");
+        return;
+    }
+    const bool fft = kind == 0;
+    AvTxRun tx(fft ? AvTx::kFloatFft : AvTx::kFloatMdct, kind == 2, fft ? n : n / 2);
+    if (!tx.ctx) {
+        state.SkipWithError("av_tx_init refused this length");
+        return;
+    }
+    auto in = randomFloats(2 * n);
+    std::vector<float> out(2 * n + 16);
+    std::vector<int16_t> x16(n), out16(n / 2);
+    const ptrdiff_t stride = fft ? 8 : 4;
+    double ns = timeLoop(state, [&] {
+        if (kind == 3) {
+            for (int i = 0; i < n; ++i) in[i] = x16[i];
+            tx.fn(tx.ctx, out.data(), in.data(), stride);
+            for (int k = 0; k < n / 2; ++k)
+                out16[k] = int16_t(std::clamp(std::lrint(out[k] * (1.0f / 512)), -32768L, 32767L));
+            benchmark::DoNotOptimize(out16.data());
+        } else {
+            tx.fn(tx.ctx, out.data(), in.data(), stride);
+            benchmark::DoNotOptimize(out.data());
+        }
+    });
+    recordAvTx(key + pad(n), ns);
+}
+
+void BM_Fft_AvTx(benchmark::State& state) { BM_AvTx(state, 0, "fft"); }
+void BM_MdctFwd_AvTx(benchmark::State& state) { BM_AvTx(state, 1, "mdctfwd"); }
+void BM_MdctInv_AvTx(benchmark::State& state) { BM_AvTx(state, 2, "mdctinv"); }
+void BM_Mdct16_AvTx(benchmark::State& state) { BM_AvTx(state, 3, "mdct16_"); }
 
 void BM_Fft_zamac(benchmark::State& state)
 {
@@ -392,6 +501,10 @@ void BM_FirBlock_zamac(benchmark::State& state)
 }  // namespace
 
 BENCHMARK(BM_Fft_FFTW)->Arg(64)->Arg(256)->Arg(512)->Arg(4096);
+BENCHMARK(BM_Fft_AvTx)->Arg(64)->Arg(256)->Arg(512)->Arg(4096);
+BENCHMARK(BM_MdctFwd_AvTx)->Arg(12)->Arg(36)->Arg(256)->Arg(2048);
+BENCHMARK(BM_MdctInv_AvTx)->Arg(12)->Arg(36)->Arg(256)->Arg(2048);
+BENCHMARK(BM_Mdct16_AvTx)->Arg(256)->Arg(2048);
 BENCHMARK(BM_Fft_zamac)->Arg(64)->Arg(256)->Arg(512)->Arg(4096);
 BENCHMARK(BM_MdctFwd_FFTW)->Arg(12)->Arg(36)->Arg(256)->Arg(2048);
 BENCHMARK(BM_MdctFwd_zamac)->Arg(12)->Arg(36)->Arg(256)->Arg(2048);
