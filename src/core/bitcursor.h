@@ -96,11 +96,10 @@ inline void writeField(uint8_t*& ptr, int& offset, uint32_t value, int n)
         remaining -= 8;
         *ptr++ = static_cast<uint8_t>(value >> remaining);
     }
-    if (remaining > 0) {
-        *ptr = static_cast<uint8_t>(value << (8 - remaining));
-    } else {
-        *ptr = static_cast<uint8_t>(*ptr | 0);  // the byte is read and left unchanged
-    }
+    // A field that ends on a byte boundary leaves the next byte alone: its value
+    // would be unchanged anyway, and not touching it means a field may end exactly
+    // at the end of the caller's buffer.
+    if (remaining > 0) *ptr = static_cast<uint8_t>(value << (8 - remaining));
     offset = remaining;
 }
 

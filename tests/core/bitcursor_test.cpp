@@ -146,6 +146,19 @@ TEST(WriteField, EndingOnAByteBoundaryLeavesTheNextByteAlone)
     EXPECT_EQ(data[2], 0x34);
 }
 
+TEST(WriteField, AFieldMayEndAtTheEndOfTheBuffer)
+{
+    // Exactly two bytes on the heap: the sanitizer build catches any touch beyond.
+    std::vector<uint8_t> out(2, 0xEE);
+    uint8_t* p = out.data();
+    int off = 0;
+    writeField(p, off, 0xBEEF, 16);
+    EXPECT_EQ(out[0], 0xBE);
+    EXPECT_EQ(out[1], 0xEF);
+    EXPECT_EQ(p, out.data() + 2);
+    EXPECT_EQ(off, 0);
+}
+
 TEST(WriteField, ThirtyTwoBitsWriteZeros)
 {
     uint8_t data[5] = {0xFF, 0xFF, 0xFF, 0xFF, 0xFF};
