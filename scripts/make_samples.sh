@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
-# Makes the short AAC streams in samples/ from synthetic, music-like audio (a melody of
+# Makes the short streams in samples/ from synthetic, music-like audio (a melody of
 # decaying plucked notes over a bass line, with noise "hi-hat" bursts that force short
-# windows) with Debian's ffmpeg and its native AAC encoder.
+# windows): two AAC streams with Debian's ffmpeg and its native AAC encoder, and one
+# MP3 stream with Debian's lame at 128 kb/s joint stereo.
 #   usage: scripts/make_samples.sh [output-dir]   (default: samples/)
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -20,4 +21,9 @@ ffmpeg -nostdin -v error -y -f lavfi -i "aevalsrc=exprs='$left|$right':s=44100:d
     -c:a aac -b:a 128k -f adts "$out/music-44k-stereo.aac"
 ffmpeg -nostdin -v error -y -f lavfi -i "aevalsrc=exprs='$left':s=22050:d=8" \
     -c:a aac -b:a 48k -f adts "$out/music-22k-mono.aac"
-ls -l "$out"/*.aac
+
+tmp=$(mktemp --suffix=.wav)
+trap 'rm -f "$tmp"' EXIT
+ffmpeg -nostdin -v error -y -f lavfi -i "aevalsrc=exprs='$left|$right':s=44100:d=8" -c:a pcm_s16le "$tmp"
+lame --quiet -m j -b 128 "$tmp" "$out/music-44k-stereo.mp3"
+ls -l "$out"/*.aac "$out"/*.mp3
