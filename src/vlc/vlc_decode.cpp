@@ -312,6 +312,17 @@ ZamStatus run(uint8_t** ppBitStream, int* pBitOffset, const DecodeHeader* h, Wor
     return status;
 }
 
+// Reads the one code at the cursor: its table slot, with the cursor moved past it.
+// Bits that are no code give false and leave the cursor where it was.
+template <typename Elem>
+bool readOneCode(const Lookup<Elem>& lookup, const DecodeHeader* h, uint8_t*& p, int& offset, Elem& slot)
+{
+    const uint32_t length = lookup.resolve(peekAhead(p, offset, h->peekWidth), slot);
+    if (length == 0) return false;
+    zam::advanceBits(p, offset, static_cast<int>(length));
+    return true;
+}
+
 }  // namespace
 }  // namespace zam::vlc
 
@@ -329,9 +340,7 @@ ZAM_API ZamStatus zamsVLCDecodeOne_1u16s(uint8_t** ppBitStream, int* pBitOffset,
         uint8_t* p = *ppBitStream;
         int offset = *pBitOffset;
         Elem slot;
-        const uint32_t length = lookup.resolve(peekAhead(p, offset, h->peekWidth), slot);
-        if (length == 0) return zamStsVlcArg;
-        zam::advanceBits(p, offset, static_cast<int>(length));
+        if (!readOneCode(lookup, h, p, offset, slot)) return zamStsVlcArg;
         *pData = static_cast<int16_t>(lookup.signedValue(slot));
         *ppBitStream = p;
         *pBitOffset = offset;
@@ -388,9 +397,7 @@ ZAM_API ZamStatus zamsVLCDecodeUTupleOne_1u16s(uint8_t** ppBitStream, int* pBitO
         uint8_t* p = *ppBitStream;
         int offset = *pBitOffset;
         Elem slot;
-        const uint32_t length = lookup.resolve(peekAhead(p, offset, h->peekWidth), slot);
-        if (length == 0) return zamStsVlcArg;
-        zam::advanceBits(p, offset, static_cast<int>(length));
+        if (!readOneCode(lookup, h, p, offset, slot)) return zamStsVlcArg;
         const uint32_t v = lookup.unsignedValue(slot);
         const int elements = h->numElements;
         const int fieldBits = h->numValueBits;
