@@ -327,21 +327,10 @@ ZAM_API ZamStatus zamsQuantInv_AAC_32s_I(int32_t* pSrcDst, const int16_t* pScale
     const bool eightShort = winLen == kAacShortWindowLength;
     const uint16_t* offsets = aacSwbOffsets(static_cast<int>(samplingRateIndex), eightShort);
     const AacGroupLengths groups = aacGroupLengths(numWinGrp, pWinGrpLen, winLen);
-    int32_t* group = pSrcDst;
-    int band = 0;
-    for (int g = 0; g < groups.count; ++g) {
-        const int len = groups.length[g];
-        int32_t* p = group;
-        for (int b = 0; b < maxSfb; ++b, ++band) {
-            const int width = (offsets[b + 1] - offsets[b]) * len;
-            const uint8_t cb = pSfbCb[band];
-            if (cb != 0 && cb != 13 && cb != 14 && cb != 15) {
-                st = aacDequantizeAvx2(p, width, pScaleFactor[band] - 100);
-                if (st != zamStsOk) return st;
-            }
-            p += width;
-        }
-        group += len * winLen;
-    }
-    return zamStsOk;
+    auto dequantizeBand = [&](int, int, int band, int start, int width) -> ZamStatus {
+        const uint8_t cb = pSfbCb[band];
+        if (cb == 0 || cb == 13 || cb == 14 || cb == 15) return zamStsOk;
+        return aacDequantizeAvx2(pSrcDst + start, width, pScaleFactor[band] - 100);
+    };
+    return aacForEachGroupedBand(groups, offsets, maxSfb, winLen, dequantizeBand);
 }

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <type_traits>
 
 #include "aac/aac_tables.h"
 #include "zamac.h"
@@ -135,6 +136,34 @@ inline AacGroupLengths aacGroupLengths(int32_t numWinGrp, const int32_t* pWinGrp
         left -= len;
     }
     return g;
+}
+
+// Calls visit(group, sfb, bandIndex, start, width) for bands 0..maxSfb-1 of every
+// group, in the grouped band-interleaved order: a band of a group covers its lines
+// in all the group's windows, `width` values from `start`. A visitor that returns a
+// status stops the walk at the first one that is not zamStsOk, which is returned.
+template <typename Visit>
+inline ZamStatus aacForEachGroupedBand(const AacGroupLengths& groups, const uint16_t* swbOffsets, int maxSfb,
+                                       int winLen, Visit&& visit)
+{
+    int groupStart = 0;
+    int band = 0;
+    for (int g = 0; g < groups.count; ++g) {
+        const int len = groups.length[g];
+        int start = groupStart;
+        for (int b = 0; b < maxSfb; ++b, ++band) {
+            const int width = (swbOffsets[b + 1] - swbOffsets[b]) * len;
+            if constexpr (std::is_void_v<decltype(visit(g, b, band, start, width))>) {
+                visit(g, b, band, start, width);
+            } else {
+                const ZamStatus st = visit(g, b, band, start, width);
+                if (st != zamStsOk) return st;
+            }
+            start += width;
+        }
+        groupStart += len * winLen;
+    }
+    return zamStsOk;
 }
 
 // Band offset b of the table for the window length; offsets past the band count

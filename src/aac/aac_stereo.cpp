@@ -90,25 +90,16 @@ ZAM_API ZamStatus zamsDecodeMsStereo_AAC_32s_I(int32_t* pSrcDstL, int32_t* pSrcD
 
     const uint16_t* offsets = aacSwbOffsets(samplingRateIndex, eightShort);
     const AacGroupLengths groups = aacGroupLengths(numWinGrp, pWinGrpLen, winLen);
-    int groupStart = 0;
-    int band = 0;
-    for (int g = 0; g < groups.count; ++g) {
-        const int len = groups.length[g];
-        int p = groupStart;
-        for (int b = 0; b < maxSfb; ++b, ++band) {
-            const int width = (offsets[b + 1] - offsets[b]) * len;
-            const uint8_t cb = pSfbCb[band];
-            const bool used = pMsUsed[g * 60 + b] != 0;
-            if (isIntensityBook(cb)) {
-                // The M/S sign of an intensity band reaches the intensity tool this way.
-                if (msMaskPresent == 1 && used) pSfbCb[band] = cb == 14 ? 15 : 14;
-            } else if ((msMaskPresent == 2 || used) && cb != 13) {
-                aacMsButterflyAvx2(pSrcDstL + p, pSrcDstR + p, width);
-            }
-            p += width;
+    aacForEachGroupedBand(groups, offsets, maxSfb, winLen, [&](int g, int b, int band, int start, int width) {
+        const uint8_t cb = pSfbCb[band];
+        const bool used = pMsUsed[g * 60 + b] != 0;
+        if (isIntensityBook(cb)) {
+            // The M/S sign of an intensity band reaches the intensity tool this way.
+            if (msMaskPresent == 1 && used) pSfbCb[band] = cb == 14 ? 15 : 14;
+        } else if ((msMaskPresent == 2 || used) && cb != 13) {
+            aacMsButterflyAvx2(pSrcDstL + start, pSrcDstR + start, width);
         }
-        groupStart += len * winLen;
-    }
+    });
     return zamStsOk;
 }
 
@@ -123,24 +114,14 @@ ZAM_API ZamStatus zamsDecodeIsStereo_AAC_32s(const int32_t* pSrcL, int32_t* pDst
     const bool eightShort = winLen == kAacShortWindowLength;
     const uint16_t* offsets = aacSwbOffsets(samplingRateIndex, eightShort);
     const AacGroupLengths groups = aacGroupLengths(numWinGrp, pWinGrpLen, winLen);
-    int groupStart = 0;
-    int band = 0;
-    for (int g = 0; g < groups.count; ++g) {
-        const int len = groups.length[g];
-        int p = groupStart;
-        for (int b = 0; b < maxSfb; ++b, ++band) {
-            const int width = (offsets[b + 1] - offsets[b]) * len;
-            const uint8_t cb = pSfbCb[band];
-            if (isIntensityBook(cb)) {
-                const int position = pScaleFactor[band];
-                for (int i = p; i < p + width; ++i) {
-                    int32_t v = aacIntensityScale(pSrcL[i], position);
-                    pDstR[i] = cb == 15 ? v : static_cast<int32_t>(0u - static_cast<uint32_t>(v));
-                }
-            }
-            p += width;
+    aacForEachGroupedBand(groups, offsets, maxSfb, winLen, [&](int, int, int band, int start, int width) {
+        const uint8_t cb = pSfbCb[band];
+        if (!isIntensityBook(cb)) return;
+        const int position = pScaleFactor[band];
+        for (int i = start; i < start + width; ++i) {
+            int32_t v = aacIntensityScale(pSrcL[i], position);
+            pDstR[i] = cb == 15 ? v : static_cast<int32_t>(0u - static_cast<uint32_t>(v));
         }
-        groupStart += len * winLen;
-    }
+    });
     return zamStsOk;
 }
