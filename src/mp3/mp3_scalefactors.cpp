@@ -126,6 +126,15 @@ void packMpeg2(Writer& w, const int8_t* sf, Mp3SideInfo* si, const Mp3FrameHeade
     }
 }
 
+// The record checks both directions share: scalefac_compress within its 4 (MPEG-1)
+// or 9 (MPEG-2) bits, and for MPEG-2 a mode_extension of 2 bits.
+ZamStatus checkRecords(bool mpeg1, const Mp3SideInfo* si, const Mp3FrameHeader* fh)
+{
+    if (static_cast<uint32_t>(si->scalefac_compress) > (mpeg1 ? 15u : 511u)) return zamStsMp3SideInfoErr;
+    if (!mpeg1 && static_cast<uint32_t>(fh->mode_extension) > 3) return zamStsMp3FrameHeaderErr;
+    return zamStsOk;
+}
+
 }  // namespace
 }  // namespace zam::mp3
 
@@ -143,12 +152,7 @@ ZAM_API ZamStatus zamsUnpackScaleFactors_MP3_1u8s(const uint8_t** ppBitStream, i
         static_cast<uint32_t>(channel) > 1)
         return zamStsBadArg;
     const bool mpeg1 = pFrameHeader->ID == 1;
-    if (mpeg1) {
-        if (static_cast<uint32_t>(pSideInfo->scalefac_compress) > 15) return zamStsMp3SideInfoErr;
-    } else {
-        if (static_cast<uint32_t>(pSideInfo->scalefac_compress) > 511) return zamStsMp3SideInfoErr;
-        if (static_cast<uint32_t>(pFrameHeader->mode_extension) > 3) return zamStsMp3FrameHeaderErr;
-    }
+    if (ZamStatus st = checkRecords(mpeg1, pSideInfo, pFrameHeader); st != zamStsOk) return st;
 
     Reader r{*ppBitStream, *pOffset};
     if (mpeg1) unpackMpeg1(r, pDstScaleFactor, pSideInfo, pScfsi, granule);
@@ -166,12 +170,7 @@ ZAM_API ZamStatus zamsPackScaleFactors_MP3_8s1u(const int8_t* pSrcScaleFactor, u
     if (!pSrcScaleFactor || !ppBitStream || !*ppBitStream || !pOffset || !pFrameHeader || !pSideInfo || !pScfsi)
         return zamStsNullPtr;
     const bool mpeg1 = pFrameHeader->ID == 1;
-    if (mpeg1) {
-        if (static_cast<uint32_t>(pSideInfo->scalefac_compress) > 15) return zamStsMp3SideInfoErr;
-    } else {
-        if (static_cast<uint32_t>(pSideInfo->scalefac_compress) > 511) return zamStsMp3SideInfoErr;
-        if (static_cast<uint32_t>(pFrameHeader->mode_extension) > 3) return zamStsMp3FrameHeaderErr;
-    }
+    if (ZamStatus st = checkRecords(mpeg1, pSideInfo, pFrameHeader); st != zamStsOk) return st;
 
     Writer w{*ppBitStream, *pOffset};
     if (mpeg1) packMpeg1(w, pSrcScaleFactor, pSideInfo, pScfsi, granule);
