@@ -149,6 +149,11 @@ ZamStatus zamsScale_32f_I(float* pSrcDst, const float* pScale, const int* pBandO
 
 /* ---- utilities: further kernels ---- */
 
+/* ---- utilities: power-law, scale-factor and spreading kernels ----
+ * (the encoder and requantization kernels) */
+
+/* ---- power-law kernels: end ---- */
+
 /* ======================================================================
  * Variable-length coding
  * ====================================================================== */
@@ -1202,6 +1207,24 @@ ZamStatus zamsEncodeTNS_AAC_32s_I(int32_t* pSrcDst, const int32_t* pTnsNumFilt, 
 /* ---- AAC spectral tools: end ---- */
 
 /* ======================================================================
+ * AAC integer filter bank
+ * ====================================================================== */
+
+/* (family block: opaque types, definitions, functions)
+ * inverse and forward filter bank of one channel and frame in fixed point */
+
+/* ---- AAC integer filter bank: end ---- */
+
+/* ======================================================================
+ * AAC prediction
+ * ====================================================================== */
+
+/* (family block: opaque types, definitions, functions)
+ * frequency-domain prediction (Main) and long-term prediction (LTP) */
+
+/* ---- AAC prediction: end ---- */
+
+/* ======================================================================
  * Transforms: MDCT, FIR block filter
  * ====================================================================== */
 
@@ -1421,6 +1444,33 @@ ZamStatus zamsPow43_16s32f(const int16_t* pSrc, float* pDst, int len);
 /* ---- PQMF: end ---- */
 
 /* ======================================================================
+ * MP3 fixed-point decoding
+ * ====================================================================== */
+
+/* (family block: opaque types, definitions, functions)
+ * requantization, hybrid synthesis, polyphase synthesis in integers */
+
+/* ---- MP3 fixed-point decoding: end ---- */
+
+/* ======================================================================
+ * MP3 encoding
+ * ====================================================================== */
+
+/* (family block: opaque types, definitions, functions)
+ * analysis bank, forward hybrid MDCT, psychoacoustic model, quantization, joint stereo, bit reservoir */
+
+/* ---- MP3 encoding: end ---- */
+
+/* ======================================================================
+ * DTS synthesis
+ * ====================================================================== */
+
+/* (family block: opaque types, definitions, functions)
+ * the 32-band QMF synthesis of the DTS Coherent Acoustics core */
+
+/* ---- DTS synthesis: end ---- */
+
+/* ======================================================================
  * SBR predictor coefficients
  * ====================================================================== */
 
@@ -1477,6 +1527,42 @@ ZamStatus zamsPredictCoef_SBR_C_32f_D2L(const float* const* pSrcRe, const float*
                                         float* pAlpha1Im, int numBands, int len);
 
 /* ---- SBR: end ---- */
+
+/* ======================================================================
+ * SBR float QMF banks
+ * ====================================================================== */
+
+/* (family block: opaque types, definitions, functions)
+ * analysis, synthesis and down-sampling synthesis in floating point */
+
+/* ---- SBR float QMF banks: end ---- */
+
+/* ======================================================================
+ * Parametric stereo
+ * ====================================================================== */
+
+/* (family block: opaque types, definitions, functions)
+ * the hybrid analysis filter bank */
+
+/* ---- Parametric stereo: end ---- */
+
+/* ======================================================================
+ * SBR fixed-point banks and predictor
+ * ====================================================================== */
+
+/* (family block: opaque types, definitions, functions)
+ * the integer QMF banks and the integer predictor coefficients */
+
+/* ---- SBR fixed-point banks and predictor: end ---- */
+
+/* ======================================================================
+ * SBR encoder tools
+ * ====================================================================== */
+
+/* (family block: opaque types, definitions, functions)
+ * encoder analysis bank, transient detection, tonality-to-noise estimation */
+
+/* ---- SBR encoder tools: end ---- */
 
 /* ======================================================================
  * Vector quantization
@@ -1607,6 +1693,8 @@ ZamStatus zamsVQMainSelect_32f(const float* pSrc, const float* pWeights, const i
  * zamStsNullPtr; nothing else is checked. */
 ZamStatus zamsVQReconstruction_32f(const int** ppIndices, const int** ppSigns, const int* pLengths, int nDiv,
                                    int nStages, float* pDst, const VqCodeBook** ppCodeBooks);
+
+/* ---- VQ index selection ---- */
 
 /* ---- VQ: end ---- */
 
