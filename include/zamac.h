@@ -1758,7 +1758,42 @@ ZamStatus zamsVQMainSelect_32f(const float* pSrc, const float* pWeights, const i
 ZamStatus zamsVQReconstruction_32f(const int** ppIndices, const int** ppSigns, const int* pLengths, int nDiv,
                                    int nStages, float* pDst, const VqCodeBook** ppCodeBooks);
 
-/* ---- VQ index selection ---- */
+/* ---- VQ index selection ----
+ *
+ * The last stage of the encoder: from the candidate lists of the two preliminary
+ * searches (book A is stage 0, book B stage 1) and the pair the main search chose,
+ * the values to transmit and the arguments of zamsVQReconstruction_32f. The whole
+ * encoder for a frame x with weights w, sub-vector lengths pLengths:
+ *   zamsVQPreliminarySelect_32f(x, w, nDiv, pLengths, candA, flagA, nCand, modes, bookA);
+ *   zamsVQPreliminarySelect_32f(x, w, nDiv, pLengths, candB, flagB, nCand, modes, bookB);
+ *   zamsVQMainSelect_32f(x, w, pLengths, nDiv, nCand, {candA, candB}, {flagA, flagB},
+ *                        {pickA, pickB}, {pickFlagA, pickFlagB}, {bookA, bookB}, 2);
+ *   zamsVQIndexSelect_32f({candA, candB}, {flagA, flagB}, {pickA, pickB},
+ *                         ppIndices, ppSigns, ppCodes, nDiv, nCand, {bookA, bookB});
+ *   zamsVQReconstruction_32f(ppIndices, ppSigns, pLengths, nDiv, 2, y, books);
+ * and y is the decoder's reconstruction (the encoder's local copy). The result is
+ * the best pair among the candidates; with nCand = height and sign mode 0 it is the
+ * best pair of the two books.
+ *
+ * For each sub-vector i and stage s (s = 0: book A, lists .pA; s = 1: book B, .pB),
+ * with k = chosen[s][i], the code-vector index the main search wrote:
+ *   the candidate position j is the first position in the nCand candidates of
+ *   sub-vector i (indices[s][i*nCand ..]) that holds k, as the main search keeps
+ *   the first pair in candidate order; its flag f = signs[s][i*nCand + j];
+ *   ppIndices[s][i] = k;
+ *   ppSigns[s][i]   = 1 - 2*f (the multiplier reconstruction takes: +1 or -1);
+ *   ppCodes[s][i]   = k + f*height_s (the transmitted code: for a book of 2^b code
+ *                     vectors, b+1 bits with the sign flag as the top bit).
+ * ppIndices, ppSigns and ppCodes are arrays of two row pointers (stage 0, stage 1),
+ * each row nDiv ints; ppCodes may be null when no codes are wanted.
+ * Checks in order: any pointer of indices, signs, chosen or codeBooks, ppIndices or
+ * ppSigns or a row of them (or of ppCodes when it is not null) null ->
+ * zamStsNullPtr; nDiv < 1 -> zamStsOk, nothing written; nCand < 1 -> zamStsSize;
+ * a chosen index outside 0..height-1 of its book, not among the sub-vector's
+ * candidates, or whose flag is not 0 or 1 -> zamStsBadData. All sub-vectors are
+ * checked before anything is written, so a failed call writes nothing. */
+ZamStatus zamsVQIndexSelect_32f(CandidateLists indices, CandidateLists signs, CandidateLists chosen, int** ppIndices,
+                                int** ppSigns, int** ppCodes, int nDiv, int nCand, CodeBookPair codeBooks);
 
 /* ---- VQ: end ---- */
 
