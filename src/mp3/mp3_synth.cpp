@@ -100,6 +100,9 @@ struct SynthTables {
     alignas(32) int32_t evenHigh[8][16];  // out[32 - j], on Y_2p[j]   (lane 0: out[16])
     alignas(32) int32_t oddHigh[8][16];   // out[32 - j], on Y_2p+1[16 + j]
     int32_t firstOdd[8];                  // out[0],      on Y_2p+1[0]
+    // The four rows again with each odd entry moved to the even place before it,
+    // for the products of the odd lanes.
+    alignas(32) int32_t oddLanes[4][8][16];
 };
 
 constexpr SynthTables makeSynthTables()
@@ -114,6 +117,13 @@ constexpr SynthTables makeSynthTables()
         }
         t.firstOdd[p] = -kPqmfWindowN[64 * p + 32];
     }
+    for (int p = 0; p < 8; ++p)
+        for (int j = 0; j < 16; j += 2) {
+            t.oddLanes[0][p][j] = t.evenLow[p][j + 1];
+            t.oddLanes[1][p][j] = t.oddLow[p][j + 1];
+            t.oddLanes[2][p][j] = t.evenHigh[p][j + 1];
+            t.oddLanes[3][p][j] = t.oddHigh[p][j + 1];
+        }
     return t;
 }
 
@@ -157,11 +167,12 @@ struct LaneSums {
     __m256i e, o;
 };
 
-inline void mac(LaneSums& s, __m256i data, __m256i dataOdd, const int32_t* coef)
+inline void mac(LaneSums& s, __m256i data, __m256i dataOdd, const int32_t* coef, const int32_t* coefOdd)
 {
     const __m256i c = _mm256_load_si256(reinterpret_cast<const __m256i*>(coef));
+    const __m256i co = _mm256_load_si256(reinterpret_cast<const __m256i*>(coefOdd));
     s.e = _mm256_add_epi64(s.e, _mm256_mul_epi32(data, c));
-    s.o = _mm256_add_epi64(s.o, _mm256_mul_epi32(dataOdd, _mm256_srli_epi64(c, 32)));
+    s.o = _mm256_add_epi64(s.o, _mm256_mul_epi32(dataOdd, co));
 }
 
 inline __m256i roundLanes(const LaneSums& s)
@@ -184,10 +195,10 @@ void windowSlotAvx2(int32_t* v, int32_t position, int16_t* dst, int stride)
             const __m256i e = _mm256_load_si256(reinterpret_cast<const __m256i*>(even + 8 * b));
             const __m256i o = _mm256_load_si256(reinterpret_cast<const __m256i*>(odd + 16 + 8 * b));
             const __m256i eOdd = _mm256_srli_epi64(e, 32), oOdd = _mm256_srli_epi64(o, 32);
-            mac(low[b], e, eOdd, kSynth.evenLow[p] + 8 * b);
-            mac(low[b], o, oOdd, kSynth.oddLow[p] + 8 * b);
-            mac(high[b], e, eOdd, kSynth.evenHigh[p] + 8 * b);
-            mac(high[b], o, oOdd, kSynth.oddHigh[p] + 8 * b);
+            mac(low[b], e, eOdd, kSynth.evenLow[p] + 8 * b, kSynth.oddLanes[0][p] + 8 * b);
+            mac(low[b], o, oOdd, kSynth.oddLow[p] + 8 * b, kSynth.oddLanes[1][p] + 8 * b);
+            mac(high[b], e, eOdd, kSynth.evenHigh[p] + 8 * b, kSynth.oddLanes[2][p] + 8 * b);
+            mac(high[b], o, oOdd, kSynth.oddHigh[p] + 8 * b, kSynth.oddLanes[3][p] + 8 * b);
         }
         first += int64_t{kSynth.firstOdd[p]} * odd[0];
     }
@@ -207,6 +218,28 @@ void windowSlotAvx2(int32_t* v, int32_t position, int16_t* dst, int stride)
     for (int j = 0; j < 16; ++j) dst[j * stride] = lo[j];
     dst[16 * stride] = hi[0];
     for (int j = 1; j < 16; ++j) dst[(32 - j) * stride] = hi[j];
+}
+
+// Transposes eight rows of eight 32-bit lanes in registers (the bits are moved, not
+// interpreted).
+inline void transpose8(__m256* r)
+{
+    const __m256 t0 = _mm256_unpacklo_ps(r[0], r[1]), t1 = _mm256_unpackhi_ps(r[0], r[1]);
+    const __m256 t2 = _mm256_unpacklo_ps(r[2], r[3]), t3 = _mm256_unpackhi_ps(r[2], r[3]);
+    const __m256 t4 = _mm256_unpacklo_ps(r[4], r[5]), t5 = _mm256_unpackhi_ps(r[4], r[5]);
+    const __m256 t6 = _mm256_unpacklo_ps(r[6], r[7]), t7 = _mm256_unpackhi_ps(r[6], r[7]);
+    const __m256 u0 = _mm256_shuffle_ps(t0, t2, 0x44), u1 = _mm256_shuffle_ps(t0, t2, 0xEE);
+    const __m256 u2 = _mm256_shuffle_ps(t1, t3, 0x44), u3 = _mm256_shuffle_ps(t1, t3, 0xEE);
+    const __m256 u4 = _mm256_shuffle_ps(t4, t6, 0x44), u5 = _mm256_shuffle_ps(t4, t6, 0xEE);
+    const __m256 u6 = _mm256_shuffle_ps(t5, t7, 0x44), u7 = _mm256_shuffle_ps(t5, t7, 0xEE);
+    r[0] = _mm256_permute2f128_ps(u0, u4, 0x20);
+    r[1] = _mm256_permute2f128_ps(u1, u5, 0x20);
+    r[2] = _mm256_permute2f128_ps(u2, u6, 0x20);
+    r[3] = _mm256_permute2f128_ps(u3, u7, 0x20);
+    r[4] = _mm256_permute2f128_ps(u0, u4, 0x31);
+    r[5] = _mm256_permute2f128_ps(u1, u5, 0x31);
+    r[6] = _mm256_permute2f128_ps(u2, u6, 0x31);
+    r[7] = _mm256_permute2f128_ps(u3, u7, 0x31);
 }
 
 void cosineScalar(const int32_t* src, int t, int32_t* out)
@@ -241,10 +274,12 @@ void synthAvx2(const int32_t* src, int16_t* dst, int32_t* v, int32_t& position, 
             x[k] = _mm256_srai_epi32(_mm256_add_epi32(_mm256_srai_epi32(s, kInputShift - 1), one), 1);
         }
         dctII<32>(x);
-        alignas(32) int32_t lanes[32][8];
-        for (int k = 0; k < 32; ++k) _mm256_store_si256(reinterpret_cast<__m256i*>(lanes[k]), x[k]);
-        for (int s = 0; s < 8; ++s)
-            for (int i = 0; i < 32; ++i) rows[t0 + s][i] = lanes[storedCosineIndex(i)][s];
+        for (int b = 0; b < 4; ++b) {
+            __m256 r[8];
+            for (int i = 0; i < 8; ++i) r[i] = _mm256_castsi256_ps(x[storedCosineIndex(8 * b + i)]);
+            transpose8(r);
+            for (int s = 0; s < 8; ++s) _mm256_store_ps(reinterpret_cast<float*>(rows[t0 + s] + 8 * b), r[s]);
+        }
     }
     cosineScalar(src, 16, rows[16]);
     cosineScalar(src, 17, rows[17]);
