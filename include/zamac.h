@@ -1447,8 +1447,145 @@ ZamStatus zamsPow43_16s32f(const int16_t* pSrc, float* pDst, int len);
  * MP3 fixed-point decoding
  * ====================================================================== */
 
-/* (family block: opaque types, definitions, functions)
- * requantization, hybrid synthesis, polyphase synthesis in integers */
+/* Layer III decoding from Huffman-decoded values to 16-bit PCM in integers only:
+ * requantization with the stereo tools, the hybrid filter bank, the polyphase
+ * synthesis. The caller keeps all state (the overlap of each channel, the V buffer
+ * and its position of each channel) in plain arrays; there are no state objects.
+ *
+ * Formats at the stage boundaries:
+ *  - requantized spectrum and subband samples: int32 Q24, value = standard's
+ *    value * 2^24 (the standard's scale: PCM full scale is 1.0). Q24 leaves 7 bits
+ *    of headroom (|value| < 128); a PCM step of 1/32768 is 512 units.
+ *  - polyphase vector (inside the V buffer): int32 Q22.
+ *  - PCM: int16, value = round(32768 * standard's PCM), saturated to -32768..32767.
+ * Every product is formed in 64 bits and rounded once (half up, i.e. floor(x + 1/2));
+ * results that do not fit 32 bits are saturated, except inside the polyphase cosine
+ * transform, whose 32-bit sums wrap for subband samples far beyond any decodable
+ * stream (they are exact for |subband sample| up to 2.0; the ISO compliance streams
+ * peak at 0.41, l3-si_huff at 7.8, still without a wrap).
+ *
+ * Alignment: zamsMDCTInv_MP3_32s, zamsMDCTInvWindow_MP3_32s and
+ * zamsSynthPQMF_MP3_32s16s track it: after a successful run they return
+ * zamStsMisalignedData (2) if one of their array pointers is not a multiple of 16
+ * bytes (the results are the same). The requantization does not track it. */
+
+/* Scale-factor arrays of the two channels, one after the other: channel ch's
+ * array (as zamsUnpackScaleFactors_MP3_1u8s fills it) starts at element
+ * ch * ZAM_MP3_SCALEFAC_STRIDE. */
+#define ZAM_MP3_SCALEFAC_STRIDE 40
+/* int32 elements of the V buffer of zamsSynthPQMF_MP3_32s16s (one per channel). */
+#define ZAM_MP3_SYNTH_V_SIZE 512
+
+/* Requantization of one granule, both channels, in place (ISO/IEC 11172-3,
+ * 2.4.3.4.7 to 2.4.3.4.9; ISO/IEC 13818-3, 2.4.3.2):
+ *   xr = sign(is) * |is|^(4/3) * 2^((global_gain - 210) / 4)
+ *        * 2^(-(scalefac_scale + 1) / 2 * (scalefac + preflag * pretab))   (long bands)
+ *        * 2^(-2 * subblock_gain[w]) * 2^(-(scalefac_scale + 1) / 2 * scalefac)  (short)
+ * then, in joint stereo (mode 1) with two channels, the tools of mode_extension:
+ * M/S ((L +- R) / sqrt 2) and intensity stereo above the last non-zero band of the
+ * right channel (per window for short blocks): MPEG-1 (ID 1) with
+ * k_l = tan(p pi/12) / (1 + tan(p pi/12)), k_r = 1 / (1 + tan(p pi/12)) and position 7
+ * illegal; MPEG-2 (ID 0) with i0 = 2^(-1/4) (scalefac_compress even) or 2^(-1/2)
+ * (odd) raised to (p + 1) / 2 for the left channel (odd p) or p / 2 for the right
+ * (even p), and the negated markers of zamsUnpackScaleFactors_MP3_1u8s as illegal
+ * positions. An illegal position gets M/S when M/S is on, else nothing. The top band
+ * (long 21, short 12) takes the position of the band below it (MPEG-2: position 0
+ * when that band lies below the intensity region). When the two channels' block
+ * types differ, only M/S is applied. Last, short-block granules are reordered from
+ * band/window order to the subband order of the inverse MDCT,
+ * xr[18 * sb + 3 * f + w] (mixed blocks: from line 36 on).
+ * Mixed blocks: long bands 0..7 (MPEG-1) or 0..5 (MPEG-2) and short bands 3..12.
+ *
+ * pSrcDstIsXr: 576 values of channel 0, then (two channels) 576 of channel 1: the
+ *   Huffman decoder's output in, Q24 spectral values out. Lines at and above a
+ *   channel's bound are taken as zero and written as zero.
+ * pSrcDstNonZeroBound: 1 or 2 int32, in: the Huffman decoders' non-zero bounds; out:
+ *   one past the last non-zero line of each channel after all of the above.
+ * pSrcScaleFactor: the scale-factor arrays (ZAM_MP3_SCALEFAC_STRIDE apart).
+ * pSideInfo: the granule's records, channel 0 first (&sideInfo[gr * nch]).
+ * pFrameHeader: nch is 1 when mode is 3, else 2; the band tables are the standard's
+ *   for ID and sampling_frequency (for MPEG-2.5, use the Sfb form).
+ * Rounding: one rounding per value; a non-zero quantized value never becomes 0 (its
+ * magnitude is at least 1 unit); magnitudes above 2^31 - 1 saturate.
+ * Checks, in order: a null pointer -> zamStsNullPtr; a bound outside 0..576 ->
+ * zamStsBadArg; (Sfb form) a long boundary outside 0..576 or a short one outside
+ * 0..192, decreasing boundaries, or tables not running from 0 to 576 (long) and 0
+ * to 192 (short) -> zamStsBadArg; (built-in form) sampling_frequency above 2 ->
+ * zamStsMp3FrameHeaderErr; ID above 1, layer not 1, mode or mode_extension above 3 ->
+ * zamStsMp3FrameHeaderErr; in a record of the granule window_switching_flag,
+ * mixed_block_flag, scalefac_scale or preflag above 1, block_type above 3,
+ * window switching with block_type 0, global_gain above 255 or a subblock_gain above
+ * 7 -> zamStsMp3SideInfoErr; a quantized magnitude above 8206 below the bound ->
+ * zamStsBadData. Every check, the last included, comes before anything is written.
+ * Accuracy: within 1 unit of the correctly rounded value before the stereo tools,
+ * within 2 units after them. */
+ZamStatus zamsReQuantize_MP3_32s_I(int32_t* pSrcDstIsXr, int32_t* pSrcDstNonZeroBound,
+                                   const int8_t* pSrcScaleFactor, const Mp3SideInfo* pSideInfo,
+                                   const Mp3FrameHeader* pFrameHeader);
+/* The same with the caller's band boundaries: pSfbTableLong 23 long boundaries
+ * (lines 0..576), pSfbTableShort 14 short boundaries of one window (0..192), both
+ * for the stream's rate (for example the MPEG-2.5 8 kHz table). */
+ZamStatus zamsReQuantizeSfb_MP3_32s_I(int32_t* pSrcDstIsXr, int32_t* pSrcDstNonZeroBound,
+                                      const int8_t* pSrcScaleFactor, const Mp3SideInfo* pSideInfo,
+                                      const Mp3FrameHeader* pFrameHeader, const int16_t* pSfbTableLong,
+                                      const int16_t* pSfbTableShort);
+
+/* Hybrid synthesis of one granule of one channel (ISO/IEC 11172-3, 2.4.3.4.10):
+ * alias reduction (all 31 subband boundaries of long blocks, only the first of
+ * mixed blocks, none of short blocks; cs_i = 1 / sqrt(1 + c_i^2), ca_i = c_i cs_i in
+ * Q31), the inverse MDCT x[i] = sum_k X[k] cos(pi/72 (2i + 19)(2k + 1)) (i = 0..35)
+ * with the window of the block type (window_switching_flag 0: block type 0), or for
+ * block type 2 three 12-point ones, x_w[i] = sum_k X[3k + w] cos(pi/24 (2i + 7)(2k + 1))
+ * windowed and added at 6 + 6w + i of the 36-point block; mixed blocks use the
+ * normal window on subbands 0 and 1. Then overlap-add: pDstY[18 sb + i] = x[i] +
+ * overlap[18 sb + i], overlap[18 sb + i] = x[18 + i]; then frequency inversion (odd
+ * slots i of odd subbands negated).
+ * pSrcXr: 576 Q24 values as zamsReQuantize_MP3_32s_I leaves them (not modified).
+ * pDstY: 576 Q24 subband samples, pDstY[18 * sb + t] (subband sb, time slot t), the
+ *   input of zamsSynthPQMF_MP3_32s16s. pSrcDstOverlap: the channel's 576 Q24
+ *   overlap values (zeros at the start of a stream).
+ * nonZeroBound: one past the last non-zero line of pSrcXr (576 when unknown): the
+ *   subbands above it (and above the reach of the alias butterflies) are not
+ *   transformed, their output is the overlap alone. Lines at and above it must be 0.
+ * Coefficients Q31, windows Q30, each product in 64 bits, each of the four steps
+ * (alias butterfly, transform, window, overlap sum) rounded once and saturated.
+ * Checks, in order: a null pointer -> zamStsNullPtr; nonZeroBound outside 0..576 ->
+ * zamStsBadArg; window_switching_flag or mixed_block_flag above 1, block_type above
+ * 3, window switching with block_type 0 -> zamStsMp3SideInfoErr. Nothing is written
+ * on a failed check.
+ * Accuracy: within 2 units (Q24) of the exact transform of the same input. */
+ZamStatus zamsMDCTInv_MP3_32s(const int32_t* pSrcXr, int32_t* pDstY, int32_t nonZeroBound,
+                              const Mp3SideInfo* pSideInfo, int32_t* pSrcDstOverlap);
+
+/* The windowed inverse MDCT alone, for callers that keep their own overlap (and for
+ * an encoder's analysis by synthesis): for each subband sb < numSubbands,
+ * pDst[36 * sb + i] (i = 0..35) = the 36 windowed samples of pSrcXr[18 sb .. 18 sb + 17],
+ * exactly as zamsMDCTInv_MP3_32s forms them before the overlap-add: block types
+ * 0, 1, 3 the 36-point transform times their window; block type 2 the three
+ * windowed 12-point transforms at offsets 6, 12, 18 (zeros at 0..5 and 30..35);
+ * mixedBlock 1 puts subbands 0 and 1 on the normal window. No alias reduction, no
+ * frequency inversion. Q24 in and out.
+ * Checks, in order: a null pointer -> zamStsNullPtr; numSubbands outside 1..32 ->
+ * zamStsSize; blockType above 3 or mixedBlock above 1 -> zamStsBadArg. */
+ZamStatus zamsMDCTInvWindow_MP3_32s(const int32_t* pSrcXr, int32_t* pDst, int32_t numSubbands, int32_t blockType,
+                                    int32_t mixedBlock);
+
+/* Polyphase synthesis of one granule of one channel (ISO/IEC 11172-3, 2.4.3.2 with
+ * the window D[i] of Table B.3): 18 time slots of 32 subband samples
+ * pSrcY[18 * sb + t] (Q24, after frequency inversion) to 576 PCM samples
+ * pDstPcm[i * mode]: mode 1 writes consecutive samples, mode 2 every other sample
+ * (one channel of interleaved stereo; pass the address of the channel's first
+ * sample). PCM = round(32768 * sum_i D[i] V[i]) saturated to 16 bits, with the
+ * standard's V = N S computed as a 32-point cosine transform in Q22.
+ * pVBuffer: ZAM_MP3_SYNTH_V_SIZE int32 of the channel's history, pVPosition: its
+ * newest slot (0..15), advanced by 18 modulo 16. Start a stream with a zero-filled
+ * buffer and position 0. A V buffer not aligned to 32 bytes costs a copy.
+ * Checks, in order: a null pointer -> zamStsNullPtr; mode not 1 or 2, *pVPosition
+ * outside 0..15 -> zamStsBadArg. Nothing is written on a failed check.
+ * Accuracy: against the same synthesis in double precision, 99.7% of samples equal,
+ * the others 1 apart. */
+ZamStatus zamsSynthPQMF_MP3_32s16s(const int32_t* pSrcY, int16_t* pDstPcm, int32_t mode, int32_t* pVBuffer,
+                                   int32_t* pVPosition);
 
 /* ---- MP3 fixed-point decoding: end ---- */
 
