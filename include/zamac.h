@@ -1532,8 +1532,78 @@ ZamStatus zamsPredictCoef_SBR_C_32f_D2L(const float* const* pSrcRe, const float*
  * SBR float QMF banks
  * ====================================================================== */
 
-/* (family block: opaque types, definitions, functions)
- * analysis, synthesis and down-sampling synthesis in floating point */
+/* Opaque state objects, one per kind; the four-character tag is shown. */
+typedef struct SbrAnalysisSpec_RToC_32f     SbrAnalysisSpec_RToC_32f;      /* "WAMC" */
+typedef struct SbrAnalysisSpec_RToC_32f32fc SbrAnalysisSpec_RToC_32f32fc;  /* "VAMC" */
+typedef struct SbrAnalysisSpec_RToR_32f     SbrAnalysisSpec_RToR_32f;      /* "XAMC" */
+typedef struct SbrSynthesisSpec_CToR_32f     SbrSynthesisSpec_CToR_32f;     /* "ZAMC" */
+typedef struct SbrSynthesisSpec_CToR_32fc32f SbrSynthesisSpec_CToR_32fc32f; /* "YAMC" */
+typedef struct SbrSynthesisSpec_RToR_32f     SbrSynthesisSpec_RToR_32f;     /* "[AMC" */
+typedef struct SbrSynthesisDownSpec_CToR_32f     SbrSynthesisDownSpec_CToR_32f;     /* "]AMC" */
+typedef struct SbrSynthesisDownSpec_CToR_32fc32f SbrSynthesisDownSpec_CToR_32fc32f; /* "\AMC" */
+typedef struct SbrSynthesisDownSpec_RToR_32f     SbrSynthesisDownSpec_RToR_32f;     /* "^AMC" */
+
+/* (definitions: see below; full text in the next revision) */
+
+ZamStatus zamsAnalysisFilterGetSize_SBR_RToC_32f(int* pSize);
+ZamStatus zamsAnalysisFilterGetSize_SBR_RToC_32f32fc(int* pSize);
+ZamStatus zamsAnalysisFilterGetSize_SBR_RToR_32f(int* pSize);
+ZamStatus zamsAnalysisFilterInit_SBR_RToC_32f(SbrAnalysisSpec_RToC_32f** ppSpec, uint8_t* pMem);
+ZamStatus zamsAnalysisFilterInit_SBR_RToC_32f32fc(SbrAnalysisSpec_RToC_32f32fc** ppSpec, uint8_t* pMem);
+ZamStatus zamsAnalysisFilterInit_SBR_RToR_32f(SbrAnalysisSpec_RToR_32f** ppSpec, uint8_t* pMem);
+ZamStatus zamsAnalysisFilterInitAlloc_SBR_RToC_32f(SbrAnalysisSpec_RToC_32f** ppSpec);
+ZamStatus zamsAnalysisFilterInitAlloc_SBR_RToC_32f32fc(SbrAnalysisSpec_RToC_32f32fc** ppSpec);
+ZamStatus zamsAnalysisFilterInitAlloc_SBR_RToR_32f(SbrAnalysisSpec_RToR_32f** ppSpec);
+ZamStatus zamsAnalysisFilterFree_SBR_RToC_32f(SbrAnalysisSpec_RToC_32f* pSpec);
+ZamStatus zamsAnalysisFilterFree_SBR_RToC_32f32fc(SbrAnalysisSpec_RToC_32f32fc* pSpec);
+ZamStatus zamsAnalysisFilterFree_SBR_RToR_32f(SbrAnalysisSpec_RToR_32f* pSpec);
+
+ZamStatus zamsSynthesisFilterGetSize_SBR_CToR_32f(int* pSize);
+ZamStatus zamsSynthesisFilterGetSize_SBR_CToR_32fc32f(int* pSize);
+ZamStatus zamsSynthesisFilterGetSize_SBR_RToR_32f(int* pSize);
+ZamStatus zamsSynthesisFilterInit_SBR_CToR_32f(SbrSynthesisSpec_CToR_32f** ppSpec, uint8_t* pMem);
+ZamStatus zamsSynthesisFilterInit_SBR_CToR_32fc32f(SbrSynthesisSpec_CToR_32fc32f** ppSpec, uint8_t* pMem);
+ZamStatus zamsSynthesisFilterInit_SBR_RToR_32f(SbrSynthesisSpec_RToR_32f** ppSpec, uint8_t* pMem);
+ZamStatus zamsSynthesisFilterInitAlloc_SBR_CToR_32f(SbrSynthesisSpec_CToR_32f** ppSpec);
+ZamStatus zamsSynthesisFilterInitAlloc_SBR_CToR_32fc32f(SbrSynthesisSpec_CToR_32fc32f** ppSpec);
+ZamStatus zamsSynthesisFilterInitAlloc_SBR_RToR_32f(SbrSynthesisSpec_RToR_32f** ppSpec);
+ZamStatus zamsSynthesisFilterFree_SBR_CToR_32f(SbrSynthesisSpec_CToR_32f* pSpec);
+ZamStatus zamsSynthesisFilterFree_SBR_CToR_32fc32f(SbrSynthesisSpec_CToR_32fc32f* pSpec);
+ZamStatus zamsSynthesisFilterFree_SBR_RToR_32f(SbrSynthesisSpec_RToR_32f* pSpec);
+
+ZamStatus zamsSynthesisDownFilterGetSize_SBR_CToR_32f(int* pSize);
+ZamStatus zamsSynthesisDownFilterGetSize_SBR_CToR_32fc32f(int* pSize);
+ZamStatus zamsSynthesisDownFilterGetSize_SBR_RToR_32f(int* pSize);
+ZamStatus zamsSynthesisDownFilterInit_SBR_CToR_32f(SbrSynthesisDownSpec_CToR_32f** ppSpec, uint8_t* pMem);
+ZamStatus zamsSynthesisDownFilterInit_SBR_CToR_32fc32f(SbrSynthesisDownSpec_CToR_32fc32f** ppSpec, uint8_t* pMem);
+ZamStatus zamsSynthesisDownFilterInit_SBR_RToR_32f(SbrSynthesisDownSpec_RToR_32f** ppSpec, uint8_t* pMem);
+ZamStatus zamsSynthesisDownFilterInitAlloc_SBR_CToR_32f(SbrSynthesisDownSpec_CToR_32f** ppSpec);
+ZamStatus zamsSynthesisDownFilterInitAlloc_SBR_CToR_32fc32f(SbrSynthesisDownSpec_CToR_32fc32f** ppSpec);
+ZamStatus zamsSynthesisDownFilterInitAlloc_SBR_RToR_32f(SbrSynthesisDownSpec_RToR_32f** ppSpec);
+ZamStatus zamsSynthesisDownFilterFree_SBR_CToR_32f(SbrSynthesisDownSpec_CToR_32f* pSpec);
+ZamStatus zamsSynthesisDownFilterFree_SBR_CToR_32fc32f(SbrSynthesisDownSpec_CToR_32fc32f* pSpec);
+ZamStatus zamsSynthesisDownFilterFree_SBR_RToR_32f(SbrSynthesisDownSpec_RToR_32f* pSpec);
+
+ZamStatus zamsAnalysisFilter_SBR_RToC_32f_D2L(const float* pSrc, float* const* ppDstRe, float* const* ppDstIm,
+                                              int numSlots, int numBands, SbrAnalysisSpec_RToC_32f* pSpec);
+ZamStatus zamsAnalysisFilter_SBR_RToC_32f32fc_D2L(const float* pSrc, float* const* ppDst, int numSlots,
+                                                  int numBands, SbrAnalysisSpec_RToC_32f32fc* pSpec);
+ZamStatus zamsAnalysisFilter_SBR_RToR_32f_D2L(const float* pSrc, float* const* ppDst, int numSlots, int numBands,
+                                              SbrAnalysisSpec_RToR_32f* pSpec);
+
+ZamStatus zamsSynthesisFilter_SBR_CToR_32f_D2L(const float* const* ppSrcRe, const float* const* ppSrcIm,
+                                               float* pDst, int numSlots, SbrSynthesisSpec_CToR_32f* pSpec);
+ZamStatus zamsSynthesisFilter_SBR_CToR_32fc32f_D2L(const float* const* ppSrc, float* pDst, int numSlots,
+                                                   SbrSynthesisSpec_CToR_32fc32f* pSpec);
+ZamStatus zamsSynthesisFilter_SBR_RToR_32f_D2L(const float* const* ppSrc, float* pDst, int numSlots,
+                                               SbrSynthesisSpec_RToR_32f* pSpec);
+
+ZamStatus zamsSynthesisDownFilter_SBR_CToR_32f_D2L(const float* const* ppSrcRe, const float* const* ppSrcIm,
+                                                   float* pDst, int numSlots, SbrSynthesisDownSpec_CToR_32f* pSpec);
+ZamStatus zamsSynthesisDownFilter_SBR_CToR_32fc32f_D2L(const float* const* ppSrc, float* pDst, int numSlots,
+                                                       SbrSynthesisDownSpec_CToR_32fc32f* pSpec);
+ZamStatus zamsSynthesisDownFilter_SBR_RToR_32f_D2L(const float* const* ppSrc, float* pDst, int numSlots,
+                                                   SbrSynthesisDownSpec_RToR_32f* pSpec);
 
 /* ---- SBR float QMF banks: end ---- */
 
