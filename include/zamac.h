@@ -150,7 +150,60 @@ ZamStatus zamsScale_32f_I(float* pSrcDst, const float* pScale, const int* pBandO
 /* ---- utilities: further kernels ---- */
 
 /* ---- utilities: power-law, scale-factor and spreading kernels ----
- * (the encoder and requantization kernels) */
+ * The power laws of MP3 and AAC quantization (|x|^(3/4) before rounding to an
+ * integer, |x|^(4/3) when requantizing), the quarter-step scale-factor multipliers
+ * and the spreading function of the psychoacoustic model. All are element-wise over
+ * len values, stateless, and may run in place when source and destination have the
+ * same element size. Rounding to integers is to nearest with ties to even, whatever
+ * rounding mode the caller has set; integer results saturate to their type.
+ * Checks, in order: pSrc or pDst null -> zamStsNullPtr; len < 1 -> zamStsSize; then
+ * the ranges named below. Nothing is written on a failed check. */
+
+/* pDst[i] = sign(x) * |x|^(3/4), x = pSrc[i], computed as sqrt(|x|) * sqrt(sqrt(|x|))
+ * in float: at most 2 ulp from the correctly rounded value (measured over every
+ * 97th finite non-negative bit pattern, denormals included); +-0 keeps its sign, +-inf
+ * gives +-inf, NaN gives NaN. Returns zamStsMisalignedData when pSrc or pDst is not
+ * 16-byte aligned (same results). */
+ZamStatus zamsPow34_32f(const float* pSrc, float* pDst, int len);
+
+/* pDst[i] = sign(x) * |x|^(3/4) rounded to an integer and saturated to
+ * -32768..32767, computed in double (the correctly rounded integer for every input
+ * tested; magnitudes from 2^20 up saturate; NaN saturates by its sign bit).
+ * Returns zamStsMisalignedData when pSrc or pDst is not 16-byte aligned. */
+ZamStatus zamsPow34_32f16s(const float* pSrc, int16_t* pDst, int len);
+
+/* pDst[i] = sign(x) * |x|^(3/4) * 2^-scaleFactor, x = pSrc[i], rounded and saturated
+ * to 16 bits (scaleFactor may be negative: a left scale). Computed in double: the
+ * correctly rounded result for all 65,536 inputs at every scaleFactor from -16 to 16
+ * (ties, as 16^(3/4) * 2^-4 = 0.5, go to even). */
+ZamStatus zamsPow34_16s_Sfs(const int16_t* pSrc, int16_t* pDst, int len, int scaleFactor);
+
+/* The requantization kernel: pDst[i] = sign(x) * |x|^(4/3) * 2^(gain/4) *
+ * 2^-scaleFactor, x = pSrc[i], rounded to an integer and saturated to 32 bits. gain
+ * counts quarter steps of 1.5 dB (MP3: global_gain - 210 - the band's scale-factor
+ * shift; AAC: scale factor - 100), scaleFactor sets the fixed-point format (e.g.
+ * -13 for 13 fractional bits). Any int values are accepted. Computed in double:
+ * the correctly rounded result for all 65,536 inputs at every gain -64..64 and
+ * scaleFactor -16..16 tested. */
+ZamStatus zamsPow43Scale_16s32s_Sf(const int16_t* pSrc, int32_t* pDst, int len, int gain, int scaleFactor);
+
+/* Scale-factor multipliers: pDst[i] = 2^((pSrc[i] - offset) / 4), the float nearest
+ * to the exact value (exact powers of two for multiples of 4; +inf above 2^127.75,
+ * denormals below 2^-126, 0 below 2^-149). Pass offset 100 for AAC scale factors,
+ * 210 for MP3 global_gain. Checks after the common ones: offset outside
+ * -65536..65536 -> zamStsBadArg. */
+ZamStatus zamsCalcSF_16s32f(const int16_t* pSrc, float* pDst, int len, int offset);
+
+/* The spreading function of psychoacoustic model 2 (ISO/IEC 11172-3, Annex D) on
+ * Bark distances: pSrc[i] is dz = z(maskee) - z(masker) in Q10 (1/1024 Bark, so
+ * -32..32 Bark). With t = 3 dz below the masker (dz < 0) and t = 1.5 dz above it,
+ * x = 8((t - 0.5)^2 - 2(t - 0.5)) for 0.5 <= t <= 2.5 and 0 elsewhere, and
+ * y = 15.811389 + 7.5(t + 0.474) - 17.5 sqrt(1 + (t + 0.474)^2), the spreading
+ * value is s = 10^((x + y)/10) (1.0 at dz = 0), and 0 where y <= -60 dB.
+ * pDst[i] = s in Q15 times 2^-scaleFactor, rounded and saturated to 0..32767 (so
+ * scaleFactor 0 gives 32767 for s = 1). Computed in float: within 1 of the value
+ * rounded from the double formula for all 65,536 inputs and scaleFactor -8..8. */
+ZamStatus zamsSpread_16s_Sfs(const int16_t* pSrc, int16_t* pDst, int len, int scaleFactor);
 
 /* ---- power-law kernels: end ---- */
 
@@ -1788,8 +1841,68 @@ ZamStatus zamsSynthPQMF_MP3_32s16s(const int32_t* pSrcY, int16_t* pDstPcm, int32
  * MP3 encoding
  * ====================================================================== */
 
-/* (family block: opaque types, definitions, functions)
- * analysis bank, forward hybrid MDCT, psychoacoustic model, quantization, joint stereo, bit reservoir */
+/* The stages of a Layer III encoder, one granule and channel per call, in the order
+ * an encoder runs them:
+ *   zamsAnalysisPQMF_MP3_16s32s    PCM -> 576 subband samples
+ *   zamsPsychoacousticModelTwo_MP3_16s  PCM -> SMRs, perceptual entropy, block type
+ *   zamsMDCTFwd_MP3_32s            subband samples -> 576 spectral lines
+ *   zamsJointStereoEncode_MP3_32s_I     L/R lines -> M/S lines (joint stereo frames)
+ *   zamsQuantize_MP3_32s_I         lines -> quantized lines, scale factors, side info
+ * then zamsPackFrameHeader_MP3, zamsPackSideInfo_MP3, and per granule and channel
+ * zamsPackScaleFactors_MP3_8s1u and zamsHuffmanEncode_MP3_32s1u, with the main data
+ * placed by the bit reservoir (Mp3BitReservoir). Every stage keeps its history in
+ * plain caller arrays or records; none allocates.
+ *
+ * Fixed-point scale. PCM is int16. Subband samples and spectral lines are int32 with
+ * 8 fraction bits on the int16 scale: a value v stands for v / 256 / 32768 of full
+ * scale, which is the scale of the ISO decoder (requantized lines xr = v * 2^-23,
+ * and a decoder's IMDCT and synthesis bank turn those lines back into PCM of the
+ * same scale). A full-scale sine gives subband samples up to about 2^23 and lines
+ * up to about 2^25. */
+
+/* Polyphase analysis of one granule (ISO/IEC 11172-3, 2.4.3.4.10.1 with the window
+ * C[i] of Table C.1 and the matrix cos((2k + 1)(i - 16) pi / 64)): reads the 576 PCM
+ * samples pSrc[i * mode] (mode 1 mono, 2 interleaved stereo from the channel's first
+ * sample) and writes 576 subband samples subband-major, pDst[sb * 18 + t] (subband
+ * sb 0..31, time slot t 0..17), without frequency inversion (zamsMDCTFwd_MP3_32s
+ * does it). pHistory is the channel's caller-held history: its 480 most recent input
+ * samples, oldest first; zero it before the first granule; each call reads and
+ * updates it. Computed in float (the float bank's kernel), rounded to the int32
+ * format above: within 1.4e-7 of full scale of a double-precision evaluation
+ * (measured on tones with noise), and analysis followed by
+ * zamsSynthesisFilter_PQMF_MP3_32f (lines / 256) returns the input delayed by 481
+ * samples at about 86 dB SNR, the limit of the standard window.
+ * Checks in order: pSrc, pDst or pHistory null -> zamStsNullPtr; mode not 1 or 2
+ * -> zamStsBadArg. Nothing is written on a failed check. */
+ZamStatus zamsAnalysisPQMF_MP3_16s32s(const int16_t* pSrc, int32_t* pDst, int mode, int16_t* pHistory);
+
+/* Forward hybrid MDCT of one granule and channel (ISO/IEC 11172-3, 2.4.3.4.10.2):
+ * pSrc holds the granule's 576 subband samples as the analysis writes them, and
+ * pOverlap the previous granule's (caller-held, zero before the first granule; on
+ * return it holds a copy of pSrc). Per subband, the odd time slots of odd subbands
+ * are negated (frequency inversion), the 36 samples (previous 18, current 18) are
+ * windowed by the block type of pSideInfo (block_type when window_switching_flag is
+ * 1, else normal: sine window; start; stop; or short: three 12-sample sine windows
+ * starting at samples 6, 12 and 18) and transformed with
+ *   X[k] = 4/n * sum_i z[i] cos(pi / 2n * (2i + 1 + n / 2)(2k + 1)),  n = 36 or 12,
+ * the exact inverse of the ISO decoder's IMDCT and overlap-add. Long, start and stop
+ * blocks then get the encoder's alias-reduction butterflies (the inverse of the
+ * decoder's), and pDst[sb * 18 + k] are the 576 lines in frequency order. Short
+ * blocks are written in stream order, as zamsHuffmanEncode_MP3_32s1u and
+ * zamsQuantize_MP3_32s_I take them: scale-factor band by band (the short band table
+ * of ID and sampling_frequency of pFrameHeader), within a band window 0, 1, 2, each
+ * window's lines in frequency order. Mixed blocks are not produced.
+ * Accuracy: float arithmetic, within 8e-8 of full scale of the double formula;
+ * forward then inverse (the decoder's butterflies, IMDCT and overlap-add in double)
+ * returns the previous granule's subband samples at about 115 dB SNR (the rounding
+ * of the lines to 8 fraction bits) through any legal sequence of block types.
+ * Checks in order: any pointer null -> zamStsNullPtr; window_switching_flag above 1,
+ * block_type above 3, window switching with block_type 0, or mixed_block_flag not 0
+ * -> zamStsMp3SideInfoErr; ID above 1 or sampling_frequency above 2 (unsigned) ->
+ * zamStsMp3FrameHeaderErr. Nothing is written on a failed check. pDst must not
+ * overlap pSrc or pOverlap. */
+ZamStatus zamsMDCTFwd_MP3_32s(const int32_t* pSrc, int32_t* pDst, const Mp3SideInfo* pSideInfo,
+                              const Mp3FrameHeader* pFrameHeader, int32_t* pOverlap);
 
 /* ---- MP3 encoding: end ---- */
 
