@@ -184,18 +184,22 @@ static void usage(void)
             "  --info      print the stream format and one line per frame, write no PCM\n"
             "              unless -o is given\n"
             "  --bench     decode without writing and print the decoding speed\n"
-            "  -v          report every concealed frame\n");
+            "  -v          report every concealed frame\n"
+            "  --sbr-lp    HE-AAC: low-power SBR (real-valued; parametric stereo is not applied)\n"
+            "  --downsample  HE-AAC: output at the core rate (down-sampling synthesis)\n");
 }
 
 int main(int argc, char** argv)
 {
-    DecodeOptions options = {0, 0, 0};
+    DecodeOptions options = {0, 0, 0, 0};
     const char* input = NULL;
     const char* output = NULL;
     for (int i = 1; i < argc; ++i) {
         if (strcmp(argv[i], "--info") == 0) options.info = 1;
         else if (strcmp(argv[i], "--bench") == 0) options.bench = 1;
         else if (strcmp(argv[i], "-v") == 0) options.verbose = 1;
+        else if (strcmp(argv[i], "--sbr-lp") == 0) options.sbrMode = 1;
+        else if (strcmp(argv[i], "--downsample") == 0) options.sbrMode = 2;
         else if (strcmp(argv[i], "-o") == 0 && i + 1 < argc) output = argv[++i];
         else if (strcmp(argv[i], "-h") == 0 || strcmp(argv[i], "--help") == 0) {
             usage();
