@@ -21,8 +21,10 @@
  *    header) is reported with its number and concealed by silence: all its spectra are
  *    taken as zero, so the previous frame's tail still fades out through the overlap.
  *  - Coupling channel elements (CCE) are parsed and skipped: the coupling is not applied.
- *  - SBR and PS data in fill elements are ignored (reported once): only the AAC-LC core
- *    is decoded. Main, SSR and LTP object types are refused with a message.
+ *  - HE-AAC: SBR data in a fill element after an element (implicit signalling) switch
+ *    on SBR for the whole stream when the first frame has them: the output rate is
+ *    twice the core rate, a mono core (possibly with parametric stereo) becomes two
+ *    channels (sbr_decoder.c). Main, SSR and LTP object types are refused with a message.
  *  - The ADTS CRC is not verified.
  *  - Elements are matched to the channel layout by type in order of appearance (and by
  *    instance tag when a program configuration lists them).
@@ -35,6 +37,7 @@
 #include "aac_layout.h"
 #include "aac_sf_code.h"
 #include "decoder.h"
+#include "sbr_decoder.h"
 #include "zamac.h"
 
 enum { ID_SCE = 0, ID_CPE = 1, ID_CCE = 2, ID_LFE = 3, ID_DSE = 4, ID_PCE = 5, ID_FIL = 6, ID_END = 7 };
@@ -94,6 +97,8 @@ typedef struct {
     int outSequence[AAC_MAX_CHANNELS], outShape[AAC_MAX_CHANNELS], outPresent[AAC_MAX_CHANNELS];
     float* pcm[AAC_MAX_CHANNELS];
     int16_t* interleaved;
+    AacSbr* sbr;                   /* HE-AAC: SBR and PS after the filter bank */
+    long sbrFrames;
 
     ChannelWork work[2];
     AacChanPairElt pair;
@@ -127,6 +132,7 @@ static void* aligned_zeroed(size_t bytes)
 static void decoder_free(AacDecoder* d)
 {
     aac_filterbank_free(&d->bank);
+    aac_sbr_free(d->sbr);
     for (int c = 0; c < AAC_MAX_CHANNELS; ++c) {
         free(d->outSpectrum[c]);
         free(d->pcm[c]);
@@ -149,7 +155,7 @@ static int decoder_init(AacDecoder* d, const DecodeOptions* options, PcmSink* si
     int ok = 1;
     for (int c = 0; c < AAC_MAX_CHANNELS; ++c) {
         d->outSpectrum[c] = (int32_t*)aligned_zeroed(1024 * sizeof(int32_t));
-        d->pcm[c] = (float*)aligned_zeroed(1024 * sizeof(float));
+        d->pcm[c] = (float*)aligned_zeroed(2048 * sizeof(float));
         ok = ok && d->outSpectrum[c] && d->pcm[c];
         aac_history_reset(&d->history[c]);
     }
@@ -158,7 +164,7 @@ static int decoder_init(AacDecoder* d, const DecodeOptions* options, PcmSink* si
         d->work[i].spectrum = (int32_t*)aligned_zeroed(1024 * sizeof(int32_t));
         ok = ok && d->work[i].grouped && d->work[i].spectrum;
     }
-    d->interleaved = (int16_t*)aligned_zeroed(1024 * AAC_MAX_CHANNELS * sizeof(int16_t));
+    d->interleaved = (int16_t*)aligned_zeroed(2048 * AAC_MAX_CHANNELS * sizeof(int16_t));
     return ok && d->interleaved ? 0 : -1;
 }
 
@@ -342,6 +348,7 @@ static ZamStatus decode_single(AacDecoder* d, Cursor* c, int type, int tag)
     if (status < 0) return status;
     int outputs[2];
     aac_layout_place(&d->layout, type == ID_LFE ? AAC_ELEMENT_LFE : AAC_ELEMENT_SCE, tag, outputs);
+    aac_sbr_element(d->sbr, type == ID_LFE ? 0 : 1, outputs);
     deliver_channel(d, outputs[0], ch, &ch->ics);
     if (d->options->info) {
         char label[16];
@@ -405,6 +412,7 @@ static ZamStatus decode_pair(AacDecoder* d, Cursor* c, int tag)
 
     int outputs[2];
     aac_layout_place(&d->layout, AAC_ELEMENT_CPE, tag, outputs);
+    aac_sbr_element(d->sbr, 2, outputs);
     deliver_channel(d, outputs[0], left, leftIcs);
     deliver_channel(d, outputs[1], right, rightIcs);
     if (d->options->info) {
@@ -464,15 +472,14 @@ static ZamStatus skip_coupling(AacDecoder* d, Cursor* c)
     return zamStsOk;
 }
 
-/* fill_element(): the payload is skipped; an SBR payload is reported once. */
+/* fill_element(): an SBR payload is kept for the element before it; others are skipped. */
 static ZamStatus skip_fill(AacDecoder* d, Cursor* c)
 {
     int32_t count = 0;
     uint8_t payload[272];
     ZamStatus status = zamsDecodeFillElt_AAC(&c->byte, &c->bit, &count, payload);
     if (status < 0) return status;
-    const int extension = count > 0 ? payload[0] >> 4 : 0;
-    if (extension == 13 || extension == 14) d->sawSbr = 1;  /* EXT_SBR_DATA, EXT_SBR_DATA_CRC */
+    if (aac_sbr_payload(d->sbr, payload, count)) d->sawSbr = 1;
     return zamStsOk;
 }
 
@@ -481,6 +488,7 @@ static ZamStatus skip_fill(AacDecoder* d, Cursor* c)
 static ZamStatus decode_elements(AacDecoder* d, Cursor* c, const uint8_t* end, AacProgramConfig* program)
 {
     aac_layout_new_block(&d->layout);
+    aac_sbr_block_start(d->sbr);
     for (int ch = 0; ch < AAC_MAX_CHANNELS; ++ch) d->outPresent[ch] = 0;
     d->elementText[0] = '\0';
     d->error = NULL;
@@ -546,6 +554,14 @@ static int send_format(AacDecoder* d)
         fprintf(stderr, "zamac-decode: the stream has no audio channels\n");
         return -1;
     }
+    if (aac_sbr_block_has_sbr(d->sbr) && d->sampleRate <= 48000) {  /* implicit HE-AAC signalling */
+        const int mono = d->layout.channels == 1;
+        d->sampleRate = aac_sbr_enable(d->sbr, mono);
+        if (mono) d->layout.channels = 2, d->layout.channelMask = 0x3;
+        if (d->options->info)
+            printf("HE-AAC: SBR%s, output %d Hz%s\n", d->options->sbrMode == SBR_MODE_LP ? " (low power)" : "",
+                   d->sampleRate, mono ? "; mono core: two channels (parametric stereo when signalled)" : "");
+    }
     if (d->options->info) {
         char positions[96];
         aac_layout_describe(&d->layout, positions, sizeof positions);
@@ -554,6 +570,8 @@ static int send_format(AacDecoder* d)
     }
     return d->sink->format(d->sink->ctx, d->sampleRate, d->layout.channels, d->layout.channelMask);
 }
+
+static void report_bad_frame(AacDecoder* d, const char* why, ZamStatus status, const char* outcome);
 
 /* Filter bank and output for one raw data block. A channel without an element in the
  * block (or every channel, when the block was corrupt) gets an all-zero spectrum. */
@@ -575,15 +593,21 @@ static int render_block(AacDecoder* d, int concealed)
         }
         sources[ch] = d->pcm[ch];
     }
+    int samples = 1024, damaged = 0;
+    if (aac_sbr_enabled(d->sbr)) {
+        samples = aac_sbr_render(d->sbr, d->pcm, channels, concealed, &damaged);
+        if (samples < 0) return -1;
+        if (damaged) report_bad_frame(d, "damaged SBR data", 0, "core only for this frame");
+    }
     d->stats->framesDecoded++;
-    d->stats->audioSeconds += 1024.0 / d->sampleRate;
-    if (d->sink->writeFloat) return d->sink->writeFloat(d->sink->ctx, sources, channels, 1024);
-    ZamStatus status = zamsJoin_32f16s_D2L(sources, channels, 1024, d->interleaved);
+    d->stats->audioSeconds += (double)samples / d->sampleRate;
+    if (d->sink->writeFloat) return d->sink->writeFloat(d->sink->ctx, sources, channels, samples);
+    ZamStatus status = zamsJoin_32f16s_D2L(sources, channels, samples, d->interleaved);
     if (status < 0) {
         fprintf(stderr, "zamac-decode: sample conversion failed (status %d)\n", status);
         return -1;
     }
-    return d->sink->write(d->sink->ctx, d->interleaved, 1024);
+    return d->sink->write(d->sink->ctx, d->interleaved, samples);
 }
 
 /* Reports a frame that cannot be decoded. why: what went wrong; status: the failing
@@ -626,7 +650,7 @@ static void show_notices(AacDecoder* d)
         fprintf(stderr, "zamac-decode: the stream has coupling channel elements; they are skipped, not applied\n");
         d->cceReported = 1;
     }
-    if (d->sawSbr && !d->sbrReported) {
+    if (d->sawSbr && !d->sbrReported && d->formatSent && !aac_sbr_enabled(d->sbr)) {
         fprintf(stderr, "zamac-decode: the stream carries SBR (HE-AAC) data, which is ignored: "
                         "the output is the AAC-LC core at %d Hz\n", d->sampleRate);
         d->sbrReported = 1;
@@ -732,6 +756,8 @@ static int set_stream_format(AacDecoder* d, int objectType, int samplingIndex, c
     }
     d->samplingIndex = samplingIndex;
     d->sampleRate = kSampleRates[samplingIndex];
+    d->sbr = aac_sbr_create(d->sampleRate, d->options->sbrMode);
+    if (!d->sbr) return -1;
     if (d->options->info) printf("stream: %s, MPEG-%d AAC LC, %d Hz\n", container, mpegVersion, d->sampleRate);
     return 0;
 }
@@ -872,6 +898,10 @@ int aac_decode(const uint8_t* data, size_t size, const DecodeOptions* options, P
     const int result = size >= 4 && memcmp(data, "ADIF", 4) == 0 ? decode_adif(d, data, size)
                                                                   : decode_adts(d, data, size);
     if (result != 0 && d->frameNumber > 0) fprintf(stderr, "zamac-decode: no frame could be decoded\n");
+    if (options->info && d->sbr && aac_sbr_enabled(d->sbr))
+        printf("HE-AAC: parametric stereo %s\n", aac_sbr_has_ps(d->sbr)
+                   ? (options->sbrMode == SBR_MODE_LP ? "present, not applied in low-power mode" : "present")
+                   : "absent");
     decoder_free(d);
     free(d);
     return result;

@@ -23,6 +23,7 @@ typedef struct {
     int quiet;    /* no per-frame reports on stderr (fuzzing, --quiet) */
     int gapless;  /* announce the encoder delay and padding a stream declares (sink->trim) */
     int fixed;    /* decode in integers only (the library's fixed-point stages) */
+    int sbrMode;  /* HE-AAC: 0 high quality, 1 low power (--sbr-lp), 2 core rate (--downsample) */
 } DecodeOptions;
 
 /* Where decoded PCM goes. format() is called once before the first write(); a

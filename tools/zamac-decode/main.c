@@ -281,6 +281,9 @@ static void usage(FILE* out)
             "  -f, --format=FMT     sample format: s16 (default), s24 or f32 (float, not clipped)\n"
             "  -r, --raw            raw PCM instead of WAVE, also with -o\n"
             "      --fixed          decode with the integer (fixed-point) stages only\n"
+            "      --sbr-lp         HE-AAC: low-power SBR (real-valued; parametric stereo is\n"
+            "                       not applied)\n"
+            "      --downsample     HE-AAC: output at the core rate (down-sampling synthesis)\n"
             "      --no-gapless     keep the encoder delay and padding a LAME tag declares\n"
             "                       (by default they are removed, as mpg123 and ffmpeg do)\n"
             "  -i, --info           describe the stream on standard output (format, mode, bit\n"
@@ -299,7 +302,7 @@ static void usage(FILE* out)
             "Exit status: 0 decoded, 1 failure, 2 bad command line.\n");
 }
 
-enum { OPT_NO_GAPLESS = 256, OPT_FRAMES, OPT_COMPARE, OPT_FIXED };
+enum { OPT_NO_GAPLESS = 256, OPT_FRAMES, OPT_COMPARE, OPT_FIXED, OPT_SBR_LP, OPT_DOWNSAMPLE };
 
 int main(int argc, char** argv)
 {
@@ -309,7 +312,8 @@ int main(int argc, char** argv)
         {"raw", no_argument, NULL, 'r'},           {"no-gapless", no_argument, NULL, OPT_NO_GAPLESS},
         {"info", no_argument, NULL, 'i'},          {"frames", no_argument, NULL, OPT_FRAMES},
         {"bench", no_argument, NULL, 'b'},         {"compare", required_argument, NULL, OPT_COMPARE},
-        {"fixed", no_argument, NULL, OPT_FIXED},
+        {"fixed", no_argument, NULL, OPT_FIXED},   {"sbr-lp", no_argument, NULL, OPT_SBR_LP},
+        {"downsample", no_argument, NULL, OPT_DOWNSAMPLE},
         {"verbose", no_argument, NULL, 'v'},       {"quiet", no_argument, NULL, 'q'},
         {"help", no_argument, NULL, 'h'},          {"version", no_argument, NULL, 'V'},
         {NULL, 0, NULL, 0}};
@@ -330,6 +334,8 @@ int main(int argc, char** argv)
         case 'r': raw = 1; break;
         case OPT_NO_GAPLESS: options.gapless = 0; break;
         case OPT_FIXED: options.fixed = 1; break;
+        case OPT_SBR_LP: options.sbrMode = 1; break;
+        case OPT_DOWNSAMPLE: options.sbrMode = 2; break;
         case 'i': info = 1; break;
         case OPT_FRAMES: frames = 1; break;
         case 'b': options.bench = 1; break;
