@@ -150,7 +150,60 @@ ZamStatus zamsScale_32f_I(float* pSrcDst, const float* pScale, const int* pBandO
 /* ---- utilities: further kernels ---- */
 
 /* ---- utilities: power-law, scale-factor and spreading kernels ----
- * (the encoder and requantization kernels) */
+ * The power laws of MP3 and AAC quantization (|x|^(3/4) before rounding to an
+ * integer, |x|^(4/3) when requantizing), the quarter-step scale-factor multipliers
+ * and the spreading function of the psychoacoustic model. All are element-wise over
+ * len values, stateless, and may run in place when source and destination have the
+ * same element size. Rounding to integers is to nearest with ties to even, whatever
+ * rounding mode the caller has set; integer results saturate to their type.
+ * Checks, in order: pSrc or pDst null -> zamStsNullPtr; len < 1 -> zamStsSize; then
+ * the ranges named below. Nothing is written on a failed check. */
+
+/* pDst[i] = sign(x) * |x|^(3/4), x = pSrc[i], computed as sqrt(|x|) * sqrt(sqrt(|x|))
+ * in float: at most 2 ulp from the correctly rounded value (measured over every
+ * 97th finite non-negative bit pattern, denormals included); +-0 keeps its sign, +-inf
+ * gives +-inf, NaN gives NaN. Returns zamStsMisalignedData when pSrc or pDst is not
+ * 16-byte aligned (same results). */
+ZamStatus zamsPow34_32f(const float* pSrc, float* pDst, int len);
+
+/* pDst[i] = sign(x) * |x|^(3/4) rounded to an integer and saturated to
+ * -32768..32767, computed in double (the correctly rounded integer for every input
+ * tested; magnitudes from 2^20 up saturate; NaN saturates by its sign bit).
+ * Returns zamStsMisalignedData when pSrc or pDst is not 16-byte aligned. */
+ZamStatus zamsPow34_32f16s(const float* pSrc, int16_t* pDst, int len);
+
+/* pDst[i] = sign(x) * |x|^(3/4) * 2^-scaleFactor, x = pSrc[i], rounded and saturated
+ * to 16 bits (scaleFactor may be negative: a left scale). Computed in double: the
+ * correctly rounded result for all 65,536 inputs at every scaleFactor from -16 to 16
+ * (ties, as 16^(3/4) * 2^-4 = 0.5, go to even). */
+ZamStatus zamsPow34_16s_Sfs(const int16_t* pSrc, int16_t* pDst, int len, int scaleFactor);
+
+/* The requantization kernel: pDst[i] = sign(x) * |x|^(4/3) * 2^(gain/4) *
+ * 2^-scaleFactor, x = pSrc[i], rounded to an integer and saturated to 32 bits. gain
+ * counts quarter steps of 1.5 dB (MP3: global_gain - 210 - the band's scale-factor
+ * shift; AAC: scale factor - 100), scaleFactor sets the fixed-point format (e.g.
+ * -13 for 13 fractional bits). Any int values are accepted. Computed in double:
+ * the correctly rounded result for all 65,536 inputs at every gain -64..64 and
+ * scaleFactor -16..16 tested. */
+ZamStatus zamsPow43Scale_16s32s_Sf(const int16_t* pSrc, int32_t* pDst, int len, int gain, int scaleFactor);
+
+/* Scale-factor multipliers: pDst[i] = 2^((pSrc[i] - offset) / 4), the float nearest
+ * to the exact value (exact powers of two for multiples of 4; +inf above 2^127.75,
+ * denormals below 2^-126, 0 below 2^-149). Pass offset 100 for AAC scale factors,
+ * 210 for MP3 global_gain. Checks after the common ones: offset outside
+ * -65536..65536 -> zamStsBadArg. */
+ZamStatus zamsCalcSF_16s32f(const int16_t* pSrc, float* pDst, int len, int offset);
+
+/* The spreading function of psychoacoustic model 2 (ISO/IEC 11172-3, Annex D) on
+ * Bark distances: pSrc[i] is dz = z(maskee) - z(masker) in Q10 (1/1024 Bark, so
+ * -32..32 Bark). With t = 3 dz below the masker (dz < 0) and t = 1.5 dz above it,
+ * x = 8((t - 0.5)^2 - 2(t - 0.5)) for 0.5 <= t <= 2.5 and 0 elsewhere, and
+ * y = 15.811389 + 7.5(t + 0.474) - 17.5 sqrt(1 + (t + 0.474)^2), the spreading
+ * value is s = 10^((x + y)/10) (1.0 at dz = 0), and 0 where y <= -60 dB.
+ * pDst[i] = s in Q15 times 2^-scaleFactor, rounded and saturated to 0..32767 (so
+ * scaleFactor 0 gives 32767 for s = 1). Computed in float: within 1 of the value
+ * rounded from the double formula for all 65,536 inputs and scaleFactor -8..8. */
+ZamStatus zamsSpread_16s_Sfs(const int16_t* pSrc, int16_t* pDst, int len, int scaleFactor);
 
 /* ---- power-law kernels: end ---- */
 

@@ -16,7 +16,7 @@
 #include <unistd.h>
 
 #include "decoder.h"
-#include "wav.h"
+#include "tool_wav.h"
 
 /* ------------------------------------------------------------------ sinks */
 
@@ -45,7 +45,9 @@ static int sink_format(void* ctx, int sampleRate, int channels, uint32_t channel
     out->sampleRate = sampleRate;
     out->channels = channels;
     out->channelMask = channelMask;
-    if (out->wav && wav_write_header(out->file, sampleRate, channels, channelMask, 0xFFFFFFFFu - 64) != 0) {
+    uint8_t header[68];
+    const size_t n = wav_header(header, sampleRate, channels, channelMask, WAV_S16, 0xFFFFFFFFu - 64);
+    if (out->wav && fwrite(header, 1, n, out->file) != n) {
         out->failed = 1;
         return -1;
     }
@@ -83,8 +85,9 @@ static void finish_wav(OutputSink* out)
         fprintf(stderr, "zamac-decode: output longer than a WAVE file can describe; sizes left open\n");
         return;
     }
-    if (fseek(out->file, 0, SEEK_SET) == 0)
-        wav_write_header(out->file, out->sampleRate, out->channels, out->channelMask, (uint32_t)dataBytes);
+    uint8_t header[68];
+    const size_t n = wav_header(header, out->sampleRate, out->channels, out->channelMask, WAV_S16, (uint32_t)dataBytes);
+    if (fseek(out->file, 0, SEEK_SET) == 0 && fwrite(header, 1, n, out->file) != n) out->failed = 1;
 }
 
 /* ------------------------------------------------------------------ input */

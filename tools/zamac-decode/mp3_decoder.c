@@ -20,6 +20,7 @@
 
 #include "decoder.h"
 #include "mp3_internal.h"
+#include "tool_tags.h"
 
 static const int kBitrates[2][3][15] = {
     {/* MPEG-1 */
@@ -79,26 +80,6 @@ static size_t id3v2_size(const uint8_t* p, size_t left)
     if ((p[6] | p[7] | p[8] | p[9]) & 0x80) return 0;
     size_t size = 10 + ((size_t)p[6] << 21 | (size_t)p[7] << 14 | (size_t)p[8] << 7 | (size_t)p[9]);
     if (p[5] & 0x10) size += 10;  /* footer */
-    return size;
-}
-
-/* The end of the audio data once trailing ID3v1 and APE tags are cut off. */
-static size_t audio_end(const uint8_t* data, size_t size)
-{
-    for (int again = 1; again;) {
-        again = 0;
-        if (size >= 128 && memcmp(data + size - 128, "TAG", 3) == 0) {
-            size -= 128;
-            again = 1;
-        }
-        if (size >= 32 && memcmp(data + size - 32, "APETAGEX", 8) == 0) {
-            const uint8_t* f = data + size - 32;
-            size_t tag = (size_t)f[12] | (size_t)f[13] << 8 | (size_t)f[14] << 16 | (size_t)f[15] << 24;
-            if (f[23] & 0x80) tag += 32;  /* a header precedes the items */
-            size = tag <= size ? size - tag : 0;
-            again = 1;
-        }
-    }
     return size;
 }
 
@@ -178,7 +159,7 @@ static void framer_init(Framer* f, const uint8_t* data, size_t size)
 {
     memset(f, 0, sizeof *f);
     f->data = data;
-    f->end = audio_end(data, size);
+    f->end = tag_audio_end(data, size);
 }
 
 /* A Xing/Info (LAME) or VBRI frame carries stream information, no audio. */
