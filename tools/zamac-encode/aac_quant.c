@@ -1,0 +1,237 @@
+/*
+ * Quantization, scale factors and noiseless coding decisions of the AAC encoder.
+ *
+ * A band's scale factor follows from the noise it may carry: quantizing y = (|x| / A)^(3/4)
+ * to integers leaves a noise energy of about (4/27) A^(3/2) sum |x|^(1/2) in the band,
+ * with A = 2^((sf - 100) / 4) the step the decoder applies (ISO/IEC 14496-3, 4.6.1.3).
+ * Code books and sections are chosen by dynamic programming over the bands of a
+ * group, with the bit counts of the library's VLC counters.
+ */
+#include <math.h>
+#include <string.h>
+
+#include "aac_encoder.h"
+
+enum { INF = 1 << 28 };
+
+static int sf_code_length(int diff)
+{
+    return kAacScaleFactorCode[diff + 60].length;
+}
+
+/* The smallest book that holds values up to m. */
+static int smallest_book(int m)
+{
+    if (m == 0) return 0;
+    if (m <= 1) return 1;
+    if (m <= 2) return 3;
+    if (m <= 4) return 5;
+    if (m <= 7) return 7;
+    if (m <= 12) return 9;
+    return 11;
+}
+
+/* Quantizes n values with scale factor sf; returns the largest magnitude. */
+static int quantize_band(const float* x, const float* x34, int16_t* q, int n, int sf)
+{
+    const float scale = exp2f(-0.1875f * (float)(sf - 100));
+    int m = 0;
+    for (int i = 0; i < n; ++i) {
+        int v = (int)(x34[i] * scale + 0.4054f);
+        if (v > 8191) v = 8191;
+        if (v > m) m = v;
+        q[i] = (int16_t)(x[i] < 0 ? -v : v);
+    }
+    return m;
+}
+
+/* Section data cost of one section of len bands. */
+static int section_bits(int len, int lenBits)
+{
+    const int escape = (1 << lenBits) - 1;
+    return 4 + lenBits * (1 + len / escape);
+}
+
+/* Chooses the books of group g by dynamic programming; cost[b][k] are the band costs. */
+static void choose_books(AacChannel* ch, int g, int cost[][12])
+{
+    const int nb = ch->maxSfb;
+    const int lenBits = ch->sequence == AAC_EIGHT_SHORT ? 3 : 5;
+    const int escape = (1 << lenBits) - 1;
+    int dp[65][12], run[65][12];
+    uint8_t cont[65][12];
+    for (int k = 0; k < 12; ++k) dp[0][k] = INF;
+    for (int b = 0; b < nb; ++b) {
+        int best = INF, bestK = 0;
+        for (int k = 0; k < 12; ++k)
+            if (dp[b][k] < best) {
+                best = dp[b][k];
+                bestK = k;
+            }
+        (void)bestK;
+        for (int k = 0; k < 12; ++k) {
+            dp[b + 1][k] = INF;
+            if (cost[b][k] >= INF) continue;
+            /* continue the section of book k, or open a new one */
+            int c1 = INF;
+            if (dp[b][k] < INF) c1 = dp[b][k] + cost[b][k] + ((run[b][k] + 1) % escape == 0 ? lenBits : 0);
+            const int c2 = (b == 0 ? 0 : best) + cost[b][k] + 4 + lenBits;
+            if (c1 <= c2) {
+                dp[b + 1][k] = c1;
+                run[b + 1][k] = run[b][k] + 1;
+                cont[b + 1][k] = 1;
+            } else {
+                dp[b + 1][k] = c2;
+                run[b + 1][k] = 1;
+                cont[b + 1][k] = 0;
+            }
+        }
+    }
+    /* trace back */
+    int k = 0, best = INF;
+    for (int j = 0; j < 12; ++j)
+        if (dp[nb][j] < best) {
+            best = dp[nb][j];
+            k = j;
+        }
+    for (int b = nb; b > 0; --b) {
+        ch->cb[g * AAC_BANDS + b - 1] = (uint8_t)k;
+        if (!cont[b][k] && b > 1) {
+            int pb = INF, pk = 0;
+            for (int j = 0; j < 12; ++j)
+                if (dp[b - 1][j] < pb) {
+                    pb = dp[b - 1][j];
+                    pk = j;
+                }
+            k = pk;
+        }
+    }
+}
+
+int aac_sections(const AacChannel* ch, int g, uint8_t* books, int* ends)
+{
+    int n = 0;
+    for (int b = 0; b < ch->maxSfb; ++b) {
+        const uint8_t book = ch->cb[g * AAC_BANDS + b];
+        if (n > 0 && books[n - 1] == book) {
+            ends[n - 1] = b + 1;
+        } else {
+            books[n] = book;
+            ends[n] = b + 1;
+            ++n;
+        }
+    }
+    return n;
+}
+
+static int tns_bits(const AacChannel* ch)
+{
+    if (!ch->tnsPresent) return 0;
+    const int windows = ch->sequence == AAC_EIGHT_SHORT ? 8 : 1;
+    const int lw = windows == 1;
+    int bits = 0, f = 0;
+    for (int w = 0; w < windows; ++w) {
+        bits += lw ? 2 : 1;
+        if (!ch->nFilt[w]) continue;
+        bits += 1;
+        for (int k = 0; k < ch->nFilt[w]; ++k, ++f) {
+            bits += lw ? 11 : 7;
+            if (ch->order[f]) bits += 2 + ch->order[f] * ch->coefRes[w];
+        }
+    }
+    return bits;
+}
+
+/* The scale factor that lets a band carry `noise`, from its sum of |x|^(1/2). */
+static int scale_factor_for(float noise, float sumSqrt)
+{
+    const float r = 27.0f * noise / (4.0f * sumSqrt);
+    return 100 + (int)floorf(2.6666667f * log2f(r) + 0.5f);
+}
+
+int aac_quantize_channel(const AacCodes* codes, AacChannel* ch, int offset)
+{
+    const int lenBits = ch->sequence == AAC_EIGHT_SHORT ? 3 : 5;
+    int last = -1; /* last transmitted scale factor */
+    int groupStart = 0;
+    int spectralBits = 0, sectionBits = 0, sfBits = 0;
+    static const float kMaxQuant43 = 165113.0f; /* 8191^(4/3) */
+    for (int g = 0; g < ch->numGroups; ++g) {
+        const int L = ch->groupLen[g];
+        int cost[64][12];
+        for (int b = 0; b < ch->maxSfb; ++b) {
+            const int i = g * AAC_BANDS + b;
+            const int start = groupStart + ch->swb[b] * L;
+            const int n = (ch->swb[b + 1] - ch->swb[b]) * L;
+            int16_t* q = ch->q + start;
+            int m = 0;
+            if (ch->maxAbs[i] > 0.0f && ch->energy[i] > ch->threshold[i]) {
+                int sf = scale_factor_for(ch->threshold[i], ch->sumSqrt[i]) + offset;
+                const int sfMin = (int)ceilf(100.0f + 4.0f * log2f(ch->maxAbs[i] / kMaxQuant43));
+                if (sf < sfMin) sf = sfMin;
+                if (sf > 255) sf = 255;
+                if (sf < 0) sf = 0;
+                if (last >= 0) {
+                    if (sf > last + 60) sf = last + 60;
+                    if (sf < last - 60) sf = last - 60;
+                }
+                m = quantize_band(ch->spec + start, ch->pow34 + start, q, n, sf);
+                ch->sf[i] = sf;
+                if (m > 0) last = sf;
+            }
+            if (m == 0) memset(q, 0, (size_t)n * sizeof *q);
+            ch->maxAbs[i] = ch->maxAbs[i]; /* kept */
+            const int first = smallest_book(m);
+            for (int k = 0; k < 12; ++k) cost[b][k] = INF;
+            if (first == 0) {
+                cost[b][0] = 0;
+                /* an all-zero band inside a section of another book costs its zeros and
+                 * a scale-factor difference of 0 */
+                for (int k = 1; k <= 11; ++k) cost[b][k] = aac_count_band(codes, q, n, k) + 1;
+            } else {
+                for (int k = first; k <= 11; ++k) cost[b][k] = aac_count_band(codes, q, n, k);
+            }
+            ch->cb[i] = (uint8_t)first; /* marks non-zero bands until the books are chosen */
+        }
+        /* remember which bands are non-zero before the books overwrite cb */
+        uint8_t nonZero[64];
+        for (int b = 0; b < ch->maxSfb; ++b) nonZero[b] = ch->cb[g * AAC_BANDS + b] != 0;
+        choose_books(ch, g, cost);
+        for (int b = 0; b < ch->maxSfb; ++b) {
+            const int i = g * AAC_BANDS + b;
+            if (ch->cb[i]) spectralBits += cost[b][ch->cb[i]] - (nonZero[b] ? 0 : 1);
+            if (!nonZero[b]) ch->sf[i] = -1; /* takes the previous scale factor below */
+        }
+        uint8_t books[64];
+        int ends[64];
+        const int ns = aac_sections(ch, g, books, ends);
+        for (int s = 0, st = 0; s < ns; ++s) {
+            sectionBits += section_bits(ends[s] - st, lenBits);
+            st = ends[s];
+        }
+        groupStart += 128 * L;
+    }
+    /* scale factors: global gain is the first transmitted one */
+    int gg = -1;
+    for (int g = 0; g < ch->numGroups && gg < 0; ++g)
+        for (int b = 0; b < ch->maxSfb; ++b) {
+            const int i = g * AAC_BANDS + b;
+            if (ch->cb[i] && ch->sf[i] >= 0) {
+                gg = ch->sf[i];
+                break;
+            }
+        }
+    if (gg < 0) gg = 100;
+    ch->globalGain = gg;
+    last = gg;
+    for (int g = 0; g < ch->numGroups; ++g)
+        for (int b = 0; b < ch->maxSfb; ++b) {
+            const int i = g * AAC_BANDS + b;
+            if (!ch->cb[i]) continue;
+            if (ch->sf[i] < 0) ch->sf[i] = last;
+            sfBits += sf_code_length(ch->sf[i] - last);
+            last = ch->sf[i];
+        }
+    ch->bits = 8 + sectionBits + sfBits + 3 + tns_bits(ch) + spectralBits;
+    return ch->bits;
+}

@@ -1,0 +1,65 @@
+/*
+ * Stereo decisions of the AAC encoder: M/S per band (ISO/IEC 14496-3, 4.6.8.1).
+ * A band is coded as M = (L + R) / 2 and S = (L - R) / 2 when that lowers its
+ * perceptual entropy, both taking the lower of the two thresholds halved (the
+ * decoder's L = M + S, R = M - S adds the noise of both).
+ */
+#include <math.h>
+
+#include "aac_encoder.h"
+
+static float pe(float e, float thr, int n)
+{
+    return e > thr ? (float)n * log2f(e / thr) : 0.0f;
+}
+
+void aac_stereo_decide(AacElement* el, AacChannel* l, AacChannel* r)
+{
+    int used = 0, total = 0, groupStart = 0;
+    for (int g = 0; g < l->numGroups; ++g) {
+        const int L = l->groupLen[g];
+        for (int b = 0; b < l->maxSfb; ++b) {
+            const int i = g * AAC_BANDS + b;
+            const int start = groupStart + l->swb[b] * L;
+            const int n = (l->swb[b + 1] - l->swb[b]) * L;
+            float* x = l->spec + start;
+            float* y = r->spec + start;
+            float em = 0.0f, es = 0.0f;
+            for (int k = 0; k < n; ++k) {
+                const float m = 0.5f * (x[k] + y[k]), s = 0.5f * (x[k] - y[k]);
+                em += m * m;
+                es += s * s;
+            }
+            const float tl = l->threshold[i], tr = r->threshold[i];
+            const float tms = 0.5f * (tl < tr ? tl : tr);
+            const float peLR = pe(l->energy[i], tl, n) + pe(r->energy[i], tr, n);
+            const float peMS = pe(em, tms, n) + pe(es, tms, n);
+            ++total;
+            el->msUsed[i] = peMS < peLR;
+            if (!el->msUsed[i]) continue;
+            ++used;
+            float sm = 0, ss = 0, mm = 0, ms = 0;
+            for (int k = 0; k < n; ++k) {
+                const float m = 0.5f * (x[k] + y[k]), s = 0.5f * (x[k] - y[k]);
+                x[k] = m;
+                y[k] = s;
+                const float am = fabsf(m), as = fabsf(s);
+                l->pow34[start + k] = sqrtf(am * sqrtf(am));
+                r->pow34[start + k] = sqrtf(as * sqrtf(as));
+                sm += sqrtf(am);
+                ss += sqrtf(as);
+                if (am > mm) mm = am;
+                if (as > ms) ms = as;
+            }
+            l->energy[i] = em;
+            r->energy[i] = es;
+            l->threshold[i] = r->threshold[i] = tms;
+            l->sumSqrt[i] = sm;
+            r->sumSqrt[i] = ss;
+            l->maxAbs[i] = mm;
+            r->maxAbs[i] = ms;
+        }
+        groupStart += 128 * L;
+    }
+    el->msMaskPresent = used == 0 ? 0 : used == total ? 2 : 1;
+}
