@@ -449,6 +449,28 @@ void BM_MdctInv_zamac(benchmark::State& state)
     zamsMDCTInvFree_32f(spec);
 }
 
+// The hybrid bank of one MP3 granule: 32 inverse transforms of 12 or 36 points,
+// as 32 calls of the export (arg 0) or through the eight-lane batch (arg 1).
+void BM_MdctShortGranule(benchmark::State& state)
+{
+    const int n = int(state.range(0));
+    const bool batch = state.range(1) != 0;
+    MdctInvSpec_32f* spec = nullptr;
+    zamsMDCTInvInitAlloc_32f(&spec, n);
+    const auto* s = *reinterpret_cast<zam::MdctSpec32f* const*>(&spec);
+    auto X = randomFloats(32 * n / 2);
+    std::vector<float> out(32 * n);
+    for (auto _ : state) {
+        if (batch)
+            zam::mdctFixedBatch(X.data(), n / 2, out.data(), n, 32, s);
+        else
+            for (int sb = 0; sb < 32; ++sb) zamsMDCTInv_32f(X.data() + sb * n / 2, out.data() + sb * n, spec, nullptr);
+        benchmark::DoNotOptimize(out.data());
+    }
+    zamsMDCTInvFree_32f(spec);
+}
+BENCHMARK(BM_MdctShortGranule)->Args({12, 0})->Args({12, 1})->Args({36, 0})->Args({36, 1});
+
 // ------------------------------------------------------------ 16-bit MDCT
 
 void BM_Mdct16_FFTW(benchmark::State& state)
