@@ -288,6 +288,66 @@ inline void firstPassRadixAvx2(const float* in, float* out, int n, const uint32_
     }
 }
 
+// ---------------------------------------------------------------- 16, 32, 64 points
+//
+// N = 4M points held in M vectors of four complex values, vector m holding
+// x[4m .. 4m+3] (lane j = x[4m + j]). With n = 4m + j and k = b + M c:
+//   X[b + M c] = sum_j W_4^{jc} W_N^{jb} sum_m x[4m + j] W_M^{mb},
+// so an M-point DFT across the vectors (per lane), a twiddle W_N^{jb} on lane j of
+// vector b, a 4 x 4 transpose of each four vectors and a four-point DFT across
+// them give X in natural order: vector c of block q is X[M c + 4q .. M c + 4q + 3].
+
+template <int LogM>
+struct SmallFftTwiddles {
+    alignas(32) float re[1 << LogM][8];
+    alignas(32) float im[1 << LogM][8];
+};
+template <int LogM>
+constexpr SmallFftTwiddles<LogM> makeSmallFftTwiddles()
+{
+    SmallFftTwiddles<LogM> t{};
+    constexpr int M = 1 << LogM;
+    for (int b = 0; b < M; ++b)
+        for (int j = 0; j < 4; ++j) {
+            const SinCos sc = sinCosTurn(j * b, 4 * M);
+            t.re[b][2 * j] = t.re[b][2 * j + 1] = static_cast<float>(sc.c);
+            t.im[b][2 * j] = t.im[b][2 * j + 1] = static_cast<float>(-sc.s);
+        }
+    return t;
+}
+template <int LogM>
+inline constexpr SmallFftTwiddles<LogM> kSmallFftTwiddles = makeSmallFftTwiddles<LogM>();
+
+template <int LogM>
+inline void smallFftAvx2(const float* in, float* out)
+{
+    constexpr int M = 1 << LogM;
+    __m256 x[M];
+#pragma GCC unroll 16
+    for (int k = 0; k < M; ++k) x[k] = _mm256_loadu_ps(in + 8 * reverseLow(k, LogM));
+    ditGroupAvx2<LogM>(x);
+    const SmallFftTwiddles<LogM>& tw = kSmallFftTwiddles<LogM>;
+#pragma GCC unroll 16
+    for (int b = 1; b < M; ++b) x[b] = cmul8(x[b], _mm256_load_ps(tw.re[b]), _mm256_load_ps(tw.im[b]));
+#pragma GCC unroll 4
+    for (int q = 0; q < M / 4; ++q) {
+        const __m256d r0 = _mm256_castps_pd(x[4 * q]), r1 = _mm256_castps_pd(x[4 * q + 1]);
+        const __m256d r2 = _mm256_castps_pd(x[4 * q + 2]), r3 = _mm256_castps_pd(x[4 * q + 3]);
+        const __m256d u0 = _mm256_unpacklo_pd(r0, r1), u1 = _mm256_unpackhi_pd(r0, r1);
+        const __m256d u2 = _mm256_unpacklo_pd(r2, r3), u3 = _mm256_unpackhi_pd(r2, r3);
+        const __m256 t0 = _mm256_castpd_ps(_mm256_permute2f128_pd(u0, u2, 0x20));
+        const __m256 t1 = _mm256_castpd_ps(_mm256_permute2f128_pd(u1, u3, 0x20));
+        const __m256 t2 = _mm256_castpd_ps(_mm256_permute2f128_pd(u0, u2, 0x31));
+        const __m256 t3 = _mm256_castpd_ps(_mm256_permute2f128_pd(u1, u3, 0x31));
+        const __m256 a0 = _mm256_add_ps(t0, t2), a1 = _mm256_sub_ps(t0, t2);
+        const __m256 a2 = _mm256_add_ps(t1, t3), a3 = mulNegI8(_mm256_sub_ps(t1, t3));
+        _mm256_storeu_ps(out + 2 * (4 * q), _mm256_add_ps(a0, a2));
+        _mm256_storeu_ps(out + 2 * (M + 4 * q), _mm256_add_ps(a1, a3));
+        _mm256_storeu_ps(out + 2 * (2 * M + 4 * q), _mm256_sub_ps(a0, a2));
+        _mm256_storeu_ps(out + 2 * (3 * M + 4 * q), _mm256_sub_ps(a1, a3));
+    }
+}
+
 // The first LogR levels in place on contiguous, already permuted data.
 template <int LogR>
 inline void firstPassInPlaceScalar(float* data, int64_t n)
