@@ -103,13 +103,12 @@ inline __m256 cmul8(__m256 a, __m256 wr, __m256 wi)
     return _mm256_fmaddsub_ps(a, wr, _mm256_mul_ps(swapped, wi));
 }
 
-// times -i: (re, im) -> (im, -re)
-inline __m256 mulNegI8(__m256 a)
-{
-    const __m256 signOdd = _mm256_castsi256_ps(_mm256_setr_epi32(0, int(0x80000000u), 0, int(0x80000000u), 0,
-                                                                 int(0x80000000u), 0, int(0x80000000u)));
-    return _mm256_xor_ps(_mm256_permute_ps(a, 0xB1), signOdd);
-}
+// u + (-i)d and u - (-i)d from u and d with re and im swapped (ds), as
+// (u.re + d.im, u.im - d.re) and (u.re - d.im, u.im + d.re): the multiply by 1 of
+// the first is exact, so both are the plain sums.
+inline __m256 swapReIm(__m256 d) { return _mm256_permute_ps(d, 0xB1); }
+inline __m256 addNegI(__m256 u, __m256 ds) { return _mm256_fmsubadd_ps(u, _mm256_set1_ps(1.0f), ds); }
+inline __m256 subNegI(__m256 u, __m256 ds) { return _mm256_addsub_ps(u, ds); }
 
 // Requires count a multiple of 4.
 inline void radix4BlockAvx2(float* x, int h, const float* tw, int count)
@@ -125,11 +124,11 @@ inline void radix4BlockAvx2(float* x, int h, const float* tw, int count)
         __m256 t2 = cmul8(_mm256_loadu_ps(p1 + 2 * j), _mm256_load_ps(tw + 16), _mm256_load_ps(tw + 24));
         __m256 t3 = cmul8(_mm256_loadu_ps(p3 + 2 * j), _mm256_load_ps(tw + 32), _mm256_load_ps(tw + 40));
         __m256 u0 = _mm256_add_ps(t0, t2), u1 = _mm256_sub_ps(t0, t2);
-        __m256 u2 = _mm256_add_ps(t1, t3), m = mulNegI8(_mm256_sub_ps(t1, t3));
+        __m256 u2 = _mm256_add_ps(t1, t3), ds = swapReIm(_mm256_sub_ps(t1, t3));
         _mm256_storeu_ps(p0 + 2 * j, _mm256_add_ps(u0, u2));
         _mm256_storeu_ps(p2 + 2 * j, _mm256_sub_ps(u0, u2));
-        _mm256_storeu_ps(p1 + 2 * j, _mm256_add_ps(u1, m));
-        _mm256_storeu_ps(p3 + 2 * j, _mm256_sub_ps(u1, m));
+        _mm256_storeu_ps(p1 + 2 * j, addNegI(u1, ds));
+        _mm256_storeu_ps(p3 + 2 * j, subNegI(u1, ds));
     }
 }
 
@@ -222,13 +221,14 @@ inline void ditGroupAvx2(__m256* x)
             for (int i = 0; i < len / 2; ++i) {
                 const int w = i * (R / len);
                 __m256 t = x[b + i + len / 2];
-                if (w == 0) {
-                } else if (4 * w == R) {
-                    t = mulNegI8(t);
-                } else {
-                    t = cmul8(t, _mm256_set1_ps(kRoots<R>.re[w]), _mm256_set1_ps(kRoots<R>.im[w]));
+                const __m256 a = x[b + i];
+                if (4 * w == R) {
+                    const __m256 ts = swapReIm(t);
+                    x[b + i] = addNegI(a, ts);
+                    x[b + i + len / 2] = subNegI(a, ts);
+                    continue;
                 }
-                __m256 a = x[b + i];
+                if (w != 0) t = cmul8(t, _mm256_set1_ps(kRoots<R>.re[w]), _mm256_set1_ps(kRoots<R>.im[w]));
                 x[b + i] = _mm256_add_ps(a, t);
                 x[b + i + len / 2] = _mm256_sub_ps(a, t);
             }
@@ -340,11 +340,11 @@ inline void smallFftAvx2(const float* in, float* out)
         const __m256 t2 = _mm256_castpd_ps(_mm256_permute2f128_pd(u0, u2, 0x31));
         const __m256 t3 = _mm256_castpd_ps(_mm256_permute2f128_pd(u1, u3, 0x31));
         const __m256 a0 = _mm256_add_ps(t0, t2), a1 = _mm256_sub_ps(t0, t2);
-        const __m256 a2 = _mm256_add_ps(t1, t3), a3 = mulNegI8(_mm256_sub_ps(t1, t3));
+        const __m256 a2 = _mm256_add_ps(t1, t3), ds = swapReIm(_mm256_sub_ps(t1, t3));
         _mm256_storeu_ps(out + 2 * (4 * q), _mm256_add_ps(a0, a2));
-        _mm256_storeu_ps(out + 2 * (M + 4 * q), _mm256_add_ps(a1, a3));
+        _mm256_storeu_ps(out + 2 * (M + 4 * q), addNegI(a1, ds));
         _mm256_storeu_ps(out + 2 * (2 * M + 4 * q), _mm256_sub_ps(a0, a2));
-        _mm256_storeu_ps(out + 2 * (3 * M + 4 * q), _mm256_sub_ps(a1, a3));
+        _mm256_storeu_ps(out + 2 * (3 * M + 4 * q), subNegI(a1, ds));
     }
 }
 
