@@ -779,6 +779,7 @@ static int decode_adts(AacDecoder* d, const uint8_t* data, size_t size)
     if (!frame) return 1;
     AacProgramConfig program;
     memset(&program, 0, sizeof program);
+    size_t filled = 0; /* bytes of the buffer that hold data of an earlier frame */
     int stop = 0;
     while (pos < size && !stop) {
         AdtsFixedFields here;
@@ -811,9 +812,12 @@ static int decode_adts(AacDecoder* d, const uint8_t* data, size_t size)
             continue;
         }
 
-        /* The frame, with zero padding behind it for readers that run past a damaged end. */
+        /* The frame, with zero padding behind it for readers that run past a damaged end:
+         * the buffer starts zeroed and the readers only read it, so only the part of
+         * a longer earlier frame beyond this one needs clearing. */
         memcpy(frame, data + pos, length);
-        memset(frame + length, 0, FRAME_PADDING);
+        if (filled > length) memset(frame + length, 0, filled - length);
+        filled = length;
         uint8_t* cursor = frame;
         d->frameBytes = (long)length;
         AacAdtsFrameHeader header;
