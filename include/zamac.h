@@ -1456,13 +1456,14 @@ ZamStatus zamsPow43_16s32f(const int16_t* pSrc, float* pDst, int len);
  *  - requantized spectrum and subband samples: int32 Q24, value = standard's
  *    value * 2^24 (the standard's scale: PCM full scale is 1.0). Q24 leaves 7 bits
  *    of headroom (|value| < 128); a PCM step of 1/32768 is 512 units.
- *  - polyphase vector (inside the V buffer): int32 Q22.
+ *  - polyphase vector (inside the V buffer): int32 Q24.
  *  - PCM: int16, value = round(32768 * standard's PCM), saturated to -32768..32767.
  * Every product is formed in 64 bits and rounded once (half up, i.e. floor(x + 1/2));
  * results that do not fit 32 bits are saturated, except inside the polyphase cosine
- * transform, whose 32-bit sums wrap for subband samples far beyond any decodable
- * stream (they are exact for |subband sample| up to 2.0; the ISO compliance streams
- * peak at 0.41, l3-si_huff at 7.8, still without a wrap).
+ * transform (an even/odd split with factors up to 10.2), whose 32-bit sums wrap
+ * (never overflow as C arithmetic) when subband samples far beyond full scale meet in
+ * the worst phase; no wrap occurs on the ISO compliance streams (peak subband sample
+ * 0.41, l3-si_huff 7.8) or on lame's streams.
  *
  * Alignment: zamsMDCTInv_MP3_32s, zamsMDCTInvWindow_MP3_32s and
  * zamsSynthPQMF_MP3_32s16s track it: after a successful run they return
@@ -1576,7 +1577,8 @@ ZamStatus zamsMDCTInvWindow_MP3_32s(const int32_t* pSrcXr, int32_t* pDst, int32_
  * pDstPcm[i * mode]: mode 1 writes consecutive samples, mode 2 every other sample
  * (one channel of interleaved stereo; pass the address of the channel's first
  * sample). PCM = round(32768 * sum_i D[i] V[i]) saturated to 16 bits, with the
- * standard's V = N S computed as a 32-point cosine transform in Q22.
+ * standard's V = N S computed as a 32-point cosine transform in Q24 (even/odd split,
+ * factors Q27) and the window as the integers 65536 D[i], summed in 64 bits.
  * pVBuffer: ZAM_MP3_SYNTH_V_SIZE int32 of the channel's history, pVPosition: its
  * newest slot (0..15), advanced by 18 modulo 16. Start a stream with a zero-filled
  * buffer and position 0. A V buffer not aligned to 32 bytes costs a copy.
