@@ -1465,6 +1465,11 @@ ZamStatus zamsPow43_16s32f(const int16_t* pSrc, float* pDst, int len);
  * the worst phase; no wrap occurs on the ISO compliance streams (peak subband sample
  * 0.41, l3-si_huff 7.8) or on lame's streams.
  *
+ * The whole chain (zamac-decode --fixed) reaches 108.2 to 117.9 dB PSNR with a
+ * largest difference of 1 on all 18 ISO/IEC 11172-4 and 13818-4 Layer III
+ * compliance streams (the float path: 109.8 to 138.6 dB), and 110 to 112 dB against
+ * mpg123 on lame's streams from 8 to 48 kHz.
+ *
  * Alignment: zamsMDCTInv_MP3_32s, zamsMDCTInvWindow_MP3_32s and
  * zamsSynthPQMF_MP3_32s16s track it: after a successful run they return
  * zamStsMisalignedData (2) if one of their array pointers is not a multiple of 16
@@ -1518,8 +1523,9 @@ ZamStatus zamsPow43_16s32f(const int16_t* pSrc, float* pDst, int len);
  * window switching with block_type 0, global_gain above 255 or a subblock_gain above
  * 7 -> zamStsMp3SideInfoErr; a quantized magnitude above 8206 below the bound ->
  * zamStsBadData. Every check, the last included, comes before anything is written.
- * Accuracy: within 1 unit of the correctly rounded value before the stereo tools,
- * within 2 units after them. */
+ * Accuracy (measured on every granule of the 18 ISO compliance streams, against the
+ * same stage in single-precision float): at most 1.2 units beyond the float's own
+ * rounding (2^-22 of the value), stereo tools included. */
 ZamStatus zamsReQuantize_MP3_32s_I(int32_t* pSrcDstIsXr, int32_t* pSrcDstNonZeroBound,
                                    const int8_t* pSrcScaleFactor, const Mp3SideInfo* pSideInfo,
                                    const Mp3FrameHeader* pFrameHeader);
@@ -1554,7 +1560,9 @@ ZamStatus zamsReQuantizeSfb_MP3_32s_I(int32_t* pSrcDstIsXr, int32_t* pSrcDstNonZ
  * zamStsBadArg; window_switching_flag or mixed_block_flag above 1, block_type above
  * 3, window switching with block_type 0 -> zamStsMp3SideInfoErr. Nothing is written
  * on a failed check.
- * Accuracy: within 2 units (Q24) of the exact transform of the same input. */
+ * Accuracy (every granule of the ISO compliance streams, same input, against the
+ * float hybrid bank): at most 5.5 units (1/90 of a PCM step) beyond the float's own
+ * rounding. */
 ZamStatus zamsMDCTInv_MP3_32s(const int32_t* pSrcXr, int32_t* pDstY, int32_t nonZeroBound,
                               const Mp3SideInfo* pSideInfo, int32_t* pSrcDstOverlap);
 
@@ -1584,7 +1592,8 @@ ZamStatus zamsMDCTInvWindow_MP3_32s(const int32_t* pSrcXr, int32_t* pDst, int32_
  * buffer and position 0. A V buffer not aligned to 32 bytes costs a copy.
  * Checks, in order: a null pointer -> zamStsNullPtr; mode not 1 or 2, *pVPosition
  * outside 0..15 -> zamStsBadArg. Nothing is written on a failed check.
- * Accuracy: against the same synthesis in double precision, 99.7% of samples equal,
+ * Accuracy (every granule of the ISO compliance streams, same input, against the
+ * float polyphase bank rounded to 16 bits): 99.65% to 99.88% of the samples equal,
  * the others 1 apart. */
 ZamStatus zamsSynthPQMF_MP3_32s16s(const int32_t* pSrcY, int16_t* pDstPcm, int32_t mode, int32_t* pVBuffer,
                                    int32_t* pVPosition);
