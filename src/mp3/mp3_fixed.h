@@ -10,8 +10,8 @@ namespace zam::mp3 {
 
 // Spectral values and subband samples: Q24 (1.0 of the standard's scale = 2^24).
 constexpr int kFracBits = 24;
-// Stored polyphase vector: Q23.
-constexpr int kSynthFracBits = 23;
+// Polyphase vector (the cosine transform and the V buffer): Q24 as well.
+constexpr int kSynthFracBits = 24;
 // The V buffer: 16 slots of 32 stored values, then nothing else.
 constexpr int kSynthSlots = 16;
 constexpr int kSynthVValues = kSynthSlots * 32;

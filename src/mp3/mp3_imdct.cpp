@@ -168,7 +168,11 @@ void aliasReduce(int32_t* x, int boundaries)
     }
 }
 
-inline int32_t addSat(int32_t a, int32_t b) { return saturate32(int64_t{a} + b); }
+inline int32_t addSat(int32_t a, int32_t b)
+{
+    const int64_t v = int64_t{a} + b;
+    return static_cast<int32_t>(v > INT32_MAX ? INT32_MAX : (v < INT32_MIN ? INT32_MIN : v));
+}
 inline int32_t negSat(int32_t a) { return a == INT32_MIN ? INT32_MAX : -a; }
 
 bool sideInfoOk(const Mp3SideInfo& s)
@@ -217,15 +221,14 @@ ZAM_API ZamStatus zamsMDCTInv_MP3_32s(const int32_t* pSrcXr, int32_t* pDstY, int
     }
 
     alignas(32) int32_t x[576];
-    alignas(32) int32_t blocks[32 * 36];
     for (int i = 0; i < 18 * active; ++i) x[i] = pSrcXr[i];
     aliasReduce(x, aliasBoundaries);
-    imdctWindow(x, blocks, active, blockType, mixed);
     for (int sb = 0; sb < 32; ++sb) {
         int32_t* o = pDstY + 18 * sb;
         int32_t* ov = pSrcDstOverlap + 18 * sb;
         if (sb < active) {
-            const int32_t* b = blocks + 36 * sb;
+            alignas(32) int32_t b[36];
+            imdctWindow(x + 18 * sb, b, 1, (mixed && sb < 2) ? 0 : blockType, false);
             for (int i = 0; i < 18; ++i) {
                 o[i] = addSat(b[i], ov[i]);
                 ov[i] = b[18 + i];

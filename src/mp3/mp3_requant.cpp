@@ -100,23 +100,20 @@ struct Gain {
 
 inline Gain gainOf(int q) { return {kPowQuarter[q & 3], 36 - (q >> 2)}; }
 
+// Branch-free: n = 0 has mantissa 0 and gives 0; shifts are clamped to 1..62 (a
+// shift below 30 means a product of at least 2^60, which saturates through the
+// clamp to 2^31 - 1).
 inline int32_t requantizeValue(int32_t is, Gain g)
 {
-    if (is == 0) return 0;
-    const uint32_t n = static_cast<uint32_t>(is < 0 ? -is : is);
-    const int r = g.shift - kPow43.exp[n];
-    int64_t m;
-    if (r >= 62) {
-        m = 1;
-    } else if (r < 30) {
-        m = INT32_MAX;  // the product is at least 2^60
-    } else {
-        const int64_t p = static_cast<int64_t>(kPow43.mant[n]) * g.fraction;
-        m = (p + (int64_t{1} << (r - 1))) >> r;
-        if (m > INT32_MAX) m = INT32_MAX;
-        if (m == 0) m = 1;  // a non-zero value stays non-zero (the intensity bound relies on it)
-    }
-    return static_cast<int32_t>(is < 0 ? -m : m);
+    const int32_t sign = is >> 31;
+    const uint32_t n = static_cast<uint32_t>((is ^ sign) - sign);
+    int r = g.shift - kPow43.exp[n];
+    r = r < 1 ? 1 : (r > 62 ? 62 : r);
+    const int64_t p = static_cast<int64_t>(kPow43.mant[n]) * g.fraction;
+    int64_t m = (p + (int64_t{1} << (r - 1))) >> r;
+    m = m > INT32_MAX ? INT32_MAX : m;
+    m += (m == 0) & (n != 0);  // a non-zero value stays non-zero (the intensity bound relies on it)
+    return (static_cast<int32_t>(m) ^ sign) - sign;
 }
 
 struct Layout {
@@ -319,9 +316,16 @@ void reorderShort(int32_t* x, const Layout& g)
     for (int i = from; i < 576; ++i) x[i] = out[i];
 }
 
-int lastNonZero(const int32_t* x)
+// One past the last non-zero value below `limit`, eight at a time.
+int lastNonZero(const int32_t* x, int limit)
 {
-    int n = 576;
+    int n = limit;
+    while (n >= 8) {
+        int32_t any = 0;
+        for (int i = 1; i <= 8; ++i) any |= x[n - i];
+        if (any) break;
+        n -= 8;
+    }
     while (n > 0 && x[n - 1] == 0) --n;
     return n;
 }
@@ -357,8 +361,11 @@ ZamStatus requantizeGranule(int32_t* xr, int32_t* bound, const int8_t* sf, const
         requantizeChannel(xr + 576 * ch, bound[ch], sf + kScaleFactorStride * ch, si[ch], g[ch]);
     }
     // The joint-stereo tools exist in joint stereo only; with block types that differ
-    // between the channels only M/S is applied.
+    // between the channels only M/S is applied. Where the lines can reach afterwards:
+    int limit[2] = {bound[0], nch == 2 ? bound[1] : 0};
     if (nch == 2 && h->mode == 1 && h->mode_extension != 0) {
+        const int both = bound[0] > bound[1] ? bound[0] : bound[1];
+        limit[0] = limit[1] = (h->mode_extension & 1) ? 576 : both;
         const bool sameBlocks = si[0].block_type == si[1].block_type &&
                                 si[0].mixed_block_flag == si[1].mixed_block_flag &&
                                 si[0].window_switching_flag == si[1].window_switching_flag;
@@ -366,8 +373,11 @@ ZamStatus requantizeGranule(int32_t* xr, int32_t* bound, const int8_t* sf, const
                xr, xr + 576, bound);
     }
     for (int ch = 0; ch < nch; ++ch) {
-        if (g[ch].isShort) reorderShort(xr + 576 * ch, g[ch]);
-        bound[ch] = lastNonZero(xr + 576 * ch);
+        if (g[ch].isShort) {
+            reorderShort(xr + 576 * ch, g[ch]);
+            limit[ch] = 576;
+        }
+        bound[ch] = lastNonZero(xr + 576 * ch, limit[ch]);
     }
     return zamStsOk;
 }

@@ -4,11 +4,10 @@
 //
 // Per time slot, the 32-point cosine transform X[m] = sum_k S[k] cos((2k + 1) m pi / 64)
 // by the same even/odd split (split factors 1 / (2 cos((2n + 1) pi / 2N)) in Q27,
-// products rounded, sums in 32 bits with wrap-around), on S taken from Q24 to Q22
-// with a rounded shift. X is stored reordered (Y[0..15] = X[16..31], Y[16] = X[0],
+// products rounded, sums in 32 bits with wrap-around), on S in Q24. X is stored reordered (Y[0..15] = X[16..31], Y[16] = X[0],
 // Y[16 + j] = X[16 - j]) in a ring of 16 slots, so that the outputs j and 32 - j read
 // the same stored values; the window D[i] = n[i] / 65536 is applied as the integers
-// n[i] with 64-bit sums, and PCM = sum / 2^23 rounded and saturated to 16 bits.
+// n[i] with 64-bit sums, and PCM = sum / 2^25 rounded and saturated to 16 bits.
 #include <immintrin.h>
 
 #include <cstring>
@@ -129,7 +128,11 @@ constexpr SynthTables makeSynthTables()
 
 constexpr SynthTables kSynth = makeSynthTables();
 
-inline int32_t inputScale(int32_t s) { return ((s >> (kInputShift - 1)) + 1) >> 1; }
+inline int32_t inputScale(int32_t s)
+{
+    if constexpr (kInputShift == 0) return s;
+    else return ((s >> (kInputShift - 1)) + 1) >> 1;
+}
 inline int16_t pcmOf(int64_t acc)
 {
     const int64_t v = (acc + (int64_t{1} << (kOutputShift - 1))) >> kOutputShift;
@@ -271,7 +274,8 @@ void synthAvx2(const int32_t* src, int16_t* dst, int32_t* v, int32_t& position, 
         const __m256i one = _mm256_set1_epi32(1);
         for (int k = 0; k < 32; ++k) {
             const __m256i s = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(src + k * 18 + t0));
-            x[k] = _mm256_srai_epi32(_mm256_add_epi32(_mm256_srai_epi32(s, kInputShift - 1), one), 1);
+            if constexpr (kInputShift == 0) x[k] = s;
+            else x[k] = _mm256_srai_epi32(_mm256_add_epi32(_mm256_srai_epi32(s, kInputShift - 1), one), 1);
         }
         dctII<32>(x);
         for (int b = 0; b < 4; ++b) {

@@ -36,17 +36,17 @@ void mp3_layer3_fixed_destroy(Mp3Layer3Fixed* l3) { free(l3); }
 typedef struct {
     const uint8_t* ptr;
     int offset;
-} BitPos;
+} FixedBitPos;
 
-static long bits_between(const uint8_t* base, const BitPos* p) { return (long)(p->ptr - base) * 8 + p->offset; }
+static long fixed_bits_between(const uint8_t* base, const FixedBitPos* p) { return (long)(p->ptr - base) * 8 + p->offset; }
 
 /* Scale factors and Huffman values of one granule and channel into l3->xr[ch].
  * Returns 0 and the non-zero bound, or -1 for corrupt data. */
-static int read_channel(Mp3Layer3Fixed* l3, const Mp3Header* header, const Mp3FrameHeader* frame, Mp3SideInfo* s,
-                        int32_t* scfsi, int gr, int ch, const uint8_t* main, long mainBits, BitPos* pos,
+static int fixed_read_channel(Mp3Layer3Fixed* l3, const Mp3Header* header, const Mp3FrameHeader* frame, Mp3SideInfo* s,
+                        int32_t* scfsi, int gr, int ch, const uint8_t* main, long mainBits, FixedBitPos* pos,
                         int32_t* nonZero)
 {
-    const long start = bits_between(main, pos);
+    const long start = fixed_bits_between(main, pos);
     const long stop = start + s->part2_3_length;
     int ok = stop <= mainBits;
     *nonZero = 0;
@@ -85,7 +85,7 @@ static int read_channel(Mp3Layer3Fixed* l3, const Mp3Header* header, const Mp3Fr
 }
 
 /* The granule's PCM of each channel in l3->pcm to the interleaved output. */
-static void output_granule(Mp3Layer3Fixed* l3, int frameChannels, int outChannels, int16_t* pcm)
+static void fixed_output_granule(Mp3Layer3Fixed* l3, int frameChannels, int outChannels, int16_t* pcm)
 {
     if (outChannels == 1) {
         if (frameChannels == 1) {
@@ -103,7 +103,7 @@ static void output_granule(Mp3Layer3Fixed* l3, int frameChannels, int outChannel
     }
 }
 
-static void synthesize(Mp3Layer3Fixed* l3, int ch, const Mp3SideInfo* s, int32_t nonZero)
+static void fixed_synthesize(Mp3Layer3Fixed* l3, int ch, const Mp3SideInfo* s, int32_t nonZero)
 {
     zamsMDCTInv_MP3_32s(l3->xr[ch], l3->subband, nonZero, s, l3->overlap[ch]);
     zamsSynthPQMF_MP3_32s16s(l3->subband, l3->pcm[ch], 1, l3->v[ch], &l3->vPosition[ch]);
@@ -119,12 +119,12 @@ int mp3_layer3_fixed_decode_frame(Mp3Layer3Fixed* l3, const Mp3Header* header, c
     Mp3FrameHeader frame = *fh;
     if (header->mode != 1) frame.mode_extension = 0;  /* the joint-stereo tools exist in joint stereo only */
     int corrupt = 0;
-    BitPos pos = {main, 0};
+    FixedBitPos pos = {main, 0};
     for (int gr = 0; gr < granules; ++gr) {
         Mp3SideInfo* s = &si[gr * nch];
         int32_t nonZero[2] = {0, 0};
         for (int ch = 0; ch < nch; ++ch)
-            if (read_channel(l3, header, &frame, &s[ch], scfsi + 4 * ch, gr, ch, main, mainBits, &pos, &nonZero[ch]))
+            if (fixed_read_channel(l3, header, &frame, &s[ch], scfsi + 4 * ch, gr, ch, main, mainBits, &pos, &nonZero[ch]))
                 ++corrupt;
         ZamStatus st;
         if (header->version == MP3_MPEG25)
@@ -137,8 +137,8 @@ int mp3_layer3_fixed_decode_frame(Mp3Layer3Fixed* l3, const Mp3Header* header, c
             nonZero[0] = nonZero[1] = 0;
             ++corrupt;
         }
-        for (int ch = 0; ch < nch; ++ch) synthesize(l3, ch, &s[ch], nonZero[ch]);
-        output_granule(l3, nch, outChannels, pcm + gr * 576 * outChannels);
+        for (int ch = 0; ch < nch; ++ch) fixed_synthesize(l3, ch, &s[ch], nonZero[ch]);
+        fixed_output_granule(l3, nch, outChannels, pcm + gr * 576 * outChannels);
     }
     return corrupt;
 }
@@ -150,7 +150,7 @@ void mp3_layer3_fixed_conceal_frame(Mp3Layer3Fixed* l3, const Mp3Header* header,
     memset(&silent, 0, sizeof silent);
     memset(l3->xr, 0, sizeof l3->xr);
     for (int gr = 0; gr < granules; ++gr) {
-        for (int ch = 0; ch < header->channels; ++ch) synthesize(l3, ch, &silent, 0);
-        output_granule(l3, header->channels, outChannels, pcm + gr * 576 * outChannels);
+        for (int ch = 0; ch < header->channels; ++ch) fixed_synthesize(l3, ch, &silent, 0);
+        fixed_output_granule(l3, header->channels, outChannels, pcm + gr * 576 * outChannels);
     }
 }
