@@ -494,11 +494,11 @@ std::string onlyGarbage(const std::string& s)
     return t;
 }
 
-std::string mainProfile(const std::string& s)
+std::string ssrProfile(const std::string& s)
 {
     std::string t = s;
-    for (size_t at = 0; at + 7 <= t.size();) {  // every header: profile 0 (Main)
-        t[at + 2] = static_cast<char>(t[at + 2] & 0x3F);
+    for (size_t at = 0; at + 7 <= t.size();) {  // every header: profile 2 (SSR, not supported)
+        t[at + 2] = static_cast<char>((t[at + 2] & 0x3F) | 0x80);
         at += (static_cast<uint8_t>(t[at + 3]) & 3u) << 11 | static_cast<uint8_t>(t[at + 4]) << 3 |
               static_cast<uint8_t>(t[at + 5]) >> 5;
     }
@@ -532,7 +532,7 @@ INSTANTIATE_TEST_SUITE_P(Damages, Robustness,
                                            Damage{"flippedBits", flipBits, true},
                                            Damage{"garbageBetweenFrames", garbageBetweenFrames, true},
                                            Damage{"onlyGarbage", onlyGarbage, false},
-                                           Damage{"mainProfile", mainProfile, false},
+                                           Damage{"ssrProfile", ssrProfile, false},
                                            Damage{"empty", empty, false}),
                          [](const ::testing::TestParamInfo<Damage>& i) { return std::string(i.param.name); });
 

@@ -20,6 +20,7 @@ typedef struct {
     int info;     /* print the stream format and one line per frame on stdout */
     int bench;    /* decode only; the sink discards the samples */
     int verbose;  /* report every concealed frame on stderr (the first few are always reported) */
+    int fixed;    /* AAC: the integer synthesis filter bank instead of the float one */
 } DecodeOptions;
 
 /* Where decoded PCM goes. format() is called once before the first write(); a

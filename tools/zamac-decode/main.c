@@ -178,24 +178,27 @@ static int looks_like_aac(const uint8_t* data, size_t size)
 static void usage(void)
 {
     fprintf(stderr,
-            "usage: zamac-decode [--info] [--bench] [-v] [-o out.wav] input\n"
-            "  decodes AAC-LC (ADTS .aac or ADIF) or MP3 to 16-bit PCM\n"
+            "usage: zamac-decode [--info] [--bench] [--fixed] [-v] [-o out.wav] input\n"
+            "  decodes AAC (LC, Main, LTP; ADTS .aac or ADIF) or MP3 to 16-bit PCM\n"
             "  -o out.wav  write a WAVE file (without -o: raw little-endian PCM on stdout)\n"
             "  --info      print the stream format and one line per frame, write no PCM\n"
             "              unless -o is given\n"
             "  --bench     decode without writing and print the decoding speed\n"
+            "  --fixed     AAC: integer synthesis filter bank (no floating point after the\n"
+            "              dequantizer, except in AAC Main prediction)\n"
             "  -v          report every concealed frame\n");
 }
 
 int main(int argc, char** argv)
 {
-    DecodeOptions options = {0, 0, 0};
+    DecodeOptions options = {0, 0, 0, 0};
     const char* input = NULL;
     const char* output = NULL;
     for (int i = 1; i < argc; ++i) {
         if (strcmp(argv[i], "--info") == 0) options.info = 1;
         else if (strcmp(argv[i], "--bench") == 0) options.bench = 1;
         else if (strcmp(argv[i], "-v") == 0) options.verbose = 1;
+        else if (strcmp(argv[i], "--fixed") == 0) options.fixed = 1;
         else if (strcmp(argv[i], "-o") == 0 && i + 1 < argc) output = argv[++i];
         else if (strcmp(argv[i], "-h") == 0 || strcmp(argv[i], "--help") == 0) {
             usage();
