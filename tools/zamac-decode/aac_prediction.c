@@ -63,8 +63,10 @@ ZamStatus aac_prediction_main(AacPrediction* p, int output, int32_t* spectrum, c
     }
     ZamStatus status = zamsFDPInv_32f_I(p->lines, p->bandOffsets, used, p->predSfbMax, fdp);
     if (status == zamStsOk) status = zamsFDPResetSfb_32f(p->bandOffsets, noise, p->predSfbMax, fdp);
-    if (status == zamStsOk && ics->predictor_data_present && ics->predictor_reset)
-        status = zamsFDPResetGroup_32f(ics->predictor_reset_group_number - 1, 30, fdp);
+    /* Reset groups are 1..30; other numbers reset nothing. */
+    const int group = ics->predictor_reset_group_number;
+    if (status == zamStsOk && ics->predictor_data_present && ics->predictor_reset && group >= 1 && group <= 30)
+        status = zamsFDPResetGroup_32f(group - 1, 30, fdp);
     if (status != zamStsOk) return status;
     for (int b = 0; b < p->predSfbMax; ++b)
         if (used[b])
