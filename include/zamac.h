@@ -1358,13 +1358,15 @@ ZamStatus zamsEncodeTNS_AAC_32s_I(int32_t* pSrcDst, const int32_t* pTnsNumFilt, 
  * No input can overflow an intermediate value. All 32-bit inputs are valid.
  *
  * Accuracy (measured): against a double-precision evaluation of the same
- * definitions, the synthesis output differs by at most 0.004 LSB of 16-bit PCM
- * (RMS 0.0006) on full-scale random spectra and tones; on real AAC streams the
- * 16-bit output of zamsMDCTInv_AAC_32s16s differs from the float decoder path
- * (zamsMDCTInv_32f with float windows, rounded to 16 bits) by at most 1 LSB,
- * PSNR >= 125 dB. Analysis: within 2^-14 relative to the block's largest
- * coefficient. Analysis followed by synthesis with overlap-add returns the
- * time signal of the overlapped halves within 1 unit (of 1/256 LSB).
+ * definitions (windows included), the synthesis output differs by at most
+ * 0.01 LSB of 16-bit PCM (RMS 0.0016 LSB) on random spectra up to 2^26 in all
+ * four sequences, three frames in a row; on real AAC streams (LC at 8 to
+ * 96 kHz, 1 to 8 channels, Main and LTP) the 16-bit output differs from the
+ * float decoder path (zamsMDCTInv_32f with float windows, rounded to 16 bits)
+ * by at most 1 LSB at a PSNR of 117 to 118 dB. Analysis: within 2^-23 of the
+ * block's largest coefficient on full-scale input. Analysis followed by
+ * synthesis with overlap-add returns the time signal within 2 units (of
+ * 1/256 LSB) through every window-sequence change.
  * Speed: the FFT levels run on AVX2 (64-bit lane products), with a scalar twin
  * that gives identical results. */
 

@@ -2,9 +2,9 @@
 // ISO/IEC 14496-3, 4.6.11 and 4.6.6 for the analysis side used by long-term
 // prediction).
 //
-// The MDCT pair follows the float MDCT's design step for step (mdct_kernels.h:
-// the same fold, pre-twiddle, complex DFT of N/4 points, post-twiddle and unfold,
-// with the same index maps), with these fixed-point steps named:
+// The MDCT pair is the float MDCT's design (fold, pre-twiddle, complex DFT of N/4
+// points, post-twiddle, unfold) on the same index maps (mdctk::foldMap, unfoldMap,
+// coefA/coefB of mdct_kernels.h), with these fixed-point steps named:
 //   normalise  the block is shifted so that its largest value lies in
 //              [2^29, 2^30) (inverse: coefficients) or [2^28, 2^29) (forward:
 //              windowed samples, before the fold adds two of them);
@@ -19,6 +19,7 @@
 
 #include "core/export.h"
 #include "transform/fft32.h"
+#include "transform/mdct_kernels.h"
 #include "transform/trig.h"
 
 namespace zam::aacfb {
@@ -139,7 +140,7 @@ inline int msb64(uint64_t v) { return 63 - __builtin_clzll(v); }
 // input gives t = 0.
 int imdct(const int32_t* X, int64_t* t, int n, Kernels k)
 {
-    const int q = n / 4, e8 = n / 8;
+    const int q = n / 4;
     uint32_t bits = 0;
     for (int i = 0; i < n / 2; ++i) bits |= static_cast<uint32_t>(X[i] < 0 ? -int64_t{X[i]} : X[i]);
     if (bits == 0) {
@@ -150,26 +151,14 @@ int imdct(const int32_t* X, int64_t* t, int n, Kernels k)
     const int32_t* tw = twiddles(n);
     alignas(64) int32_t w[2 * 512];
     for (int j = 0; j < q; ++j) {
-        const int64_t p = X[2 * j], r = X[n / 2 - 1 - 2 * j], sn = tw[2 * j], c = tw[2 * j + 1];
+        const int64_t p = X[mdctk::coefA(n, j)], r = X[mdctk::coefB(n, j)], sn = tw[2 * j], c = tw[2 * j + 1];
         w[2 * j] = static_cast<int32_t>(roundShift(p * c + r * sn, 30 - s));
         w[2 * j + 1] = static_cast<int32_t>(roundShift(r * c - p * sn, 30 - s));
     }
     const int e = fft32Fwd(w, __builtin_ctz(q), k);
     for (int j = 0; j < q; ++j) {
         const int64_t sn = tw[2 * j], c = tw[2 * j + 1], re = w[2 * j], im = w[2 * j + 1];
-        const int64_t a = roundShift(re * c + im * sn, 30);
-        const int64_t b = roundShift(re * sn - im * c, 30);
-        if (j < e8) {
-            t[3 * q + 2 * j] = -a;
-            t[3 * q - 1 - 2 * j] = -a;
-            t[q - 1 - 2 * j] = b;
-            t[q + 2 * j] = -b;
-        } else {
-            t[2 * j - q] = a;
-            t[3 * q - 1 - 2 * j] = -a;
-            t[5 * q - 1 - 2 * j] = -b;
-            t[q + 2 * j] = -b;
-        }
+        mdctk::unfoldMap(n, j, roundShift(re * c + im * sn, 30), roundShift(re * sn - im * c, 30), t);
     }
     return __builtin_ctz(n) + 24 + s - e;
 }
@@ -178,7 +167,7 @@ int imdct(const int32_t* X, int64_t* t, int n, Kernels k)
 // window) into N/2 coefficients (Q3), rounded and saturated.
 void mdct(const int64_t* z, int32_t* X, int n, Kernels k)
 {
-    const int q = n / 4, e8 = n / 8;
+    const int q = n / 4;
     uint64_t bits = 0;
     for (int i = 0; i < n; ++i) bits |= static_cast<uint64_t>(z[i] < 0 ? -z[i] : z[i]);
     if (bits == 0) {
@@ -189,25 +178,17 @@ void mdct(const int64_t* z, int32_t* X, int n, Kernels k)
     auto x = [&](int i) { return scale(z[i], -sigma); };
     const int32_t* tw = twiddles(n);
     alignas(64) int32_t w[2 * 512];
-    for (int j = 0; j < q; ++j) {
-        int64_t a, b;
-        if (j < e8) {
-            a = -x(3 * q + 2 * j) - x(3 * q - 2 * j - 1);
-            b = x(q - 2 * j - 1) - x(q + 2 * j);
-        } else {
-            a = x(2 * j - q) - x(3 * q - 2 * j - 1);
-            b = -x(5 * q - 2 * j - 1) - x(q + 2 * j);
-        }
+    mdctk::foldMap<int64_t>(n, x, [&](int j, int64_t a, int64_t b) {
         const int64_t sn = tw[2 * j], c = tw[2 * j + 1];
         w[2 * j] = static_cast<int32_t>(roundShift(a * c + b * sn, 30));
         w[2 * j + 1] = static_cast<int32_t>(roundShift(b * c - a * sn, 30));
-    }
+    });
     const int e = fft32Fwd(w, __builtin_ctz(q), k);
     const int r = 64 + sigma - e;
     for (int j = 0; j < q; ++j) {
         const int64_t sn = tw[2 * j], c = tw[2 * j + 1], re = w[2 * j], im = w[2 * j + 1];
-        X[2 * j] = sat32(scale(re * c + im * sn, r));
-        X[n / 2 - 1 - 2 * j] = sat32(scale(re * sn - im * c, r));
+        X[mdctk::coefA(n, j)] = sat32(scale(re * c + im * sn, r));
+        X[mdctk::coefB(n, j)] = sat32(scale(re * sn - im * c, r));
     }
 }
 

@@ -273,7 +273,7 @@ static void usage(FILE* out)
 {
     fprintf(out,
             "Usage: zamac-decode [OPTION]... INPUT\n"
-            "Decode an MP3 or AAC-LC (ADTS, ADIF) file to WAVE or raw PCM.\n"
+            "Decode an MP3 or AAC (LC, Main, LTP, HE-AAC v1/v2) file to WAVE or raw PCM.\n"
             "INPUT '-' is standard input.\n"
             "\n"
             "  -o, --output=FILE    write a WAVE file ('-': WAVE on standard output); without\n"
