@@ -303,12 +303,37 @@ struct PlainSynthesis {
     void* plan;
 };
 
+// Relative RMS difference of two outputs; the plain forms must agree with the banks.
+double difference(const std::vector<float>& a, const std::vector<float>& b)
+{
+    double e = 0, s = 0;
+    for (size_t i = 0; i < a.size(); ++i) e += (a[i] - b[i]) * double(a[i] - b[i]), s += double(b[i]) * b[i];
+    return std::sqrt(e / s);
+}
+
 void BM_PlainAnalysis(benchmark::State& state)
 {
     if (!fftwf().plan) return state.SkipWithError("libfftw3f.so.3 not found");
-    PlainAnalysis bank(state.range(0) != 0);
+    const bool real = state.range(0) != 0;
+    PlainAnalysis bank(real);
     auto pcm = noise(32 * kSlots, 10000.0f);
     float re[32], im[32];
+    {
+        PlainAnalysis check(real);
+        std::vector<uint8_t> mem, mem2;
+        auto* s = make<SbrAnalysisSpec_RToR_32f, zamsAnalysisFilterGetSize_SBR_RToR_32f,
+                       zamsAnalysisFilterInit_SBR_RToR_32f>(mem);
+        auto* c = make<SbrAnalysisSpec_RToC_32f, zamsAnalysisFilterGetSize_SBR_RToC_32f,
+                       zamsAnalysisFilterInit_SBR_RToC_32f>(mem2);
+        Rows lr(32), li(32);
+        if (real)
+            zamsAnalysisFilter_SBR_RToR_32f_D2L(pcm.data(), lr.ptr.data(), kSlots, 32, s);
+        else
+            zamsAnalysisFilter_SBR_RToC_32f_D2L(pcm.data(), lr.ptr.data(), li.ptr.data(), kSlots, 32, c);
+        std::vector<float> mine(lr.data.size());
+        for (int t = 0; t < kSlots; ++t) check.slot(pcm.data() + 32 * t, mine.data() + 32 * t, im);
+        if (difference(mine, lr.data) > 1e-5) return state.SkipWithError("plain form disagrees with the bank");
+    }
     for (auto _ : state)
         for (int s = 0; s < kSlots; ++s) {
             bank.slot(pcm.data() + 32 * s, re, im);
@@ -327,6 +352,29 @@ void BM_PlainSynthesis(benchmark::State& state)
     PlainSynthesis bank(m, real ? (down ? 32 : 64) : (down ? 127.5 : 255), real ? 1.0f / 32 : 1.0f / 64);
     auto re = noise(m * kSlots, 1000.0f), im = noise(m * kSlots, 1000.0f);
     float out[64];
+    {
+        PlainSynthesis check(m, real ? (down ? 32 : 64) : (down ? 127.5 : 255), real ? 1.0f / 32 : 1.0f / 64);
+        std::vector<float> mine(m * kSlots), lib(m * kSlots);
+        std::vector<const float*> rr, ii;
+        for (int t = 0; t < kSlots; ++t) {
+            check.slot(re.data() + m * t, real ? nullptr : im.data() + m * t, mine.data() + m * t);
+            rr.push_back(re.data() + m * t), ii.push_back(im.data() + m * t);
+        }
+        std::vector<uint8_t> mem;
+        if (!down && !real)
+            zamsSynthesisFilter_SBR_CToR_32f_D2L(rr.data(), ii.data(), lib.data(), kSlots,
+                make<SbrSynthesisSpec_CToR_32f, zamsSynthesisFilterGetSize_SBR_CToR_32f, zamsSynthesisFilterInit_SBR_CToR_32f>(mem));
+        if (!down && real)
+            zamsSynthesisFilter_SBR_RToR_32f_D2L(rr.data(), lib.data(), kSlots,
+                make<SbrSynthesisSpec_RToR_32f, zamsSynthesisFilterGetSize_SBR_RToR_32f, zamsSynthesisFilterInit_SBR_RToR_32f>(mem));
+        if (down && !real)
+            zamsSynthesisDownFilter_SBR_CToR_32f_D2L(rr.data(), ii.data(), lib.data(), kSlots,
+                make<SbrSynthesisDownSpec_CToR_32f, zamsSynthesisDownFilterGetSize_SBR_CToR_32f, zamsSynthesisDownFilterInit_SBR_CToR_32f>(mem));
+        if (down && real)
+            zamsSynthesisDownFilter_SBR_RToR_32f_D2L(rr.data(), lib.data(), kSlots,
+                make<SbrSynthesisDownSpec_RToR_32f, zamsSynthesisDownFilterGetSize_SBR_RToR_32f, zamsSynthesisDownFilterInit_SBR_RToR_32f>(mem));
+        if (difference(mine, lib) > 1e-5) return state.SkipWithError("plain form disagrees with the bank");
+    }
     for (auto _ : state)
         for (int s = 0; s < kSlots; ++s) {
             bank.slot(re.data() + m * s, real ? nullptr : im.data() + m * s, out);

@@ -1578,7 +1578,7 @@ ZamStatus zamsPredictCoef_SBR_C_32f_D2L(const float* const* pSrcRe, const float*
  * real, full and down-sampling). This is the limit of the window itself (a
  * double-precision evaluation gives 60.0 dB), not of the arithmetic.
  * Accuracy: each bank against a double-precision evaluation of the formulas
- * above on random data, relative RMS error 1.1e-7 (analysis) to 1.2e-7
+ * above on random data, relative RMS error 1.1e-7 (analysis) to 1.3e-7
  * (synthesis).
  *
  * Computation: the window sums run on 256-bit vectors; the modulation is a
