@@ -9,188 +9,19 @@
 #include <cstring>
 
 #include "core/memory.h"
-#include "sbr/sbr_qmf_window.h"
+#include "sbr/qmf_core.h"
 #include "transform/trig.h"
 
 namespace zam::sbr {
 
 namespace {
 
-struct Cpxf {
-    float re, im;
-};
-
-struct Cpxd {
-    double re, im;
-};
-
-// e^{i pi num / den}
-constexpr Cpxd expPi(int64_t num, int64_t den)
-{
-    const SinCos sc = sinCosTurn(num, 2 * den);
-    return {sc.c, sc.s};
-}
-constexpr Cpxd mul(Cpxd a, Cpxd b) { return {a.re * b.re - a.im * b.im, a.re * b.im + a.im * b.re}; }
-constexpr Cpxf toFloat(Cpxd a, double scale = 1.0)
-{
-    return {static_cast<float>(a.re * scale), static_cast<float>(a.im * scale)};
-}
-
-inline Cpxf cmul(Cpxf a, Cpxf b) { return {a.re * b.re - a.im * b.im, a.re * b.im + a.im * b.re}; }
-
-// ------------------------------------------------------------------ analysis tables
-
-struct AnalysisTables {
-    alignas(32) float window[5][64];    // [j][m] = c(126 - 2m + 128j)
-    alignas(32) float pre[64];          // e^{-i pi m / 32}, (re, im) pairs
-    alignas(32) float alphaRe[2][32];   // [complex, real] weight of F(k)
-    alignas(32) float alphaIm[2][32];
-    alignas(32) float betaRe[2][32];    // [complex, real] weight of conj F(31 - k)
-    alignas(32) float betaIm[2][32];
-};
-
-constexpr AnalysisTables makeAnalysisTables()
-{
-    AnalysisTables t{};
-    for (int j = 0; j < 5; ++j)
-        for (int m = 0; m < 64; ++m) t.window[j][m] = static_cast<float>(kQmfWindow[126 - 2 * m + 128 * j]);
-    for (int m = 0; m < 32; ++m) {
-        const Cpxf p = toFloat(expPi(-m, 32));
-        t.pre[2 * m] = p.re, t.pre[2 * m + 1] = p.im;
-    }
-    for (int k = 0; k < 32; ++k) {
-        // 2Y = (P + Q) + t2 (P - Q), t2 = -i e^{i pi (2k+1)/64}, P = F(k), Q = conj F(31-k);
-        // the complex bank is t1 * 2Y with t1 = e^{-i pi (2k+1)/256}, the real one
-        // Re(t1' * 2Y) with t1' = e^{-i 3 pi (2k+1)/4}.
-        const Cpxd e = expPi(2 * k + 1, 64);
-        const Cpxd t2{e.im, -e.re};
-        const Cpxd onePlus{1.0 + t2.re, t2.im}, oneMinus{1.0 - t2.re, -t2.im};
-        const Cpxd t1[2] = {expPi(-(2 * k + 1), 256), expPi(-3 * (2 * k + 1), 4)};
-        for (int r = 0; r < 2; ++r) {
-            const Cpxf a = toFloat(mul(t1[r], onePlus)), b = toFloat(mul(t1[r], oneMinus));
-            t.alphaRe[r][k] = a.re, t.alphaIm[r][k] = a.im;
-            t.betaRe[r][k] = b.re, t.betaIm[r][k] = b.im;
-        }
-    }
-    return t;
-}
-
-constexpr AnalysisTables kAnalysis = makeAnalysisTables();
-
-// ------------------------------------------------------------------ synthesis tables
-
-// The synthesis runs C = DCT-IV(a) and T = DCT-IV(b reversed) (S(m) = (-1)^m T(m))
-// through one M-point FFT: the two M/2-point transforms of z_a and z_b interleaved
-// (w[2n] = z_a(n), w[2n+1] = z_b(n)) are X(j) + X(j + M/2) and
-// (X(j) - X(j + M/2)) e^{i 2 pi j / M}, twice over.
+using FloatAnalysisTables = AnalysisTables<FloatArith>;
+constexpr const FloatAnalysisTables& kAnalysis = kAnalysisTables<FloatArith>;
 template <int M>
-struct SynthesisTables {
-    alignas(32) float window[10 * M];  // c(n) for M = 64, c(2n) for M = 32
-    alignas(32) float preRe[2][M];     // [complex, real] input pre-twiddle, with the
-    alignas(32) float preIm[2][M];     // scale and the 1/2 of the two-in-one FFT
-    alignas(32) float dctRe[M / 2];    // e^{-i pi (4n+1)/(4M)}
-    alignas(32) float dctIm[M / 2];
-    alignas(32) float postARe[M / 2];  // e^{-i pi j / M}
-    alignas(32) float postAIm[M / 2];
-    alignas(32) float postBRe[M / 2];  // e^{-i pi j / M} e^{i 2 pi j / M} = e^{i pi j / M}
-    alignas(32) float postBIm[M / 2];
-};
-
-template <int M>
-constexpr SynthesisTables<M> makeSynthesisTables()
+constexpr const SynthesisTables<FloatArith, M>& synthesisTables()
 {
-    SynthesisTables<M> t{};
-    constexpr int step = 64 / M;
-    for (int n = 0; n < 10 * M; ++n) t.window[n] = static_cast<float>(kQmfWindow[step * n]);
-    for (int k = 0; k < M; ++k) {
-        const int odd = 2 * k + 1;
-        // The core evaluates Re sum X'_k e^{i pi (k+1/2)(2n - (4M-1))/(2M)}.
-        Cpxf p[2];
-        if (M == 64) {
-            p[0] = {1.0f / 128.0f, 0.0f};                              // (2n - 255)/128, 1/64
-            p[1] = toFloat(expPi(191 * odd, 256), 1.0 / 64.0);          // (2n - 64)/128, 1/32
-        } else {
-            p[0] = toFloat(expPi(-odd, 256), 1.0 / 128.0);             // (4n - 255)/128, 1/64
-            p[1] = toFloat(expPi(95 * odd, 128), 1.0 / 64.0);          // (2n - 32)/64, 1/32
-        }
-        for (int r = 0; r < 2; ++r) t.preRe[r][k] = p[r].re, t.preIm[r][k] = p[r].im;
-    }
-    for (int n = 0; n < M / 2; ++n) {
-        const Cpxf d = toFloat(expPi(-(4 * n + 1), 4 * M)), a = toFloat(expPi(-n, M)), b = toFloat(expPi(n, M));
-        t.dctRe[n] = d.re, t.dctIm[n] = d.im;
-        t.postARe[n] = a.re, t.postAIm[n] = a.im;
-        t.postBRe[n] = b.re, t.postBIm[n] = b.im;
-    }
-    return t;
-}
-
-constexpr SynthesisTables<64> kSynthesis64 = makeSynthesisTables<64>();
-constexpr SynthesisTables<32> kSynthesis32 = makeSynthesisTables<32>();
-
-template <int M>
-constexpr const SynthesisTables<M>& synthesisTables()
-{
-    if constexpr (M == 64)
-        return kSynthesis64;
-    else
-        return kSynthesis32;
-}
-
-// ------------------------------------------------------------------ modulations
-
-// The 2M new values of v from M input bands (im null: real input).
-template <int M>
-void synthesisModulationScalar(const float* re, const float* im, int step, bool realKind, float* block,
-                               const FftSpec* fft)
-{
-    const SynthesisTables<M>& t = synthesisTables<M>();
-    const int r = realKind ? 1 : 0;
-    alignas(32) float a[M], b[M];
-    for (int k = 0; k < M; ++k) {
-        const float xr = re[k * step], xi = im ? im[k * step] : 0.0f;
-        a[k] = xr * t.preRe[r][k] - xi * t.preIm[r][k];
-        b[k] = xr * t.preIm[r][k] + xi * t.preRe[r][k];
-    }
-    alignas(32) float w[2 * M], x[2 * M];
-    for (int n = 0; n < M / 2; ++n) {
-        const Cpxf d{t.dctRe[n], t.dctIm[n]};
-        const Cpxf za = cmul(Cpxf{a[2 * n], a[M - 1 - 2 * n]}, d);
-        const Cpxf zb = cmul(Cpxf{b[M - 1 - 2 * n], b[2 * n]}, d);
-        w[4 * n] = za.re, w[4 * n + 1] = za.im, w[4 * n + 2] = zb.re, w[4 * n + 3] = zb.im;
-    }
-    fftFwd(w, x, fft, nullptr, Kernels::Scalar);
-    for (int j = 0; j < M / 2; ++j) {
-        const Cpxf p{x[2 * j], x[2 * j + 1]}, q{x[2 * j + M], x[2 * j + M + 1]};
-        const Cpxf ya = cmul(Cpxf{p.re + q.re, p.im + q.im}, Cpxf{t.postARe[j], t.postAIm[j]});
-        const Cpxf yb = cmul(Cpxf{p.re - q.re, p.im - q.im}, Cpxf{t.postBRe[j], t.postBIm[j]});
-        block[2 * j] = yb.re - ya.re;
-        block[M - 1 - 2 * j] = yb.im + ya.im;
-        block[2 * M - 1 - 2 * j] = ya.re + yb.re;
-        block[M + 2 * j] = yb.im - ya.im;
-    }
-}
-
-void analysisModulationScalar(const float* uRev, bool realKind, AnalysisSlot& out, const FftSpec* fft)
-{
-    const AnalysisTables& t = kAnalysis;
-    alignas(32) float z[64];
-    alignas(32) float g[64];
-    // z(m) = conj(c(m) e^{i pi m/32}), c(m) = u(2m) + i u(2m+1), u(n) = uRev[63 - n]:
-    // the forward FFT of z is conj F.
-    for (int m = 0; m < 32; ++m) {
-        const Cpxf v = cmul(Cpxf{uRev[63 - 2 * m], -uRev[62 - 2 * m]}, Cpxf{t.pre[2 * m], t.pre[2 * m + 1]});
-        z[2 * m] = v.re;
-        z[2 * m + 1] = v.im;
-    }
-    fftFwd(z, g, fft, nullptr, Kernels::Scalar);
-    const int r = realKind ? 1 : 0;
-    for (int k = 0; k < 32; ++k) {
-        const Cpxf p{g[2 * k], -g[2 * k + 1]};               // F(k)
-        const Cpxf q{g[2 * (31 - k)], g[2 * (31 - k) + 1]};  // conj F(31 - k)
-        out.re[k] = p.re * t.alphaRe[r][k] - p.im * t.alphaIm[r][k] + q.re * t.betaRe[r][k] - q.im * t.betaIm[r][k];
-        if (!realKind)
-            out.im[k] = p.re * t.alphaIm[r][k] + p.im * t.alphaRe[r][k] + q.re * t.betaIm[r][k] + q.im * t.betaRe[r][k];
-    }
+    return kSynthesisTables<FloatArith, M>;
 }
 
 // ------------------------------------------------------------------ AVX2 modulations
@@ -218,7 +49,7 @@ inline void cmul8(__m256 a, __m256 b, __m256 c, __m256 d, __m256& re, __m256& im
 
 void analysisModulationAvx2(const float* uRev, bool realKind, AnalysisSlot& out, const FftSpec* fft)
 {
-    const AnalysisTables& t = kAnalysis;
+    const FloatAnalysisTables& t = kAnalysis;
     alignas(32) float z[64];
     alignas(32) float g[64];
     // z as floats is uRev reversed with the odd (imaginary) lanes negated, times pre.
@@ -253,7 +84,7 @@ template <int M>
 void synthesisModulationAvx2(const float* re, const float* im, int step, bool realKind, float* block,
                              const FftSpec* fft)
 {
-    const SynthesisTables<M>& t = synthesisTables<M>();
+    const SynthesisTables<FloatArith, M>& t = synthesisTables<M>();
     const int r = realKind ? 1 : 0;
     alignas(32) float a[M], b[M];
     for (int k = 0; k < M; k += 8) {
@@ -320,29 +151,19 @@ void synthesisModulationAvx2(const float* re, const float* im, int step, bool re
 
 // ------------------------------------------------------------------ window kernels
 
-void analysisWindowScalar(const float* x, float* uRev)
-{
-    const AnalysisTables& t = kAnalysis;
-    for (int m = 0; m < 64; ++m) {
-        float acc = t.window[0][m] * x[m];
-        for (int j = 1; j < 5; ++j) acc = std::fma(t.window[j][m], x[m - 64 * j], acc);
-        uRev[m] = acc;
-    }
-}
+void analysisWindowScalar(const float* x, float* uRev) { analysisWindow<FloatArith>(x, uRev); }
 
 void synthesisWindowScalar(const float* ring, int position, int m, float* out)
 {
-    const float* win = m == 64 ? kSynthesis64.window : kSynthesis32.window;
-    for (int j = 0; j < kSynthesisBlocks; ++j) {
-        const float* block = ring + ((position - j + kSynthesisBlocks) % kSynthesisBlocks) * 2 * m + m * (j & 1);
-        const float* w = win + j * m;
-        for (int k = 0; k < m; ++k) out[k] = j == 0 ? w[k] * block[k] : std::fma(w[k], block[k], out[k]);
-    }
+    if (m == 64)
+        synthesisWindow<FloatArith, 64>(ring, position, out);
+    else
+        synthesisWindow<FloatArith, 32>(ring, position, out);
 }
 
 void analysisWindowAvx2(const float* x, float* uRev)
 {
-    const AnalysisTables& t = kAnalysis;
+    const FloatAnalysisTables& t = kAnalysis;
     for (int m = 0; m < 64; m += 8) {
         __m256 acc = _mm256_mul_ps(_mm256_load_ps(t.window[0] + m), _mm256_loadu_ps(x + m));
         for (int j = 1; j < 5; ++j)
@@ -353,7 +174,7 @@ void analysisWindowAvx2(const float* x, float* uRev)
 
 void synthesisWindowAvx2(const float* ring, int position, int m, float* out)
 {
-    const float* win = m == 64 ? kSynthesis64.window : kSynthesis32.window;
+    const float* win = m == 64 ? synthesisTables<64>().window : synthesisTables<32>().window;
     const float* blocks[kSynthesisBlocks];
     for (int j = 0; j < kSynthesisBlocks; ++j)
         blocks[j] = ring + ((position - j + kSynthesisBlocks) % kSynthesisBlocks) * 2 * m + m * (j & 1);
@@ -387,7 +208,7 @@ void qmfAnalysisChunk(QmfState* st, const float* src, int n, AnalysisSlot* slots
             analysisModulationAvx2(uRev, realKind, slots[s], st->fft);
         } else {
             analysisWindowScalar(x, uRev);
-            analysisModulationScalar(uRev, realKind, slots[s], st->fft);
+            analysisModulation<FloatArith>(uRev, realKind, slots[s].re, slots[s].im, st->fft);
         }
     }
     std::memmove(line, line + 32 * n, kAnalysisHistory * sizeof(float));
@@ -401,9 +222,9 @@ void qmfSynthesisSlot(QmfState* st, const float* re, const float* im, int step, 
     const bool realKind = isRealKind(st->kind);
     const bool avx = kernels == Kernels::Avx2;
     if (m == 64)
-        (avx ? synthesisModulationAvx2<64> : synthesisModulationScalar<64>)(re, im, step, realKind, block, st->fft);
+        (avx ? synthesisModulationAvx2<64> : synthesisModulation<FloatArith, 64>)(re, im, step, realKind, block, st->fft);
     else
-        (avx ? synthesisModulationAvx2<32> : synthesisModulationScalar<32>)(re, im, step, realKind, block, st->fft);
+        (avx ? synthesisModulationAvx2<32> : synthesisModulation<FloatArith, 32>)(re, im, step, realKind, block, st->fft);
     if (kernels == Kernels::Avx2)
         synthesisWindowAvx2(st->line, st->position, m, out);
     else
