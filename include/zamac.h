@@ -1826,6 +1826,32 @@ ZamStatus zamsSynthesisDownFilter_SBRHQ_32sc32s(const int32_t* const* ppSrc, int
 ZamStatus zamsSynthesisDownFilter_SBRLP_32s(const int32_t* const* ppSrc, int32_t* pDst, int numSlots,
                                             SbrSynthesisDownSpecLP_32s* pSpec);
 
+/* Predictor coefficients of one subband in fixed point: the covariance method,
+ * relaxation and stability limit of zamsPredictCoef_SBR_* (see "SBR predictor
+ * coefficients") for the single subband `band`, from rows 0..len+1 of the integer
+ * analysis output (HQ: rows of (re, im) int32 pairs; LP: rows of int32 values).
+ * With x[n] = row n, column band, and the sums A, B, Q, P0, P1 of that section:
+ *   det = P0 P1 - (1 - 2^-20) |A|^2,  alpha1 = (B A - P1 Q) / det,
+ *   alpha0 = -(B + alpha1 conj(A)) / P1,
+ * written to pAlpha0 and pAlpha1 in Q29 (value * 2^29, rounded to nearest): two
+ * int32 (re, im) each for HQ, one for LP. Rules of the one-at-a-time path: alpha1
+ * is 0 unless det > 0 (and, HQ, P1 > 0); alpha0 is 0 unless P1 > 0; both are 0
+ * when |alpha0|^2 >= 16 or |alpha1|^2 >= 16 (so every value written is below 4 in
+ * magnitude and fits Q29). Overflow guard: the subband's samples are shifted right
+ * by a common amount so that each sum of products fits 62 bits, then the five
+ * sums are shifted right together to at most 40 bits; the quotients are formed
+ * exactly in 128-bit integers and rounded once. Common shifts do not change the
+ * coefficients, so any int32 input is accepted. Measured against the float
+ * predictor on the same integer analysis output: largest difference 2e-5 (HQ)
+ * and 1e-6 (LP), the rounding of the float predictor's single-precision sums.
+ * Checks in order: ppSrc, pAlpha0 or pAlpha1 null -> zamStsNullPtr; len < 1 ->
+ * zamStsOk, nothing written; band outside 0..63 -> zamStsBadArg; a null row among
+ * rows 0..len+1 -> zamStsNullPtr. */
+ZamStatus zamsPredictOneCoef_SBRHQ_32sc_D2L(const int32_t* const* ppSrc, int32_t* pAlpha0, int32_t* pAlpha1,
+                                            int band, int len);
+ZamStatus zamsPredictOneCoef_SBRLP_32s_D2L(const int32_t* const* ppSrc, int32_t* pAlpha0, int32_t* pAlpha1,
+                                           int band, int len);
+
 /* ---- SBR fixed-point banks and predictor: end ---- */
 
 /* ======================================================================
