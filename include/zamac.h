@@ -91,6 +91,65 @@ enum {
     zamStsAacNotSupported = -9999
 };
 
+/* The name of a status as text ("zamStsOk", "zamStsNullPtr", ...), or "unknown
+ * status" for a value that is none of the above. Header-only: an inline function,
+ * not an exported symbol. */
+static inline const char* zamStatusName(ZamStatus status)
+{
+    switch (status) {
+    case zamStsMisalignedData: return "zamStsMisalignedData";
+    case zamStsOk: return "zamStsOk";
+    case zamStsBadData: return "zamStsBadData";
+    case zamStsBadArg: return "zamStsBadArg";
+    case zamStsSize: return "zamStsSize";
+    case zamStsNullPtr: return "zamStsNullPtr";
+    case zamStsMemAlloc: return "zamStsMemAlloc";
+    case zamStsStep: return "zamStsStep";
+    case zamStsFftOrder: return "zamStsFftOrder";
+    case zamStsFftFlag: return "zamStsFftFlag";
+    case zamStsContextMismatch: return "zamStsContextMismatch";
+    case zamStsFirLength: return "zamStsFirLength";
+    case zamStsNumChannels: return "zamStsNumChannels";
+    case zamStsVlcArg: return "zamStsVlcArg";
+    case zamStsVlcTable: return "zamStsVlcTable";
+    case zamStsBitOffset: return "zamStsBitOffset";
+    case zamStsAacObjTypeErr: return "zamStsAacObjTypeErr";
+    case zamStsAacLayerFlagErr: return "zamStsAacLayerFlagErr";
+    case zamStsAacDiffFlagErr: return "zamStsAacDiffFlagErr";
+    case zamStsAacMsFlagErr: return "zamStsAacMsFlagErr";
+    case zamStsAacFlagErr: return "zamStsAacFlagErr";
+    case zamStsAacChanNumErr: return "zamStsAacChanNumErr";
+    case zamStsAacMsMaskErr: return "zamStsAacMsMaskErr";
+    case zamStsAacCommonWinErr: return "zamStsAacCommonWinErr";
+    case zamStsAacWinSeqErr: return "zamStsAacWinSeqErr";
+    case zamStsAacNumWinGrpErr: return "zamStsAacNumWinGrpErr";
+    case zamStsAacWinLenErr: return "zamStsAacWinLenErr";
+    case zamStsAacSmplRateIdxErr: return "zamStsAacSmplRateIdxErr";
+    case zamStsAacBitOffsetErr: return "zamStsAacBitOffsetErr";
+    case zamStsAacProfileErr: return "zamStsAacProfileErr";
+    case zamStsAacTnsDirErr: return "zamStsAacTnsDirErr";
+    case zamStsAacTnsCoefErr: return "zamStsAacTnsCoefErr";
+    case zamStsAacTnsCoefResErr: return "zamStsAacTnsCoefResErr";
+    case zamStsAacTnsOrderErr: return "zamStsAacTnsOrderErr";
+    case zamStsAacTnsLenErr: return "zamStsAacTnsLenErr";
+    case zamStsAacTnsNumFiltErr: return "zamStsAacTnsNumFiltErr";
+    case zamStsAacSectDataErr: return "zamStsAacSectDataErr";
+    case zamStsAacGainCtrlErr: return "zamStsAacGainCtrlErr";
+    case zamStsAacPulseErr: return "zamStsAacPulseErr";
+    case zamStsAacPredSfbErr: return "zamStsAacPredSfbErr";
+    case zamStsAacMaxSfbErr: return "zamStsAacMaxSfbErr";
+    case zamStsAacQuantValErr: return "zamStsAacQuantValErr";
+    case zamStsAacSfValueErr: return "zamStsAacSfValueErr";
+    case zamStsAacSpectCbErr: return "zamStsAacSpectCbErr";
+    case zamStsAacSfCbErr: return "zamStsAacSfCbErr";
+    case zamStsAacPceCountErr: return "zamStsAacPceCountErr";
+    case zamStsMp3SideInfoErr: return "zamStsMp3SideInfoErr";
+    case zamStsMp3FrameHeaderErr: return "zamStsMp3FrameHeaderErr";
+    case zamStsAacNotSupported: return "zamStsAacNotSupported";
+    default: return "unknown status";
+    }
+}
+
 /* ================================================================ version */
 
 typedef struct ZamLibVersion {

@@ -83,12 +83,15 @@ void aacNoiseBand(int32_t* dst, int width, uint32_t* statePtr)
                          39107824713728LL;
     const int64_t inverseRoot = static_cast<int32_t>(static_cast<uint64_t>(poly >> 14));
     const int k = (n >> 1) - 1;
-    // The steps stay in 64 bits and only the result is cut to 32: x * R alone can
-    // exceed 31 bits, the scaled value (x / |x| * 2^31) does not.
+    // Only the result is cut to 32 bits: x * R alone can exceed 31 bits, and the
+    // scaled value (x / |x| * 2^31) does too when a band's noise is nearly silent
+    // (a sum of squares of a few units leaves k at 14, so y reaches 2^46). The
+    // sqrt(2) step is therefore taken in 128 bits; for every value that fits it is
+    // the same product, and the final cut keeps the low 32 bits as before.
     for (int i = 0; i < width; ++i) {
         int64_t y = (dst[i] * inverseRoot) >> 30;
         y = k >= 1 ? y * (int64_t{1} << k) : (y >> -k);
-        if (n & 1) y = (y * kSqrt2Q30) >> 30;
+        if (n & 1) y = static_cast<int64_t>((static_cast<__int128>(y) * kSqrt2Q30) >> 30);
         dst[i] = static_cast<int32_t>(y);
     }
 }
