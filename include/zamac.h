@@ -1722,7 +1722,11 @@ ZamStatus zamsJointStereoEncode_MP3_32s_I(int32_t* pSrcDstL, int32_t* pSrcDstR, 
  * rounded up) when a factor outgrows its length; the loop ends when no band is over,
  * every band with a scale factor is amplified, a factor outgrows even the larger
  * step, or the scale factors no longer fit. The pass with the least total excess
- * noise (sum over bands of dB above the allowed) is kept. Then preflag is set (MPEG-1
+ * noise (sum over bands of dB above the allowed) is kept. When that pass is within
+ * the allowed noise in every band, global_gain is then raised (binary search) to
+ * the coarsest step that stays within, so that a granule takes no more bits than
+ * its allowed noise needs (the rest stays in the reservoir; with bitBudget 4095
+ * this is a quality-driven VBR quantizer). Then preflag is set (MPEG-1
  * long blocks) when every band 11..20 carries its pre-emphasis, scalefac_compress is
  * the cheapest that holds the factors, and the region split of long blocks is the
  * cheapest of all legal region0_count / region1_count pairs.

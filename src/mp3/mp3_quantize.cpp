@@ -410,9 +410,23 @@ ZAM_API ZamStatus zamsQuantize_MP3_32s_I(int32_t* pSrcDst, const int32_t* pXmin,
         if (q.huffmanBits(gain, ix) > bitBudget - p2) break;
     }
 
-    // The best pass, with preflag where the upper long bands all carry the pre-emphasis.
+    // The best pass. When it is within the allowed noise everywhere, the coarsest gain
+    // that stays within is taken instead: the bits saved go back to the reservoir.
     std::memcpy(q.sf, bestSf, sizeof bestSf);
     q.scale = bestScale;
+    if (bestOver <= 0.0f && bestGain < 255) {
+        int lo = bestGain, hi = 255;  // lo within, hi to be tested
+        while (lo < hi) {
+            const int mid = (lo + hi + 1) / 2;
+            q.quantize(mid, ix);
+            if (q.overNoise(mid, ix, over) <= 0.0f) lo = mid;
+            else hi = mid - 1;
+        }
+        if (lo != bestGain) {
+            bestGain = lo;
+            q.quantize(lo, bestIx);
+        }
+    }
     if (mpeg1 && !layout.isShort) {
         bool fits = true;
         for (int b = 11; b < 21; ++b) fits &= q.sf[b] >= kPretab[b];
