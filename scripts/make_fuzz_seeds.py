@@ -156,6 +156,19 @@ def main():
     write("tool_detect", "sample-mp3-head", b"".join(lame))
     write("tool_detect", "sample-aac-head", b"".join(stereo[:3]))
 
+    # MP4: small files made from the first frames of the samples by ffmpeg (-c copy)
+    import subprocess
+    import tempfile
+    with tempfile.TemporaryDirectory() as tmp:
+        for name, frames in (("lc-44k-stereo", stereo[:3]), ("lc-22k-mono", mono[:3]), ("he-24k-ps", ps + adts_frames(read(os.path.join(SHARED, "aac-he", "ps_24k_wide.aac")), 5)[2:])):
+            adts = os.path.join(tmp, name + ".aac")
+            with open(adts, "wb") as f:
+                f.write(b"".join(frames))
+            m4a = os.path.join(tmp, name + ".m4a")
+            subprocess.run(["ffmpeg", "-nostdin", "-v", "error", "-y", "-i", adts, "-c", "copy",
+                            "-metadata", "title=seed", m4a], check=True)
+            write("tool_mp4", name + ".m4a", read(m4a))
+
 
 if __name__ == "__main__":
     main()

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Builds zamac twice, normally and with AddressSanitizer + UndefinedBehaviorSanitizer,
-# runs every test in both builds, then gives every fuzz target a short run.
+# runs every test in both builds (the examples included), builds the API reference
+# (failing on an undocumented export), then gives every fuzz target a short run.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 ./scripts/install-deps.sh
@@ -15,6 +16,9 @@ ctest --test-dir build/release -j"$jobs" --output-on-failure
 
 # Light optimisation and line tables only: the sanitizers need no more, and the
 # build stays quick.
+phase "API reference"
+./scripts/docs.sh build/docs
+
 phase "sanitizer build"
 cmake -S . -B build/sanitize -DCMAKE_BUILD_TYPE=None -DZAMAC_SANITIZE=ON \
       -DCMAKE_C_FLAGS="-O1 -g1" -DCMAKE_CXX_FLAGS="-O1 -g1"

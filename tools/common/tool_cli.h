@@ -4,6 +4,10 @@
 #ifndef ZAMAC_TOOL_CLI_H
 #define ZAMAC_TOOL_CLI_H
 
+#ifdef __cplusplus
+extern "C" {
+#endif
+
 #include <stdio.h>
 
 /* Sets the name used in messages (e.g. "zamac-decode"). */
@@ -22,5 +26,9 @@ int tool_check_cpu(void);
 
 /* Exit statuses: 0 success, 1 failure of the work, 2 bad command line. */
 enum { TOOL_EXIT_OK = 0, TOOL_EXIT_FAILURE = 1, TOOL_EXIT_USAGE = 2 };
+
+#ifdef __cplusplus
+}
+#endif
 
 #endif

@@ -4,6 +4,10 @@
 #ifndef ZAMAC_TOOL_INPUT_H
 #define ZAMAC_TOOL_INPUT_H
 
+#ifdef __cplusplus
+extern "C" {
+#endif
+
 #include <stddef.h>
 #include <stdint.h>
 
@@ -13,5 +17,9 @@
 /* Reads path ("-": standard input) followed by padding zero bytes. Returns the
  * buffer (free() it) with *size set, or NULL after printing the reason. */
 uint8_t* tool_read_input(const char* path, size_t padding, size_t* size);
+
+#ifdef __cplusplus
+}
+#endif
 
 #endif

@@ -5,6 +5,10 @@
 #ifndef ZAMAC_TOOL_OUTPUT_H
 #define ZAMAC_TOOL_OUTPUT_H
 
+#ifdef __cplusplus
+extern "C" {
+#endif
+
 #include <stddef.h>
 #include <stdio.h>
 
@@ -32,5 +36,9 @@ int tool_output_rewrite_start(ToolOutput* out, const void* bytes, size_t count);
  * otherwise the temporary file is removed. Returns 0 when the output is complete,
  * -1 otherwise (errno set). */
 int tool_output_close(ToolOutput* out, int keep);
+
+#ifdef __cplusplus
+}
+#endif
 
 #endif

@@ -5,6 +5,10 @@
 #ifndef ZAMAC_TOOL_TAGS_H
 #define ZAMAC_TOOL_TAGS_H
 
+#ifdef __cplusplus
+extern "C" {
+#endif
+
 #include <stddef.h>
 #include <stdint.h>
 
@@ -40,5 +44,9 @@ typedef struct {
  * information's length (17 or 32 for MPEG-1, 9 or 17 for MPEG-2/2.5) and crc whether
  * a CRC word follows the header. Returns 1 when the frame is an info frame. */
 int tag_read_mp3_info(const uint8_t* p, size_t length, int sideInfoBytes, int crc, Mp3StreamInfo* info);
+
+#ifdef __cplusplus
+}
+#endif
 
 #endif

@@ -5,6 +5,10 @@
 #ifndef ZAMAC_TOOL_WAV_H
 #define ZAMAC_TOOL_WAV_H
 
+#ifdef __cplusplus
+extern "C" {
+#endif
+
 #include <stddef.h>
 #include <stdint.h>
 #include <stdio.h>
@@ -47,5 +51,9 @@ int wav_read_open(WavReader* r, FILE* file, const char** why);
  * rounded; float is scaled by 32768, rounded and clipped). Returns the frames read,
  * 0 at the end, -1 on a read error. */
 long wav_read_s16(WavReader* r, int16_t* interleaved, long maxFrames);
+
+#ifdef __cplusplus
+}
+#endif
 
 #endif

@@ -6,7 +6,8 @@
  *   options      getopt_long; errors name the option and exit with 2
  *   processor    the library needs AVX2 and FMA: a clear message instead of a crash
  *   input        the file (or "-" for standard input), refused above 1 GiB
- *   format       a run of consistent frame headers or a container (detect.c)
+ *   format       a run of consistent frame headers or a container (detect.c); an
+ *                MP4/M4A file's AAC track is rewrapped as ADTS frames in memory
  *   output       checked writes; a regular file is written under a temporary name and
  *                renamed when complete, so a failed run leaves nothing behind
  *   decoding     aac_decoder.c, mp3_decoder.c into the sink below (16-bit, 24-bit or
@@ -30,6 +31,7 @@
 #include "stream_info.h"
 #include "tool_cli.h"
 #include "tool_input.h"
+#include "tool_mp4.h"
 #include "tool_output.h"
 #include "tool_wav.h"
 
@@ -47,6 +49,7 @@ typedef struct {
     int trimmed;               /* the stream declared delay and padding */
     long trimSkip;
     long long trimKeep;
+    int trimRate;              /* non-zero: skip and keep are in samples at this rate */
     uint64_t framesWritten;
     double lastProgress;
     uint8_t* bytes;            /* packing buffer */
@@ -66,6 +69,11 @@ static double cpu_seconds(void)
 static int sink_format(void* ctx, int sampleRate, int channels, uint32_t channelMask)
 {
     Sink* s = ctx;
+    if (s->trimRate && s->trimRate != sampleRate) {
+        /* A container's delay counted at another rate (HE-AAC without SBR output) */
+        s->skip = s->trimSkip = (long)((long long)s->trimSkip * sampleRate / s->trimRate);
+        if (s->keep >= 0) s->keep = s->trimKeep = s->trimKeep * sampleRate / s->trimRate;
+    }
     s->sampleRate = sampleRate;
     s->channels = channels;
     s->channelMask = channelMask;
@@ -85,6 +93,7 @@ static void sink_trim(void* ctx, long skip, long long keep)
 
 static uint8_t* sink_buffer(Sink* s, size_t bytes)
 {
+    if (bytes == 0) bytes = 1;
     if (bytes > s->capacity) {
         uint8_t* bigger = realloc(s->bytes, bytes);
         if (!bigger) return NULL;
@@ -267,13 +276,65 @@ static int compare_with(const char* path, const Sink* s)
     return 0;
 }
 
+/* ------------------------------------------------------------------ MP4 */
+
+/* The track's samples, each behind an ADTS header, followed by decoder padding. */
+static uint8_t* mp4_to_adts(const uint8_t* data, const Mp4Track* t, size_t* size, char* why, size_t whySize)
+{
+    if (t->coreObjectType != 1 && t->coreObjectType != 2 && t->coreObjectType != 4) {
+        snprintf(why, whySize, "AAC object type %d in the MP4 track is not supported; only Main, LC (also as the "
+                 "core of HE-AAC) and LTP (object types 1, 2 and 4) are", t->coreObjectType);
+        return NULL;
+    }
+    size_t total = 0;
+    for (uint32_t i = 0; i < t->sampleCount; ++i) total += 7 + (size_t)t->sizes[i];
+    uint8_t header[7];
+    if (t->sampleCount == 0 || mp4_adts_header(t, 0, header) != 0) {
+        snprintf(why, whySize, t->sampleCount ? "the MP4 track's channel configuration %d cannot be decoded here"
+                                               : "the MP4 track has no samples", t->channelConfiguration);
+        return NULL;
+    }
+    uint8_t* out = malloc(total + DECODER_INPUT_PADDING);
+    if (!out) {
+        snprintf(why, whySize, "out of memory");
+        return NULL;
+    }
+    uint8_t* p = out;
+    for (uint32_t i = 0; i < t->sampleCount; ++i) {
+        if (mp4_adts_header(t, t->sizes[i], p) != 0) {
+            snprintf(why, whySize, "MP4 sample %u is too long for an AAC frame", i + 1);
+            free(out);
+            return NULL;
+        }
+        memcpy(p + 7, data + t->offsets[i], t->sizes[i]);
+        p += 7 + t->sizes[i];
+    }
+    memset(p, 0, DECODER_INPUT_PADDING);
+    *size = total;
+    return out;
+}
+
+/* Gapless playback from the container: iTunSMPB (delay, padding, length in output
+ * samples) or else the edit list (start and length in the track's time scale). */
+static void mp4_gapless(const Mp4Track* t, Sink* s)
+{
+    if (t->smpbDelay >= 0 && t->smpbSamples > 0) {
+        sink_trim(s, t->smpbDelay, t->smpbSamples);
+        s->trimRate = t->extensionRate ? t->extensionRate : t->sampleRate;
+    } else if (t->editStart >= 0 && t->timescale) {
+        sink_trim(s, (long)t->editStart, t->editDuration);
+        s->trimRate = (int)t->timescale;
+    }
+}
+
 /* ------------------------------------------------------------------ main */
 
 static void usage(FILE* out)
 {
     fprintf(out,
             "Usage: zamac-decode [OPTION]... INPUT\n"
-            "Decode an MP3 or AAC (LC, Main, LTP, HE-AAC v1/v2) file to WAVE or raw PCM.\n"
+            "Decode an MP3 or AAC (LC, Main, LTP, HE-AAC v1/v2; ADTS, ADIF, MP4/M4A) file\n"
+            "to WAVE or raw PCM.\n"
             "INPUT '-' is standard input.\n"
             "\n"
             "  -o, --output=FILE    write a WAVE file ('-': WAVE on standard output); without\n"
@@ -284,8 +345,9 @@ static void usage(FILE* out)
             "      --sbr-lp         HE-AAC: low-power SBR (real-valued; parametric stereo is\n"
             "                       not applied)\n"
             "      --downsample     HE-AAC: output at the core rate (down-sampling synthesis)\n"
-            "      --no-gapless     keep the encoder delay and padding a LAME tag declares\n"
-            "                       (by default they are removed, as mpg123 and ffmpeg do)\n"
+            "      --no-gapless     keep the encoder delay and padding that a LAME tag, an MP4\n"
+            "                       edit list or iTunSMPB declares (by default they are\n"
+            "                       removed, as mpg123 and ffmpeg do)\n"
             "  -i, --info           describe the stream on standard output (format, mode, bit\n"
             "                       rate, duration, delay and padding, tags); no PCM unless -o\n"
             "      --frames         with --info: one line per frame\n"
@@ -382,10 +444,21 @@ int main(int argc, char** argv)
         snprintf(text, sizeof text, "this is an MPEG audio Layer %s stream; only Layer III (MP3) is decoded",
                  fmt.layer == 1 ? "I" : "II");
         refusal = text;
-    } else if (fmt.kind == INPUT_MP4)
-        refusal = "this is an MP4/M4A file; its AAC track is not read yet "
-                  "(ffmpeg -i IN.m4a -c copy OUT.aac gives the ADTS stream zamac-decode reads)";
+    }
+    Mp4Track mp4;
+    memset(&mp4, 0, sizeof mp4);
+    uint8_t* adts = NULL;  /* an MP4 track's samples as ADTS frames */
+    size_t adtsSize = 0;
+    if (fmt.kind == INPUT_MP4 && !refusal) {
+        if (mp4_read(data, size, &mp4) != 0) {
+            snprintf(text, sizeof text, "%s", mp4.error);
+            refusal = text;
+        } else if (!(adts = mp4_to_adts(data, &mp4, &adtsSize, text, sizeof text))) {
+            refusal = text;
+        }
+    }
     if (refusal) {
+        mp4_free(&mp4);
         tool_error("%s: %s", shown, refusal);
         free(data);
         return TOOL_EXIT_FAILURE;
@@ -417,9 +490,14 @@ int main(int argc, char** argv)
     PcmSink pcmSink = {&sink, sink_format, sink_write, format == WAV_S16 ? NULL : sink_write_float, sink_trim};
     DecodeStats stats = {0, 0, 0.0};
 
-    const int isAac = fmt.kind == INPUT_ADTS || fmt.kind == INPUT_ADIF;
+    const int isAac = fmt.kind == INPUT_ADTS || fmt.kind == INPUT_ADIF || fmt.kind == INPUT_MP4;
     const uint8_t* audio = data + (fmt.kind == INPUT_ADTS ? fmt.audioStart : 0);
-    const size_t audioSize = fmt.kind == INPUT_ADTS ? fmt.audioEnd - fmt.audioStart : size;
+    size_t audioSize = fmt.kind == INPUT_ADTS ? fmt.audioEnd - fmt.audioStart : size;
+    if (adts) {
+        audio = adts;
+        audioSize = adtsSize;
+        if (options.gapless) mp4_gapless(&mp4, &sink);
+    }
     const double cpuStart = cpu_seconds();
     const int status = isAac ? aac_decode(audio, audioSize, &options, &pcmSink, &stats)
                              : mp3_decode(data, size, &options, &pcmSink, &stats);
@@ -436,20 +514,23 @@ int main(int argc, char** argv)
         }
     }
     if (!failed && info) {
-        StreamSummary summary = {fmt.kind, stats.framesDecoded, (long long)sink.framesWritten, sink.sampleRate,
-                                 sink.channels, sink.trimmed, sink.trimSkip, sink.trimKeep};
+        StreamSummary summary = {fmt.kind,     stats.framesDecoded, (long long)sink.framesWritten,
+                                 sink.sampleRate, sink.channels,    sink.trimmed,
+                                 sink.trimSkip,   sink.trimKeep,    adts ? &mp4 : NULL};
         print_stream_info(stdout, shown, data, size, &fmt, &summary);
     }
     if (!failed && compare && compare_with(compare, &sink) != 0) failed = 1;
     free(sink.bytes);
     free(sink.kept);
+    free(adts);
+    mp4_free(&mp4);
     free(data);
     if (failed) return TOOL_EXIT_FAILURE;
 
     if (!quiet) {
         const double seconds = sink.sampleRate ? (double)sink.framesWritten / sink.sampleRate : 0;
         fprintf(stderr, "%s: %s, %d Hz, %d channel%s, %.2f s, %ld frames (%ld concealed)", shown,
-                isAac ? "AAC" : "MP3", sink.sampleRate, sink.channels, sink.channels == 1 ? "" : "s", seconds,
+                fmt.kind == INPUT_MP4 ? "AAC (MP4)" : isAac ? "AAC" : "MP3", sink.sampleRate, sink.channels, sink.channels == 1 ? "" : "s", seconds,
                 stats.framesDecoded, stats.framesConcealed);
         if (cpu > 0 && stats.audioSeconds > 0)
             fprintf(stderr, ", %.3f s CPU, %.0fx real time", cpu, stats.audioSeconds / cpu);

@@ -91,10 +91,42 @@ static void aac_info(FILE* out, const uint8_t* data, const InputFormat* f, const
     fprintf(out, "  gapless    raw AAC declares no encoder delay: nothing removed\n");
 }
 
+static void mp4_info(FILE* out, const StreamSummary* s)
+{
+    const Mp4Track* t = s->mp4;
+    static const char* const kObjects[] = {"?", "Main", "LC", "SSR", "LTP", "HE-AAC (SBR)"};
+    const char* object = t->objectType == 29 ? "HE-AAC v2 (SBR+PS)"
+                         : t->objectType >= 1 && t->objectType <= 5 ? kObjects[t->objectType] : "?";
+    fprintf(out, "  format     MPEG-4 AAC %s (MP4), %d Hz%s, %d channel%s\n", object, t->sampleRate,
+            t->extensionRate ? " core" : "", t->channelConfiguration, t->channelConfiguration == 1 ? "" : "s");
+    if (t->extensionRate) fprintf(out, "  SBR        output rate %d Hz (signalled explicitly)\n", t->extensionRate);
+    unsigned long long bytes = 0;
+    for (uint32_t i = 0; i < t->sampleCount; ++i) bytes += t->sizes[i];
+    if (t->timescale && t->duration)
+        fprintf(out, "  bit rate   %.0f kbit/s average\n", bytes * 8.0 * t->timescale / (double)t->duration / 1000);
+    print_duration(out, s->samples, s->sampleRate);
+    fprintf(out, "  frames     %ld\n", s->frames);
+    if (t->smpbDelay >= 0)
+        fprintf(out, "  gapless    iTunSMPB: delay %ld, padding %ld, %lld samples (%s)\n", t->smpbDelay, t->smpbPadding,
+                t->smpbSamples, s->trimmed ? "removed" : "kept: --no-gapless");
+    else if (t->editStart >= 0)
+        fprintf(out, "  gapless    edit list: starts at %lld, %lld samples (time scale %u; %s)\n",
+                (long long)t->editStart, (long long)t->editDuration, t->timescale,
+                s->trimmed ? "applied" : "not applied: --no-gapless");
+    const struct { const char* label; const char* value; } rows[] = {{"title", t->tags.title},
+        {"artist", t->tags.artist}, {"album", t->tags.album}, {"year", t->tags.year}, {"encoder", t->tags.encoder}};
+    for (size_t i = 0; i < sizeof rows / sizeof rows[0]; ++i)
+        if (rows[i].value[0]) fprintf(out, "  %-10s %s\n", rows[i].label, rows[i].value);
+}
+
 void print_stream_info(FILE* out, const char* name, const uint8_t* data, size_t size, const InputFormat* format,
                        const StreamSummary* summary)
 {
     fprintf(out, "%s\n", name);
+    if (summary->mp4) {
+        mp4_info(out, summary);
+        return;
+    }
     if (format->kind == INPUT_MP3) mp3_info(out, data, format, summary);
     else aac_info(out, data, format, summary);
     print_tags(out, data, size);

@@ -7,6 +7,7 @@
 #include <stdio.h>
 
 #include "detect.h"
+#include "tool_mp4.h"
 
 /* What decoding found. */
 typedef struct {
@@ -17,6 +18,7 @@ typedef struct {
     int trimmed;              /* a LAME tag's delay and padding were removed */
     long skip;                /* with trimmed: frames dropped at the start */
     long long keep;
+    const Mp4Track* mp4;      /* the container of an MP4 input, else NULL */
 } StreamSummary;
 
 void print_stream_info(FILE* out, const char* name, const uint8_t* data, size_t size, const InputFormat* format,

@@ -1,0 +1,30 @@
+// The MP4/M4A reader of the tools (tools/common/tool_mp4.c) on arbitrary bytes held in
+// a heap buffer of exactly the input's size: boxes, esds and AudioSpecificConfig, the
+// sample tables, the edit list and iTunes metadata. Every sample it lists must lie
+// inside the input, and an ADTS header made for it must carry its length.
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+
+#include "tool_mp4.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
+{
+    uint8_t* exact = static_cast<uint8_t*>(std::malloc(size ? size : 1));
+    if (size) std::memcpy(exact, data, size);
+    Mp4Track track;
+    if (mp4_read(exact, size, &track) == 0) {
+        for (uint32_t i = 0; i < track.sampleCount; ++i) {
+            if (track.offsets[i] > size || track.sizes[i] > size - track.offsets[i]) std::abort();
+            uint8_t header[7];
+            if (mp4_adts_header(&track, track.sizes[i], header) == 0 &&
+                ((size_t)(header[3] & 3) << 11 | (size_t)header[4] << 3 | header[5] >> 5) != track.sizes[i] + 7)
+                std::abort();
+        }
+    } else if (track.error[0] == '\0') {
+        std::abort();  // a failure always says why
+    }
+    mp4_free(&track);
+    std::free(exact);
+    return 0;
+}

@@ -1,0 +1,383 @@
+#include "tool_mp4.h"
+
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+
+static const int kRates[13] = {96000, 88200, 64000, 48000, 44100, 32000, 24000, 22050, 16000, 12000, 11025, 8000, 7350};
+
+static uint32_t be16(const uint8_t* p) { return (uint32_t)p[0] << 8 | p[1]; }
+static uint32_t be32(const uint8_t* p) { return be16(p) << 16 | be16(p + 2); }
+static uint64_t be64(const uint8_t* p) { return (uint64_t)be32(p) << 32 | be32(p + 4); }
+#define TAG(a, b, c, d) ((uint32_t)(a) << 24 | (uint32_t)(b) << 16 | (uint32_t)(c) << 8 | (uint32_t)(d))
+
+/* A box inside [*pos, end): its type and body. Returns 1, 0 at the end, -1 when the
+ * box does not fit. */
+typedef struct {
+    uint32_t type;
+    size_t body, end;
+} Box;
+
+static int next_box(const uint8_t* data, size_t* pos, size_t end, Box* box)
+{
+    if (*pos >= end || end - *pos < 8) return 0;
+    const uint8_t* p = data + *pos;
+    uint64_t size = be32(p);
+    size_t header = 8;
+    box->type = be32(p + 4);
+    if (size == 1) {
+        if (end - *pos < 16) return -1;
+        size = be64(p + 8);
+        header = 16;
+    } else if (size == 0) {
+        size = end - *pos;
+    }
+    if (size < header || size > end - *pos) return -1;
+    box->body = *pos + header;
+    box->end = *pos + (size_t)size;
+    *pos = box->end;
+    return 1;
+}
+
+/* The first child of the given type inside [begin, end). */
+static int find_box(const uint8_t* data, size_t begin, size_t end, uint32_t type, Box* box)
+{
+    size_t pos = begin;
+    int r;
+    while ((r = next_box(data, &pos, end, box)) == 1)
+        if (box->type == type) return 1;
+    return 0;
+}
+
+static int fail(Mp4Track* t, const char* text)
+{
+    snprintf(t->error, sizeof t->error, "%s", text);
+    return -1;
+}
+
+int mp4_is_file(const uint8_t* data, size_t size)
+{
+    return size >= 12 && memcmp(data + 4, "ftyp", 4) == 0 && be32(data) >= 8;
+}
+
+/* ------------------------------------------------------------------ AudioSpecificConfig */
+
+typedef struct {
+    const uint8_t* p;
+    size_t bits, pos;
+} BitReader;
+
+static uint32_t bits(BitReader* r, int n)
+{
+    uint32_t v = 0;
+    for (int i = 0; i < n; ++i, ++r->pos)
+        v = v << 1 | (r->pos < r->bits ? (r->p[r->pos >> 3] >> (7 - (r->pos & 7))) & 1u : 0u);
+    return v;
+}
+
+static int object_type(BitReader* r)
+{
+    int type = (int)bits(r, 5);
+    return type == 31 ? 32 + (int)bits(r, 6) : type;
+}
+
+static int rate_index(BitReader* r, int* rate)
+{
+    const int index = (int)bits(r, 4);
+    if (index == 15) {
+        *rate = (int)bits(r, 24);
+        return -1;
+    }
+    *rate = index < 13 ? kRates[index] : 0;
+    return index;
+}
+
+static int read_asc(const uint8_t* p, size_t length, Mp4Track* t)
+{
+    BitReader r = {p, length * 8, 0};
+    t->objectType = object_type(&r);
+    t->samplingIndex = rate_index(&r, &t->sampleRate);
+    t->channelConfiguration = (int)bits(&r, 4);
+    t->coreObjectType = t->objectType;
+    if (t->objectType == 5 || t->objectType == 29) {
+        t->sbr = 1;
+        t->ps = t->objectType == 29;
+        rate_index(&r, &t->extensionRate);
+        t->coreObjectType = object_type(&r);
+    }
+    if (t->samplingIndex < 0 || t->sampleRate == 0) return fail(t, "the AAC track's sampling rate has no index ADTS could carry");
+    return 0;
+}
+
+/* An MPEG-4 descriptor's tag and length at *pos (the length in 1..4 bytes of 7 bits). */
+static int descriptor(const uint8_t* data, size_t* pos, size_t end, int* tag, size_t* length)
+{
+    if (*pos >= end) return 0;
+    *tag = data[(*pos)++];
+    *length = 0;
+    for (int i = 0; i < 4; ++i) {
+        if (*pos >= end) return 0;
+        const uint8_t b = data[(*pos)++];
+        *length = *length << 7 | (b & 0x7F);
+        if (!(b & 0x80)) break;
+    }
+    return *length <= end - *pos;
+}
+
+static int read_esds(const uint8_t* data, const Box* esds, Mp4Track* t)
+{
+    size_t pos = esds->body + 4, length;
+    int tag;
+    if (!descriptor(data, &pos, esds->end, &tag, &length) || tag != 3 || length < 3) return fail(t, "damaged esds box");
+    const size_t esEnd = pos + length;
+    const uint8_t flags = data[pos + 2];
+    pos += 3;
+    if (flags & 0x80) pos += 2;
+    if ((flags & 0x40) && pos < esEnd) pos += 1 + (size_t)data[pos];
+    if (flags & 0x20) pos += 2;
+    if (pos > esEnd || !descriptor(data, &pos, esEnd, &tag, &length) || tag != 4 || length < 13)
+        return fail(t, "damaged esds box (no decoder configuration)");
+    const size_t configEnd = pos + length;
+    const int oti = data[pos];
+    pos += 13;
+    if (oti >= 0x66 && oti <= 0x68) {  /* MPEG-2 AAC Main, LC, SSR */
+        t->objectType = oti - 0x65;
+    } else if (oti != 0x40) {
+        return fail(t, "the audio track is not AAC");
+    }
+    if (!descriptor(data, &pos, configEnd, &tag, &length) || tag != 5 || length < 2)
+        return fail(t, "the AAC track has no AudioSpecificConfig");
+    return read_asc(data + pos, length, t);
+}
+
+/* mp4a sample entry: fixed fields (by sound version), then esds (possibly in wave). */
+static int read_sample_entry(const uint8_t* data, const Box* entry, Mp4Track* t)
+{
+    if (entry->type != TAG('m', 'p', '4', 'a')) return fail(t, "the audio track is not AAC (no mp4a sample entry)");
+    if (entry->end - entry->body < 28) return fail(t, "damaged mp4a sample entry");
+    const uint32_t version = be16(data + entry->body + 8);
+    size_t children = entry->body + 28 + (version == 1 ? 16 : version == 2 ? 36 : 0);
+    if (children > entry->end) return fail(t, "damaged mp4a sample entry");
+    Box esds, wave;
+    if (find_box(data, children, entry->end, TAG('e', 's', 'd', 's'), &esds) ||
+        (find_box(data, children, entry->end, TAG('w', 'a', 'v', 'e'), &wave) &&
+         find_box(data, wave.body, wave.end, TAG('e', 's', 'd', 's'), &esds)))
+        return read_esds(data, &esds, t);
+    return fail(t, "the AAC track has no esds box");
+}
+
+/* ------------------------------------------------------------------ sample table */
+
+static int read_sample_table(const uint8_t* data, size_t fileSize, const Box* stbl, Mp4Track* t)
+{
+    Box stsd, stsz, stsc, stco;
+    if (!find_box(data, stbl->body, stbl->end, TAG('s', 't', 's', 'd'), &stsd) || stsd.end - stsd.body < 8)
+        return fail(t, "no sample description (stsd)");
+    size_t pos = stsd.body + 8;
+    Box entry;
+    if (next_box(data, &pos, stsd.end, &entry) != 1) return fail(t, "damaged sample description");
+    if (read_sample_entry(data, &entry, t) != 0) return -1;
+
+    if (!find_box(data, stbl->body, stbl->end, TAG('s', 't', 's', 'z'), &stsz) || stsz.end - stsz.body < 12)
+        return fail(t, "no sample sizes (stsz)");
+    const uint32_t fixedSize = be32(data + stsz.body + 4);
+    uint32_t count = be32(data + stsz.body + 8);
+    if (fixedSize == 0 && count > (stsz.end - stsz.body - 12) / 4) return fail(t, "damaged sample sizes (stsz)");
+    if (fixedSize != 0 && count > fileSize / fixedSize) return fail(t, "sample sizes larger than the file");
+    const int co64 = !find_box(data, stbl->body, stbl->end, TAG('s', 't', 'c', 'o'), &stco);
+    if (co64 && !find_box(data, stbl->body, stbl->end, TAG('c', 'o', '6', '4'), &stco)) return fail(t, "no chunk offsets");
+    if (!find_box(data, stbl->body, stbl->end, TAG('s', 't', 's', 'c'), &stsc) || stsc.end - stsc.body < 8)
+        return fail(t, "no sample-to-chunk table (stsc)");
+    if (stco.end - stco.body < 8) return fail(t, "damaged chunk offsets");
+    const uint32_t chunks = be32(data + stco.body + 4);
+    if (chunks > (stco.end - stco.body - 8) / (co64 ? 8 : 4)) return fail(t, "damaged chunk offsets");
+    const uint32_t runs = be32(data + stsc.body + 4);
+    if (runs > (stsc.end - stsc.body - 8) / 12) return fail(t, "damaged sample-to-chunk table");
+
+    t->offsets = malloc(((size_t)count + 1) * sizeof *t->offsets);
+    t->sizes = malloc(((size_t)count + 1) * sizeof *t->sizes);
+    if (!t->offsets || !t->sizes) return fail(t, "out of memory");
+    uint32_t sample = 0;
+    for (uint32_t run = 0; run < runs && sample < count; ++run) {
+        const uint8_t* e = data + stsc.body + 8 + 12 * (size_t)run;
+        const uint32_t first = be32(e), perChunk = be32(e + 4);
+        const uint32_t last = run + 1 < runs ? be32(e + 12) - 1 : chunks;  /* inclusive, 1-based */
+        if (first < 1 || last > chunks || (run + 1 < runs && last + 1 <= first))
+            return fail(t, "damaged sample-to-chunk table");
+        for (uint32_t chunk = first; chunk <= last && sample < count; ++chunk) {
+            const uint8_t* o = data + stco.body + 8 + (size_t)(chunk - 1) * (co64 ? 8 : 4);
+            uint64_t offset = co64 ? be64(o) : be32(o);
+            for (uint32_t k = 0; k < perChunk && sample < count; ++k, ++sample) {
+                const uint32_t size = fixedSize ? fixedSize : be32(data + stsz.body + 12 + 4 * (size_t)sample);
+                if (offset > fileSize || size > fileSize - offset) return fail(t, "a sample lies outside the file");
+                t->offsets[sample] = offset;
+                t->sizes[sample] = size;
+                offset += size;
+            }
+        }
+    }
+    if (sample < count) return fail(t, "the chunk tables hold fewer samples than stsz lists");
+    t->sampleCount = count;
+    return 0;
+}
+
+/* ------------------------------------------------------------------ metadata */
+
+static void read_ilst(const uint8_t* data, const Box* ilst, Mp4Track* t)
+{
+    size_t pos = ilst->body;
+    Box item;
+    while (next_box(data, &pos, ilst->end, &item) == 1) {
+        Box d, name;
+        if (!find_box(data, item.body, item.end, TAG('d', 'a', 't', 'a'), &d) || d.end - d.body < 8) continue;
+        const uint8_t* text = data + d.body + 8;
+        const size_t length = d.end - d.body - 8;
+        char* field = NULL;
+        size_t capacity = 0;
+        switch (item.type) {
+        case TAG(0xA9, 'n', 'a', 'm'): field = t->tags.title, capacity = sizeof t->tags.title; break;
+        case TAG(0xA9, 'A', 'R', 'T'): field = t->tags.artist, capacity = sizeof t->tags.artist; break;
+        case TAG(0xA9, 'a', 'l', 'b'): field = t->tags.album, capacity = sizeof t->tags.album; break;
+        case TAG(0xA9, 'd', 'a', 'y'): field = t->tags.year, capacity = sizeof t->tags.year; break;
+        case TAG(0xA9, 't', 'o', 'o'): field = t->tags.encoder, capacity = sizeof t->tags.encoder; break;
+        case TAG('-', '-', '-', '-'):
+            if (find_box(data, item.body, item.end, TAG('n', 'a', 'm', 'e'), &name) && name.end - name.body == 4 + 8 &&
+                memcmp(data + name.body + 4, "iTunSMPB", 8) == 0) {
+                char smpb[128];
+                const size_t n = length < sizeof smpb - 1 ? length : sizeof smpb - 1;
+                memcpy(smpb, text, n);
+                smpb[n] = '\0';
+                unsigned long zero, delay, padding;
+                unsigned long long samples;
+                if (sscanf(smpb, " %lx %lx %lx %llx", &zero, &delay, &padding, &samples) == 4) {
+                    t->smpbDelay = (long)delay;
+                    t->smpbPadding = (long)padding;
+                    t->smpbSamples = (long long)samples;
+                }
+            }
+            break;
+        default: break;
+        }
+        if (field && field[0] == '\0') {
+            const size_t n = length < capacity - 1 ? length : capacity - 1;
+            memcpy(field, text, n);
+            field[n] = '\0';
+        }
+    }
+}
+
+static void read_metadata(const uint8_t* data, const Box* moov, Mp4Track* t)
+{
+    Box udta, meta, ilst;
+    if (!find_box(data, moov->body, moov->end, TAG('u', 'd', 't', 'a'), &udta) ||
+        !find_box(data, udta.body, udta.end, TAG('m', 'e', 't', 'a'), &meta) || meta.end - meta.body < 4)
+        return;
+    /* meta is a full box (4 bytes of version and flags) in ISO files, a plain one in QuickTime */
+    size_t children = meta.body + 4;
+    if (meta.end - meta.body >= 8 && be32(data + meta.body + 4) == TAG('h', 'd', 'l', 'r')) children = meta.body;
+    if (find_box(data, children, meta.end, TAG('i', 'l', 's', 't'), &ilst)) read_ilst(data, &ilst, t);
+}
+
+/* ------------------------------------------------------------------ tracks */
+
+static int read_track(const uint8_t* data, size_t size, const Box* trak, uint32_t movieTimescale, Mp4Track* t)
+{
+    Box mdia, hdlr, mdhd, minf, stbl, edts, elst;
+    if (!find_box(data, trak->body, trak->end, TAG('m', 'd', 'i', 'a'), &mdia) ||
+        !find_box(data, mdia.body, mdia.end, TAG('h', 'd', 'l', 'r'), &hdlr) || hdlr.end - hdlr.body < 12 ||
+        be32(data + hdlr.body + 8) != TAG('s', 'o', 'u', 'n'))
+        return 1;  /* not an audio track */
+    if (find_box(data, mdia.body, mdia.end, TAG('m', 'd', 'h', 'd'), &mdhd) && mdhd.end - mdhd.body >= 24 &&
+        (data[mdhd.body] != 1 || mdhd.end - mdhd.body >= 36)) {
+        const int v1 = data[mdhd.body] == 1;
+        t->timescale = be32(data + mdhd.body + (v1 ? 20 : 12));
+        t->duration = v1 ? be64(data + mdhd.body + 24) : be32(data + mdhd.body + 16);
+    }
+    t->editStart = t->editDuration = -1;
+    if (find_box(data, trak->body, trak->end, TAG('e', 'd', 't', 's'), &edts) &&
+        find_box(data, edts.body, edts.end, TAG('e', 'l', 's', 't'), &elst) && elst.end - elst.body >= 8) {
+        const int v1 = data[elst.body] == 1;
+        const uint32_t entries = be32(data + elst.body + 4);
+        const size_t entryBytes = v1 ? 20 : 12;
+        for (uint32_t e = 0; e < entries && e < (elst.end - elst.body - 8) / entryBytes; ++e) {
+            const uint8_t* p = data + elst.body + 8 + e * entryBytes;
+            const uint64_t duration = v1 ? be64(p) : be32(p);
+            const int64_t start = v1 ? (int64_t)be64(p + 8) : (int64_t)(int32_t)be32(p + 4);
+            if (start < 0) continue;  /* an empty edit */
+            t->editStart = start;
+            if (movieTimescale && t->timescale && duration < (1ull << 40)) {
+                t->editDuration = (int64_t)(duration * t->timescale / movieTimescale);
+                /* The movie's time scale (often 1/1000 s) rounds the length; the track's
+                 * own duration after the start is exact when it agrees within a tick. */
+                const int64_t exact = (int64_t)t->duration - start;
+                const int64_t tick = t->timescale / movieTimescale + 1;
+                if (t->duration < (1ull << 62) && exact > 0 && exact - t->editDuration <= tick &&
+                    t->editDuration - exact <= tick)
+                    t->editDuration = exact;
+            }
+            break;
+        }
+    }
+    if (!find_box(data, mdia.body, mdia.end, TAG('m', 'i', 'n', 'f'), &minf) ||
+        !find_box(data, minf.body, minf.end, TAG('s', 't', 'b', 'l'), &stbl))
+        return fail(t, "the audio track has no sample table");
+    return read_sample_table(data, size, &stbl, t);
+}
+
+int mp4_read(const uint8_t* data, size_t size, Mp4Track* t)
+{
+    memset(t, 0, sizeof *t);
+    t->smpbDelay = t->smpbPadding = -1;
+    t->smpbSamples = -1;
+    Box moov, mvhd, trak;
+    size_t pos = 0;
+    int r, fragmented = 0, found = 0;
+    while ((r = next_box(data, &pos, size, &moov)) == 1) {
+        if (moov.type == TAG('m', 'o', 'o', 'f')) fragmented = 1;
+        if (moov.type == TAG('m', 'o', 'o', 'v')) {
+            found = 1;
+            break;
+        }
+    }
+    if (!found) return fail(t, r < 0 ? "damaged MP4 file (a box runs past the end)" : "MP4 file without a movie box (moov)");
+    uint32_t movieTimescale = 0;
+    if (find_box(data, moov.body, moov.end, TAG('m', 'v', 'h', 'd'), &mvhd) && mvhd.end - mvhd.body >= 24)
+        movieTimescale = be32(data + mvhd.body + (data[mvhd.body] == 1 ? 20 : 12));
+    read_metadata(data, &moov, t);
+    pos = moov.body;
+    while ((r = next_box(data, &pos, moov.end, &trak)) == 1) {
+        if (trak.type != TAG('t', 'r', 'a', 'k')) continue;
+        const int result = read_track(data, size, &trak, movieTimescale, t);
+        if (result <= 0) {
+            if (result == 0 && t->sampleCount == 0)
+                return fail(t, fragmented ? "fragmented MP4 files are not read" : "the AAC track has no samples");
+            return result;
+        }
+    }
+    return fail(t, "no audio track in the MP4 file");
+}
+
+void mp4_free(Mp4Track* t)
+{
+    free(t->offsets);
+    free(t->sizes);
+    t->offsets = NULL;
+    t->sizes = NULL;
+}
+
+int mp4_adts_header(const Mp4Track* t, size_t payloadBytes, uint8_t* h)
+{
+    const size_t length = payloadBytes + 7;
+    if (t->coreObjectType < 1 || t->coreObjectType > 4 || t->channelConfiguration < 1 ||
+        t->channelConfiguration > 7 || t->samplingIndex < 0 || t->samplingIndex > 12 || length > 8191)
+        return -1;
+    const int profile = t->coreObjectType - 1, cc = t->channelConfiguration;
+    h[0] = 0xFF;
+    h[1] = 0xF1;  /* MPEG-4, layer 0, no CRC */
+    h[2] = (uint8_t)(profile << 6 | t->samplingIndex << 2 | cc >> 2);
+    h[3] = (uint8_t)((cc & 3) << 6 | (int)(length >> 11));
+    h[4] = (uint8_t)(length >> 3);
+    h[5] = (uint8_t)((length & 7) << 5 | 0x1F);
+    h[6] = 0xFC;  /* buffer fullness 0x7FF (variable), one raw data block */
+    return 0;
+}
