@@ -9,6 +9,7 @@
  *   adjustment     sbr_dequantize, sbr_hf_adjust (sbr_hfadj.c)
  *   QMF matrix     low band delayed by t_HFAdj slots, the adjusted high band, and the
  *                  previous frame's high band where its last envelope reaches over
+ *   PS             ps_apply (ps_decoder.c): a mono element becomes left and right
  *   synthesis      64-band QMF to 2048 samples (32-band down-sampling synthesis to
  *                  1024 with --downsample)
  *
@@ -42,6 +43,7 @@ typedef struct {
     SbrFrame frame[2];
     SbrChannel* ch[2];
     Banks banks[2];
+    PsState* ps;
     int created;
 } SbrSlot;
 
@@ -87,6 +89,7 @@ void aac_sbr_free(AacSbr* s)
             free(e->ch[c]);
             if (e->created) free_banks(&e->banks[c]);
         }
+        ps_free(e->ps);
     }
     free(s);
 }
@@ -154,8 +157,9 @@ static int create_slot(AacSbr* s, SbrSlot* e)
         }
         if (st < 0) return -1;
     }
+    e->ps = ps_create();
     e->created = 1;
-    return 0;
+    return e->ps ? 0 : -1;
 }
 
 /* 32 core samples per slot into the low band rows 8..39 of the channel. */
@@ -285,8 +289,12 @@ static int render_slot(AacSbr* s, SbrSlot* e, float* const* pcm, int concealed)
     if (stereo) {
         const PsData* ps = &e->reader.ps;
         if (ps->headerSeen) s->psSeen = 1;
-        memcpy(s->xRe[1], s->xRe[0], sizeof s->xRe[1]);  /* parametric stereo: not yet applied */
-        memcpy(s->xIm[1], s->xIm[0], sizeof s->xIm[1]);
+        if (ps->headerSeen && !lowPower) {
+            ps_apply(e->ps, ps, s->xRe[0], s->xIm[0], s->xRe[1], s->xIm[1], kx + m);
+        } else {
+            memcpy(s->xRe[1], s->xRe[0], sizeof s->xRe[1]);
+            memcpy(s->xIm[1], s->xIm[0], sizeof s->xIm[1]);
+        }
     }
     for (int c = 0; c < (stereo ? 2 : channels); ++c) {
         const int out = stereo ? e->outputs[0] + c : e->outputs[c];
