@@ -51,6 +51,7 @@ struct AacSbr {
     int coreRate, mode, enabled, monoToStereo;
     int slotCount;
     int blockHasSbr, psSeen;
+    int goodCount, goodChannels[MAX_SLOTS], goodOutputs[MAX_SLOTS][2];  /* the last clean block's elements */
     SbrSlot slots[MAX_SLOTS];
     /* work rows shared by the elements */
     float hRe[SBR_XSLOTS][64], hIm[SBR_XSLOTS][64];
@@ -307,6 +308,21 @@ int aac_sbr_render(AacSbr* s, float* const* pcm, int channels, int concealed, in
 {
     (void)channels;
     *damaged = 0;
+    if (concealed) {
+        /* a corrupt block: its elements are unknown, the last clean block's run on */
+        s->slotCount = s->goodCount;
+        for (int i = 0; i < s->slotCount; ++i) {
+            s->slots[i].channels = s->goodChannels[i];
+            memcpy(s->slots[i].outputs, s->goodOutputs[i], sizeof s->goodOutputs[i]);
+            s->slots[i].hasPayload = 0;
+        }
+    } else {
+        s->goodCount = s->slotCount;
+        for (int i = 0; i < s->slotCount; ++i) {
+            s->goodChannels[i] = s->slots[i].channels;
+            memcpy(s->goodOutputs[i], s->slots[i].outputs, sizeof s->goodOutputs[i]);
+        }
+    }
     for (int i = 0; i < s->slotCount; ++i) {
         SbrSlot* e = &s->slots[i];
         if (!e->created && create_slot(s, e) != 0) {
