@@ -146,6 +146,7 @@ static int create_slot(AacSbr* s, SbrSlot* e)
         e->ch[c] = (SbrChannel*)calloc(1, sizeof(SbrChannel));
         if (!e->ch[c]) return -1;
         e->ch[c]->prevEnd = SBR_SLOTS;
+        e->ch[c]->lowPower = s->mode == SBR_MODE_LP;
         Banks* b = &e->banks[c];
         ZamStatus st;
         if (s->mode == SBR_MODE_LP) st = zamsAnalysisFilterInitAlloc_SBR_RToR_32f(&b->lp);
