@@ -52,10 +52,16 @@ Wav readWav(const std::string& path)
     return w;
 }
 
-// Runs the tool; returns its exit status, or -1 when a signal ended it.
+const std::string kStderr = "/tmp/zamac-he-stderr.txt";
+
+// Runs the tool; returns its exit status, or -1 when a signal ended it, or -2 when a
+// sanitizer reported a finding (the sanitizer build).
 int decode(const std::string& input, const std::string& output, const std::string& options = "")
 {
-    const int status = std::system((kTool + " " + options + " -o '" + output + "' '" + input + "' 2>/dev/null").c_str());
+    const int status =
+        std::system((kTool + " " + options + " -o '" + output + "' '" + input + "' 2>" + kStderr).c_str());
+    const std::string err = slurp(kStderr);
+    if (err.find("Sanitizer") != std::string::npos || err.find("runtime error") != std::string::npos) return -2;
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
