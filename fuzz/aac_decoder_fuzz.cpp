@@ -17,6 +17,7 @@ extern "C" {
 #include "../tools/zamac-decode/aac_layout.c"
 #include "../tools/zamac-decode/aac_prediction.c"
 #include "../tools/zamac-decode/aac_sf_code.c"
+#include "../tools/zamac-decode/ps_decoder.c"
 #include "../tools/zamac-decode/sbr_bitstream.c"
 #include "../tools/zamac-decode/sbr_decoder.c"
 #include "../tools/zamac-decode/sbr_freq.c"

@@ -132,6 +132,8 @@ typedef struct {
     int histValid, histM;
     uint8_t sinePrev[SBR_MAX_BANDS];  /* S_IndexMapped of the previous frame's last envelope */
     int indexNoise, indexSine;
+    int lowPower;                     /* real-valued data; the gains get the aliasing reduction */
+    float degreeAlias[64];            /* low power: aliasing degree of each high band */
 } SbrChannel;
 
 /* High-frequency generation into xHigh (same row layout as the low band): rows

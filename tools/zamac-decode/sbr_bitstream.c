@@ -90,6 +90,7 @@ static int read_grid(SbrBits* b, SbrFrame* fr, int ampRes)
         for (int i = 0; i < numRel0; ++i) rel0[i] = 2 * (int)sbr_bits_read(b, 2) + 2;
         for (int i = 0; i < numRel1; ++i) rel1[i] = 2 * (int)sbr_bits_read(b, 2) + 2;
         fr->numEnv = numRel0 + numRel1 + 1;
+        if (fr->numEnv > SBR_MAX_ENV - 1) return -1;
         fr->pointer = (int)sbr_bits_read(b, pointer_bits(fr->numEnv));
         for (int l = 0; l < fr->numEnv; ++l) {
             const int res = (int)sbr_bits_read(b, 1);

@@ -9,6 +9,7 @@
  *   adjustment     sbr_dequantize, sbr_hf_adjust (sbr_hfadj.c)
  *   QMF matrix     low band delayed by t_HFAdj slots, the adjusted high band, and the
  *                  previous frame's high band where its last envelope reaches over
+ *   PS             ps_apply (ps_decoder.c): a mono element becomes left and right
  *   synthesis      64-band QMF to 2048 samples (32-band down-sampling synthesis to
  *                  1024 with --downsample)
  *
@@ -42,6 +43,7 @@ typedef struct {
     SbrFrame frame[2];
     SbrChannel* ch[2];
     Banks banks[2];
+    PsState* ps;
     int created;
 } SbrSlot;
 
@@ -49,6 +51,7 @@ struct AacSbr {
     int coreRate, mode, enabled, monoToStereo;
     int slotCount;
     int blockHasSbr, psSeen;
+    int goodCount, goodChannels[MAX_SLOTS], goodOutputs[MAX_SLOTS][2];  /* the last clean block's elements */
     SbrSlot slots[MAX_SLOTS];
     /* work rows shared by the elements */
     float hRe[SBR_XSLOTS][64], hIm[SBR_XSLOTS][64];
@@ -87,6 +90,7 @@ void aac_sbr_free(AacSbr* s)
             free(e->ch[c]);
             if (e->created) free_banks(&e->banks[c]);
         }
+        ps_free(e->ps);
     }
     free(s);
 }
@@ -142,6 +146,7 @@ static int create_slot(AacSbr* s, SbrSlot* e)
         e->ch[c] = (SbrChannel*)calloc(1, sizeof(SbrChannel));
         if (!e->ch[c]) return -1;
         e->ch[c]->prevEnd = SBR_SLOTS;
+        e->ch[c]->lowPower = s->mode == SBR_MODE_LP;
         Banks* b = &e->banks[c];
         ZamStatus st;
         if (s->mode == SBR_MODE_LP) st = zamsAnalysisFilterInitAlloc_SBR_RToR_32f(&b->lp);
@@ -154,8 +159,9 @@ static int create_slot(AacSbr* s, SbrSlot* e)
         }
         if (st < 0) return -1;
     }
+    e->ps = ps_create();
     e->created = 1;
-    return 0;
+    return e->ps ? 0 : -1;
 }
 
 /* 32 core samples per slot into the low band rows 8..39 of the channel. */
@@ -285,8 +291,12 @@ static int render_slot(AacSbr* s, SbrSlot* e, float* const* pcm, int concealed)
     if (stereo) {
         const PsData* ps = &e->reader.ps;
         if (ps->headerSeen) s->psSeen = 1;
-        memcpy(s->xRe[1], s->xRe[0], sizeof s->xRe[1]);  /* parametric stereo: not yet applied */
-        memcpy(s->xIm[1], s->xIm[0], sizeof s->xIm[1]);
+        if (ps->headerSeen && !lowPower) {
+            ps_apply(e->ps, ps, s->xRe[0], s->xIm[0], s->xRe[1], s->xIm[1], kx + m);
+        } else {
+            memcpy(s->xRe[1], s->xRe[0], sizeof s->xRe[1]);
+            memcpy(s->xIm[1], s->xIm[0], sizeof s->xIm[1]);
+        }
     }
     for (int c = 0; c < (stereo ? 2 : channels); ++c) {
         const int out = stereo ? e->outputs[0] + c : e->outputs[c];
@@ -299,6 +309,21 @@ int aac_sbr_render(AacSbr* s, float* const* pcm, int channels, int concealed, in
 {
     (void)channels;
     *damaged = 0;
+    if (concealed) {
+        /* a corrupt block: its elements are unknown, the last clean block's run on */
+        s->slotCount = s->goodCount;
+        for (int i = 0; i < s->slotCount; ++i) {
+            s->slots[i].channels = s->goodChannels[i];
+            memcpy(s->slots[i].outputs, s->goodOutputs[i], sizeof s->goodOutputs[i]);
+            s->slots[i].hasPayload = 0;
+        }
+    } else {
+        s->goodCount = s->slotCount;
+        for (int i = 0; i < s->slotCount; ++i) {
+            s->goodChannels[i] = s->slots[i].channels;
+            memcpy(s->goodOutputs[i], s->slots[i].outputs, sizeof s->goodOutputs[i]);
+        }
+    }
     for (int i = 0; i < s->slotCount; ++i) {
         SbrSlot* e = &s->slots[i];
         if (!e->created && create_slot(s, e) != 0) {

@@ -41,6 +41,47 @@ void sbr_dequantize(const SbrFreq* f, const SbrFrame* fr, int channels, int coup
     }
 }
 
+/* Low power: bands whose real-valued signals alias into each other get a common
+ * gain, blended with their own by the degree of aliasing, at the group's energy. */
+static void aliasing_reduction(const float* degree, const float* eCurr, float* gain, int m)
+{
+    int borders[2 * SBR_MAX_BANDS + 2], count = 0, grouping = 0;
+    for (int k = 0; k < m - 1; ++k) {
+        if (degree[k + 1] != 0.0f) {
+            if (!grouping) {
+                borders[count++] = k;
+                grouping = 1;
+            } else if (borders[count - 1] + 3 == k) {
+                borders[count++] = k + 1;
+                grouping = 0;
+            }
+        } else if (grouping) {
+            borders[count++] = k + 1;
+            grouping = 0;
+        }
+    }
+    if (grouping) borders[count++] = m;
+    for (int g = 0; g + 1 < count; g += 2) {
+        const int start = borders[g], stop = borders[g + 1];
+        float nrgOrig = 0.0f, nrgAmp = 0.0f, nrgMod = 0.0f;
+        for (int k = start; k < stop; ++k) {
+            nrgOrig += eCurr[k];
+            nrgAmp += eCurr[k] * gain[k] * gain[k];
+        }
+        if (nrgOrig <= 0.0f) continue;
+        const float groupGain = nrgAmp / nrgOrig;
+        float energyGain[SBR_MAX_BANDS];
+        for (int k = start; k < stop; ++k) {
+            float alpha = degree[k];
+            if (k < m - 1 && degree[k + 1] > alpha) alpha = degree[k + 1];
+            energyGain[k] = alpha * groupGain + (1.0f - alpha) * gain[k] * gain[k];
+            nrgMod += energyGain[k] * eCurr[k];
+        }
+        const float compensation = nrgMod > 0.0f ? nrgAmp / nrgMod : 1.0f;
+        for (int k = start; k < stop; ++k) gain[k] = sqrtf(energyGain[k] * compensation);
+    }
+}
+
 /* Gains, noise and sinusoid levels of one envelope, per QMF band m - kx. */
 typedef struct {
     float gain[SBR_MAX_BANDS], noise[SBR_MAX_BANDS], sine[SBR_MAX_BANDS];
@@ -50,7 +91,6 @@ static void envelope_gains(const SbrChannel* ch, const SbrFreq* f, const SbrHead
                            const float* envOrig, const float* noiseOrig, const uint8_t* sineIndex, int delta,
                            const float (*hRe)[64], const float (*hIm)[64], EnvelopeGains* out)
 {
-    (void)ch;
     const int kx = f->kx, m = f->m;
     const int res = fr->freqRes[l];
     const uint8_t* table = f->fTable[res];
@@ -67,10 +107,13 @@ static void envelope_gains(const SbrChannel* ch, const SbrFreq* f, const SbrHead
     for (int i = 0; i < f->nQ; ++i)
         for (int k = f->fNoise[i]; k < f->fNoise[i + 1]; ++k) q[k - kx] = noiseOrig[i];
 
-    /* energy of the generated band over the envelope */
+    /* energy of the generated band over the envelope; real-valued subband samples carry
+     * half the energy of complex ones for the same signal (and the real synthesis
+     * gives them twice the weight), so low power counts them twice */
     const int first = 2 * fr->tEnv[l] + SBR_HFADJ, last = 2 * fr->tEnv[l + 1] + SBR_HFADJ;
+    const float realScale = ch->lowPower ? 2.0f : 1.0f;
     if (h->interpolFreq) {
-        const float scale = 1.0f / (float)(last - first);
+        const float scale = realScale / (float)(last - first);
         for (int j = 0; j < m; ++j) {
             float sum = 0.0f;
             for (int s = first; s < last; ++s) sum += hRe[s][kx + j] * hRe[s][kx + j] + hIm[s][kx + j] * hIm[s][kx + j];
@@ -81,7 +124,7 @@ static void envelope_gains(const SbrChannel* ch, const SbrFreq* f, const SbrHead
             float sum = 0.0f;
             for (int k = table[i]; k < table[i + 1]; ++k)
                 for (int s = first; s < last; ++s) sum += hRe[s][k] * hRe[s][k] + hIm[s][k] * hIm[s][k];
-            sum /= (float)((last - first) * (table[i + 1] - table[i]));
+            sum *= realScale / (float)((last - first) * (table[i + 1] - table[i]));
             for (int k = table[i]; k < table[i + 1]; ++k) eCurr[k - kx] = sum;
         }
     }
@@ -119,6 +162,7 @@ static void envelope_gains(const SbrChannel* ch, const SbrFreq* f, const SbrHead
             out->sine[j] *= boost;
         }
     }
+    if (ch->lowPower) aliasing_reduction(ch->degreeAlias + kx, eCurr, out->gain, m);
 }
 
 void sbr_hf_adjust(SbrChannel* ch, const SbrFreq* f, const SbrHeader* h, const SbrFrame* fr,

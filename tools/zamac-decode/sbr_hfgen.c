@@ -23,6 +23,35 @@ static void chirp_factors(SbrChannel* ch, const SbrFreq* f, const SbrFrame* fr, 
     }
 }
 
+/* Low power: the degree of aliasing of each source band from the signs of the first
+ * reflection coefficients r(k) = -phi(0,1)/phi(1,1) of it and its two neighbours
+ * below (ISO/IEC 14496-3, low-power high-frequency generation). */
+static void aliasing_degree(const SbrChannel* ch, int k0, float* degree)
+{
+    float r[64];
+    for (int k = 0; k < k0; ++k) {
+        float p01 = 0.0f, p11 = 0.0f;
+        for (int n = 0; n < SBR_XSLOTS - 2; ++n) {
+            p01 += ch->xRe[n + 2][k] * ch->xRe[n + 1][k];
+            p11 += ch->xRe[n + 1][k] * ch->xRe[n + 1][k];
+        }
+        r[k] = p11 > 0.0f ? -p01 / p11 : 0.0f;
+        r[k] = r[k] > 1.0f ? 1.0f : r[k] < -1.0f ? -1.0f : r[k];
+        degree[k] = 0.0f;
+    }
+    for (int k = 2; k < k0; ++k) {
+        const float sign = (k & 1) ? 1.0f : -1.0f;  /* even bands look for r < 0, odd ones for r > 0 */
+        if (sign * r[k] <= 0.0f) continue;
+        const float partial = 1.0f - r[k - 1] * r[k - 1];
+        if (sign * r[k - 1] > 0.0f) {
+            degree[k] = 1.0f;
+            if (sign * r[k - 2] < 0.0f) degree[k - 1] = partial;
+        } else if (sign * r[k - 2] < 0.0f) {
+            degree[k] = partial;
+        }
+    }
+}
+
 void sbr_hf_generate(SbrChannel* ch, const SbrFreq* f, const SbrFrame* fr, float (*hRe)[64], float (*hIm)[64],
                      int lowPower)
 {
@@ -39,11 +68,15 @@ void sbr_hf_generate(SbrChannel* ch, const SbrFreq* f, const SbrFrame* fr, float
     if (lowPower) zamsPredictCoef_SBR_R_32f_D2L(rowsRe, a0Re, a1Re, f->k0, SBR_XSLOTS - 2);
     else zamsPredictCoef_SBR_C_32f_D2L(rowsRe, rowsIm, a0Re, a0Im, a1Re, a1Im, f->k0, SBR_XSLOTS - 2);
 
+    float degree[64];
+    if (lowPower) aliasing_degree(ch, f->k0, degree);
     const int first = 2 * fr->tEnv[0] + SBR_HFADJ, last = 2 * fr->tEnv[fr->numEnv] + SBR_HFADJ;
     int k = f->kx, g = 0;
     for (int i = 0; i < f->numPatches; ++i) {
         for (int x = 0; x < f->patchBands[i]; ++x, ++k) {
             const int p = f->patchStart[i] + x;
+            /* a patch's first band does not continue the band below it */
+            if (lowPower) ch->degreeAlias[k] = x == 0 ? 0.0f : degree[p];
             while (g + 1 < f->nQ && k >= f->fNoise[g + 1]) ++g;
             const float b = bw[g], b2 = b * b;
             const float c0r = b * a0Re[p], c0i = b * a0Im[p], c1r = b2 * a1Re[p], c1i = b2 * a1Im[p];
