@@ -12,7 +12,8 @@ typedef struct {
     int quality;           /* 0: average bit rate; 1..100: quality-driven VBR */
     int bandwidth;         /* Hz; 0: chosen from the rate */
     int noMidSide;         /* disables M/S stereo */
-    int noTns;             /* disables temporal noise shaping */
+    int noPns;             /* disables noise substitution (otherwise used at low rates) */
+    int tns;               /* enables temporal noise shaping of long windows */
 } AacConfig;
 
 /* Where the PCM comes from: read() fills up to `frames` interleaved frames of float

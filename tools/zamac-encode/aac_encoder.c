@@ -44,6 +44,7 @@ typedef struct {
     float* buffer[AAC_MAX_CHANNELS]; /* 3072 samples: previous, current and next frame */
     int sequence[4], shape[4], attack[4], attackWindow[4];
     int maxSfbLong, maxSfbShort;
+    int pns;               /* noise substitution allowed */
 
     MdctFwdSpec_32f* mdctLong;
     MdctFwdSpec_32f* mdctShort;
@@ -170,6 +171,7 @@ static int encoder_init(AacEncoder* e, const AacConfig* cfg)
     }
     for (int c = 0; c < n; ++c) e->inputOf[c] = kInput[n][c];
 
+    aac_quant_init();
     make_windows(e->longWindow[AAC_SHAPE_SINE], e->longWindow[AAC_SHAPE_KBD], 2048, 4.0);
     make_windows(e->shortWindow[AAC_SHAPE_SINE], e->shortWindow[AAC_SHAPE_KBD], 256, 6.0);
     int wl = 0, ws = 0;
@@ -201,6 +203,10 @@ static int encoder_init(AacEncoder* e, const AacConfig* cfg)
     e->maxSfbShort = bands_below(&kAacSwbShort[e->samplingIndex], (lines + 7) / 8);
 
     e->meanBits = (double)cfg->bitRate * 1024.0 / cfg->sampleRate;
+    {
+        const int perChannel = cfg->quality > 0 ? 32000 + cfg->quality * 500 : cfg->bitRate / (n >= 6 ? 5 : n);
+        e->pns = !cfg->noPns && perChannel < (getenv("AAC_PNSRATE") ? atoi(getenv("AAC_PNSRATE")) : 64000);
+    }
     e->maxFrameBits = 6144 * n;
     if (e->maxFrameBits > 8191 * 8 - 64) e->maxFrameBits = 8191 * 8 - 64;
     e->maxReservoir = e->maxFrameBits - e->meanBits;
@@ -285,7 +291,7 @@ static void analyse_element(AacEncoder* e, int index)
         if (w >= 0 && (attackWindow < 0 || w < attackWindow)) attackWindow = w;
         attackNext |= w >= 0;
     }
-    if (el->type == AAC_LFE) attackNext = 0;
+    if (el->type == AAC_LFE || getenv("AAC_NOSHORT")) attackNext = 0;
     const int previous = e->sequence[index];
     const int previousShape = e->shape[index];
     const int sequence = next_sequence(previous, e->attack[index], attackNext);
@@ -318,7 +324,7 @@ static void analyse_element(AacEncoder* e, int index)
             ch->numGroups = 1;
             ch->groupLen[0] = 1;
             ch->grouping = 0;
-            if (!e->cfg.noTns && el->type != AAC_LFE)
+            if (e->cfg.tns && el->type != AAC_LFE)
                 aac_tns_analyse(ch, e->samplingIndex, e->cfg.sampleRate);
             else
                 ch->tnsPresent = 0;
@@ -334,13 +340,24 @@ static void analyse_element(AacEncoder* e, int index)
             aac_psy_group(ch, winEnergy, thisAttackWindow);
             interleave(ch, ch->pow34, ch->spec);
         }
-        aac_psy_analyse(&e->psy[el->first + c], ch, 6.0f);
+        aac_psy_analyse(&e->psy[el->first + c], ch, getenv("AAC_SNR") ? atof(getenv("AAC_SNR")) : 6.0f);
     }
     if (el->type == AAC_CPE) {
         if (e->cfg.noMidSide)
             el->msMaskPresent = 0;
         else
             aac_stereo_decide(el, &e->ch[el->first], &e->ch[el->first + 1]);
+    }
+    /* noise substitution at low rates: noise-like long-window bands above 4 kHz, not M/S */
+    for (int c = 0; c < count; ++c) {
+        AacChannel* ch = &e->ch[el->first + c];
+        memset(ch->noiseCandidate, 0, sizeof ch->noiseCandidate);
+        if (!e->pns || sequence == AAC_EIGHT_SHORT || el->type == AAC_LFE) continue;
+        for (int b = 0; b < ch->maxSfb; ++b) {
+            const double hz = ch->swb[b] * (double)e->cfg.sampleRate / 2048.0;
+            const int ms = el->type == AAC_CPE && el->msMaskPresent && el->msUsed[b];
+            ch->noiseCandidate[b] = hz >= 4000.0 && !ms && ch->tonality[b] < 0.3f;
+        }
     }
 }
 
@@ -445,7 +462,7 @@ static int encode_frame(AacEncoder* e, FILE* out, AacEncodeStats* stats)
         if (after > e->maxReservoir) fill = (int)(after - e->maxReservoir) + 8;
     }
     const int bytes = build_frame(e, fill);
-    if (getenv("AAC_DEBUG") && stats->frames == 10) {
+    if (getenv("AAC_DUMP") && stats->frames == atoi(getenv("AAC_DUMP"))) {
         const AacChannel* c = &e->ch[0];
         for (int b = 0; b < c->maxSfb; ++b) {
             int m = 0;

@@ -40,6 +40,8 @@ typedef struct {
     float threshold[8 * AAC_BANDS];
     float sumSqrt[8 * AAC_BANDS]; /* sum of |x|^(1/2) over the band */
     float maxAbs[8 * AAC_BANDS];
+    float tonality[8 * AAC_BANDS];     /* 0 noise .. 1 tone */
+    uint8_t noiseCandidate[8 * AAC_BANDS]; /* may be coded as noise (PNS) */
 
     /* quantization result */
     int sf[8 * AAC_BANDS];
@@ -94,6 +96,7 @@ void aac_psy_analyse(const AacPsyState* psy, AacChannel* ch, float snrDb);
 void aac_stereo_decide(AacElement* el, AacChannel* left, AacChannel* right);
 
 /* aac_quant.c */
+void aac_quant_init(void); /* once, before the first frame */
 /* Quantizes a channel with the thresholds scaled by 2^(offset / 4) (offset in scale-factor
  * steps of 1.5 dB), chooses code books and sections; returns the bits of its individual
  * channel stream (global gain, section data, scale factors, TNS, spectral data). */

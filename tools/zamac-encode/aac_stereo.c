@@ -44,13 +44,13 @@ void aac_stereo_decide(AacElement* el, AacChannel* l, AacChannel* r)
                 x[k] = m;
                 y[k] = s;
                 const float am = fabsf(m), as = fabsf(s);
-                l->pow34[start + k] = sqrtf(am * sqrtf(am));
-                r->pow34[start + k] = sqrtf(as * sqrtf(as));
                 sm += sqrtf(am);
                 ss += sqrtf(as);
                 if (am > mm) mm = am;
                 if (as > ms) ms = as;
             }
+            zamsPow34_32f(x, l->pow34 + start, n);
+            zamsPow34_32f(y, r->pow34 + start, n);
             l->energy[i] = em;
             r->energy[i] = es;
             l->threshold[i] = r->threshold[i] = tms;
