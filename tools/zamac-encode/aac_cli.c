@@ -23,7 +23,9 @@ static long read_input(void* ctx, float* out, long frames)
     return got < 0 ? 0 : got;
 }
 
-int main(int argc, char** argv)
+/* Weak, so that the tool's own command line (main.c), once it takes AAC output over,
+ * replaces this one without a clash. */
+__attribute__((weak)) int main(int argc, char** argv)
 {
     tool_set_name("zamac-encode");
     if (tool_check_cpu() != 0) return TOOL_EXIT_FAILURE;

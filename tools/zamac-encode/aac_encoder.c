@@ -100,17 +100,18 @@ static void* aligned_zeroed(size_t bytes)
     return p;
 }
 
+/* Audio bandwidth: full (20 kHz) from 40 kb/s per channel, narrower below; noise
+ * substitution keeps the upper bands alive at low rates. */
 static int bandwidth_for(const AacConfig* cfg)
 {
-    if (cfg->bandwidth > 0) return cfg->bandwidth;
-    int perChannel;
-    if (cfg->quality > 0)
-        perChannel = 32000 + cfg->quality * 1000;
-    else
-        perChannel = cfg->bitRate / (cfg->channels >= 6 ? 5 : cfg->channels);
-    double bw = 3000.0 + perChannel * 0.22;
-    if (bw > 20000.0) bw = 20000.0;
-    return (int)bw;
+    int bw = cfg->bandwidth;
+    if (bw <= 0) {
+        const int perChannel = cfg->quality > 0 ? 32000 + cfg->quality * 500
+                                                : cfg->bitRate / (cfg->channels >= 6 ? 5 : cfg->channels);
+        bw = perChannel >= 40000 ? 20000 : 8000 + perChannel / 4;
+    }
+    if (bw > cfg->sampleRate / 2) bw = cfg->sampleRate / 2;
+    return bw;
 }
 
 static int bands_below(const AacBandTable* t, int lines)
@@ -205,7 +206,7 @@ static int encoder_init(AacEncoder* e, const AacConfig* cfg)
     e->meanBits = (double)cfg->bitRate * 1024.0 / cfg->sampleRate;
     {
         const int perChannel = cfg->quality > 0 ? 32000 + cfg->quality * 500 : cfg->bitRate / (n >= 6 ? 5 : n);
-        e->pns = !cfg->noPns && perChannel < (getenv("AAC_PNSRATE") ? atoi(getenv("AAC_PNSRATE")) : 64000);
+        e->pns = !cfg->noPns && perChannel < 64000;
     }
     e->maxFrameBits = 6144 * n;
     if (e->maxFrameBits > 8191 * 8 - 64) e->maxFrameBits = 8191 * 8 - 64;
@@ -291,7 +292,7 @@ static void analyse_element(AacEncoder* e, int index)
         if (w >= 0 && (attackWindow < 0 || w < attackWindow)) attackWindow = w;
         attackNext |= w >= 0;
     }
-    if (el->type == AAC_LFE || getenv("AAC_NOSHORT")) attackNext = 0;
+    if (el->type == AAC_LFE) attackNext = 0;
     const int previous = e->sequence[index];
     const int previousShape = e->shape[index];
     const int sequence = next_sequence(previous, e->attack[index], attackNext);
@@ -340,7 +341,7 @@ static void analyse_element(AacEncoder* e, int index)
             aac_psy_group(ch, winEnergy, thisAttackWindow);
             interleave(ch, ch->pow34, ch->spec);
         }
-        aac_psy_analyse(&e->psy[el->first + c], ch, getenv("AAC_SNR") ? atof(getenv("AAC_SNR")) : 6.0f);
+        aac_psy_analyse(&e->psy[el->first + c], ch, 6.0f);
     }
     if (el->type == AAC_CPE) {
         if (e->cfg.noMidSide)
@@ -462,23 +463,6 @@ static int encode_frame(AacEncoder* e, FILE* out, AacEncodeStats* stats)
         if (after > e->maxReservoir) fill = (int)(after - e->maxReservoir) + 8;
     }
     const int bytes = build_frame(e, fill);
-    if (getenv("AAC_DUMP") && stats->frames == atoi(getenv("AAC_DUMP"))) {
-        const AacChannel* c = &e->ch[0];
-        for (int b = 0; b < c->maxSfb; ++b) {
-            int m = 0;
-            for (int k = c->swb[b]; k < c->swb[b + 1]; ++k) m = abs(c->q[k]) > m ? abs(c->q[k]) : m;
-            fprintf(stderr, "b%d e=%.3g thr=%.3g sf=%d cb=%d qmax=%d maxabs=%.3g\n", b, c->energy[b], c->threshold[b], c->sf[b], c->cb[b], m, c->maxAbs[b]);
-        }
-    }
-    if (getenv("AAC_DEBUG")) fprintf(stderr, "frame %ld offset %d bits %d seq %d\n", stats->frames, e->offset, bits, e->sequence[0]);
-    if (e->cfg.quality == 0) {
-        /* the reservoir after this frame, from its real size */
-        e->reservoir = reservoirBefore + e->meanBits - 8.0 * bytes;
-        if (e->reservoir > e->maxReservoir) e->reservoir = e->maxReservoir;
-        if (e->reservoir < 0) e->reservoir = 0;
-        fullness = (int)(e->reservoir / (32.0 * e->cfg.channels));
-        if (fullness > 0x7FE) fullness = 0x7FE;
-    }
     aac_write_adts_header(e->out, e->samplingIndex, e->cfg.channels, bytes, fullness);
     if (fwrite(e->out, 1, (size_t)bytes, out) != (size_t)bytes) return -1;
     stats->frames++;

@@ -7,7 +7,6 @@
  * exactly the filter the decoder inverts.
  */
 #include <math.h>
-#include <stdlib.h>
 #include <string.h>
 
 #include "aac_encoder.h"
@@ -49,9 +48,7 @@ void aac_tns_analyse(AacChannel* ch, int samplingIndex, int sampleRate)
         err *= 1.0 - k * k;
     }
     const double gain = r[0] / err;
-    static double minGain = -1;
-    if (minGain < 0) minGain = getenv("AAC_TNSGAIN") ? atof(getenv("AAC_TNSGAIN")) : 1.4;
-    if (gain < minGain) return;
+    if (gain < 1.4) return;
 
     /* quantize: the decoder's coefficient is sin(i / ((8 -/+ 0.5) / (pi / 2))) */
     int order = 0;
