@@ -463,6 +463,14 @@ static int encode_frame(AacEncoder* e, FILE* out, AacEncodeStats* stats)
         if (after > e->maxReservoir) fill = (int)(after - e->maxReservoir) + 8;
     }
     const int bytes = build_frame(e, fill);
+    if (e->cfg.quality == 0) {
+        /* the reservoir after this frame, from its real size */
+        e->reservoir = reservoirBefore + e->meanBits - 8.0 * bytes;
+        if (e->reservoir > e->maxReservoir) e->reservoir = e->maxReservoir;
+        if (e->reservoir < 0) e->reservoir = 0;
+        fullness = (int)(e->reservoir / (32.0 * e->cfg.channels));
+        if (fullness > 0x7FE) fullness = 0x7FE;
+    }
     aac_write_adts_header(e->out, e->samplingIndex, e->cfg.channels, bytes, fullness);
     if (fwrite(e->out, 1, (size_t)bytes, out) != (size_t)bytes) return -1;
     stats->frames++;
