@@ -12,6 +12,7 @@ typedef struct {
     int quality;           /* 0: average bit rate; 1..100: quality-driven VBR */
     int bandwidth;         /* Hz; 0: chosen from the rate */
     int noMidSide;         /* disables M/S stereo */
+    int noIntensity;       /* disables intensity stereo (otherwise used at the lowest rates) */
     int noPns;             /* disables noise substitution (otherwise used at low rates) */
     int tns;               /* enables temporal noise shaping of long windows */
 } AacConfig;

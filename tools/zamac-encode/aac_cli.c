@@ -38,6 +38,7 @@ __attribute__((weak)) int main(int argc, char** argv)
         else if (!strcmp(argv[i], "--no-ms")) cfg.noMidSide = 1;
         else if (!strcmp(argv[i], "--tns")) cfg.tns = 1;
         else if (!strcmp(argv[i], "--no-pns")) cfg.noPns = 1;
+        else if (!strcmp(argv[i], "--no-is")) cfg.noIntensity = 1;
         else break;
     }
     if (argc - i != 2) {

@@ -45,6 +45,7 @@ typedef struct {
     int sequence[4], shape[4], attack[4], attackWindow[4];
     int maxSfbLong, maxSfbShort;
     int pns;               /* noise substitution allowed */
+    int intensityStartBand; /* first long-window band of intensity stereo; -1: none */
 
     MdctFwdSpec_32f* mdctLong;
     MdctFwdSpec_32f* mdctShort;
@@ -100,15 +101,35 @@ static void* aligned_zeroed(size_t bytes)
     return p;
 }
 
-/* Audio bandwidth: full (20 kHz) from 40 kb/s per channel, narrower below; noise
- * substitution keeps the upper bands alive at low rates. */
+/* Bits per second and channel (the LFE not counted); in quality mode a nominal
+ * figure that sets the tools and the bandwidth as the average rate mode would. */
+static int per_channel_rate(const AacConfig* cfg)
+{
+    const int coded = cfg->channels >= 6 ? 5 : cfg->channels;
+    return cfg->quality > 0 ? 16000 + cfg->quality * 900 : cfg->bitRate / coded;
+}
+
+/* Threshold offset of a quality (1..100): 1.5 dB of noise per 4 steps of quality. */
+static int quality_offset(int quality)
+{
+    return (56 - quality) / 4;
+}
+
+/* Audio bandwidth: full (20 kHz) from 40 kb/s per channel, narrowing to 6.5 kHz at
+ * 24 kb/s and in proportion below; noise substitution keeps the upper bands alive in
+ * between. */
 static int bandwidth_for(const AacConfig* cfg)
 {
     int bw = cfg->bandwidth;
     if (bw <= 0) {
-        const int perChannel = cfg->quality > 0 ? 32000 + cfg->quality * 500
-                                                : cfg->bitRate / (cfg->channels >= 6 ? 5 : cfg->channels);
-        bw = perChannel >= 40000 ? 20000 : 8000 + perChannel / 4;
+        const int perChannel = per_channel_rate(cfg);
+        if (perChannel >= 40000)
+            bw = 20000;
+        else if (perChannel >= 24000)
+            bw = 6500 + (perChannel - 24000) * 27 / 32;
+        else
+            bw = 6500 * perChannel / 24000;
+        if (bw < 3000) bw = 3000;
     }
     if (bw > cfg->sampleRate / 2) bw = cfg->sampleRate / 2;
     return bw;
@@ -205,8 +226,13 @@ static int encoder_init(AacEncoder* e, const AacConfig* cfg)
 
     e->meanBits = (double)cfg->bitRate * 1024.0 / cfg->sampleRate;
     {
-        const int perChannel = cfg->quality > 0 ? 32000 + cfg->quality * 500 : cfg->bitRate / (n >= 6 ? 5 : n);
+        const int perChannel = per_channel_rate(cfg);
         e->pns = !cfg->noPns && perChannel < 64000;
+        /* intensity stereo from 6 kHz at the lowest rates */
+        e->intensityStartBand = -1;
+        if (!cfg->noIntensity && perChannel < 32000)
+            e->intensityStartBand = bands_below(&kAacSwbLong[e->samplingIndex],
+                                                (int)(6000.0 * 2048.0 / cfg->sampleRate));
     }
     e->maxFrameBits = 6144 * n;
     if (e->maxFrameBits > 8191 * 8 - 64) e->maxFrameBits = 8191 * 8 - 64;
@@ -343,12 +369,11 @@ static void analyse_element(AacEncoder* e, int index)
         }
         aac_psy_analyse(&e->psy[el->first + c], ch, 6.0f);
     }
-    if (el->type == AAC_CPE) {
-        if (e->cfg.noMidSide)
-            el->msMaskPresent = 0;
-        else
-            aac_stereo_decide(el, &e->ch[el->first], &e->ch[el->first + 1]);
-    }
+    if (el->type == AAC_CPE)
+        aac_stereo_decide(el, &e->ch[el->first], &e->ch[el->first + 1],
+                          sequence == AAC_EIGHT_SHORT ? -1 : e->intensityStartBand, !e->cfg.noMidSide);
+    else
+        memset(e->ch[el->first].intensity, 0, sizeof e->ch[el->first].intensity);
     /* noise substitution at low rates: noise-like long-window bands above 4 kHz, not M/S */
     for (int c = 0; c < count; ++c) {
         AacChannel* ch = &e->ch[el->first + c];
@@ -357,7 +382,8 @@ static void analyse_element(AacEncoder* e, int index)
         for (int b = 0; b < ch->maxSfb; ++b) {
             const double hz = ch->swb[b] * (double)e->cfg.sampleRate / 2048.0;
             const int ms = el->type == AAC_CPE && el->msMaskPresent && el->msUsed[b];
-            ch->noiseCandidate[b] = hz >= 4000.0 && !ms && ch->tonality[b] < 0.3f;
+            const int intensity = el->type == AAC_CPE && e->ch[el->first + 1].intensity[b];
+            ch->noiseCandidate[b] = hz >= 4000.0 && !ms && !intensity && ch->tonality[b] < 0.3f;
         }
     }
 }
@@ -445,7 +471,7 @@ static int encode_frame(AacEncoder* e, FILE* out, AacEncodeStats* stats)
     int bits, fill = 0, fullness = 0x7FF;
     const double reservoirBefore = e->reservoir;
     if (e->cfg.quality > 0) {
-        e->offset = (60 - e->cfg.quality) / 4;
+        e->offset = quality_offset(e->cfg.quality);
         bits = quantize_frame(e, e->offset);
         if (bits > e->maxFrameBits) bits = fit_frame(e, e->maxFrameBits);
     } else {

@@ -42,6 +42,8 @@ typedef struct {
     float maxAbs[8 * AAC_BANDS];
     float tonality[8 * AAC_BANDS];     /* 0 noise .. 1 tone */
     uint8_t noiseCandidate[8 * AAC_BANDS]; /* may be coded as noise (PNS) */
+    uint8_t intensity[8 * AAC_BANDS];  /* second channel of a pair: 15 / 14 for intensity bands, else 0 */
+    int isPosition[8 * AAC_BANDS];
 
     /* quantization result */
     int sf[8 * AAC_BANDS];
@@ -92,8 +94,9 @@ void aac_psy_group(AacChannel* ch, const float winEnergy[8], int attackWindow);
 /* Band energies and thresholds of a channel whose spectrum is in stream order. */
 void aac_psy_analyse(const AacPsyState* psy, AacChannel* ch, float snrDb);
 
-/* aac_stereo.c: chooses M/S per band and converts the bands chosen. */
-void aac_stereo_decide(AacElement* el, AacChannel* left, AacChannel* right);
+/* aac_stereo.c: chooses intensity stereo for the coherent bands from isStartBand on
+ * (long windows; -1: none) and M/S for the others, and converts the bands chosen. */
+void aac_stereo_decide(AacElement* el, AacChannel* left, AacChannel* right, int isStartBand, int allowMidSide);
 
 /* aac_quant.c */
 void aac_quant_init(void); /* once, before the first frame */

@@ -12,8 +12,13 @@
 
 #include "aac_encoder.h"
 
-enum { INF = 1 << 28, NB = 14 /* books 0..13 (12 is never used) */ };
+enum { INF = 1 << 28, NB = 16 /* books 0..15 (12 is never used) */ };
 enum { NOISE_BOOK = 13 };
+
+static int is_special(int book)
+{
+    return book >= NOISE_BOOK; /* noise and intensity bands carry no spectral data */
+}
 
 static int sf_code_length(int diff)
 {
@@ -181,7 +186,9 @@ int aac_quantize_channel(const AacCodes* codes, AacChannel* ch, int offset)
             const int n = (ch->swb[b + 1] - ch->swb[b]) * L;
             int16_t* q = ch->q + start;
             int m = 0;
-            if (ch->maxAbs[i] > 0.0f && ch->energy[i] > ch->threshold[i]) {
+            if (ch->intensity[i]) {
+                m = -1;
+            } else if (ch->maxAbs[i] > 0.0f && ch->energy[i] > ch->threshold[i]) {
                 int sf = scale_factor_for(ch->threshold[i], ch->sumSqrt[i]) + offset;
                 const int sfMin = (int)ceilf(100.0f + 4.0f * log2f(ch->maxAbs[i] / kMaxQuant43));
                 if (sf < sfMin) sf = sfMin;
@@ -202,10 +209,10 @@ int aac_quantize_channel(const AacCodes* codes, AacChannel* ch, int offset)
                 }
             }
             if (m <= 0) memset(q, 0, (size_t)n * sizeof *q);
-            const int first = m < 0 ? NOISE_BOOK : smallest_book(m);
+            const int first = m >= 0 ? smallest_book(m) : ch->intensity[i] ? ch->intensity[i] : NOISE_BOOK;
             for (int k = 0; k < NB; ++k) cost[b][k] = INF;
-            if (first == NOISE_BOOK) {
-                cost[b][NOISE_BOOK] = 0;
+            if (is_special(first)) {
+                cost[b][first] = 0;
             } else if (first == 0) {
                 cost[b][0] = 0;
                 /* an all-zero band inside a section of another book costs its zeros and
@@ -222,7 +229,7 @@ int aac_quantize_channel(const AacCodes* codes, AacChannel* ch, int offset)
         choose_books(ch, g, cost);
         for (int b = 0; b < ch->maxSfb; ++b) {
             const int i = g * AAC_BANDS + b;
-            if (ch->cb[i] && ch->cb[i] != NOISE_BOOK) spectralBits += cost[b][ch->cb[i]] - (nonZero[b] ? 0 : 1);
+            if (ch->cb[i] && !is_special(ch->cb[i])) spectralBits += cost[b][ch->cb[i]] - (nonZero[b] ? 0 : 1);
             if (!nonZero[b]) ch->sf[i] = -1; /* takes the previous scale factor below */
         }
         uint8_t books[64];
@@ -239,7 +246,7 @@ int aac_quantize_channel(const AacCodes* codes, AacChannel* ch, int offset)
     for (int g = 0; g < ch->numGroups && gg < 0; ++g)
         for (int b = 0; b < ch->maxSfb; ++b) {
             const int i = g * AAC_BANDS + b;
-            if (ch->cb[i] && ch->cb[i] != NOISE_BOOK && ch->sf[i] >= 0) {
+            if (ch->cb[i] && !is_special(ch->cb[i]) && ch->sf[i] >= 0) {
                 gg = ch->sf[i];
                 break;
             }
@@ -247,11 +254,21 @@ int aac_quantize_channel(const AacCodes* codes, AacChannel* ch, int offset)
     if (gg < 0) gg = 100;
     ch->globalGain = gg;
     last = gg;
-    int lastNoise = -1000;
+    int lastNoise = -1000, lastPosition = 0;
     for (int g = 0; g < ch->numGroups; ++g)
         for (int b = 0; b < ch->maxSfb; ++b) {
             const int i = g * AAC_BANDS + b;
             if (!ch->cb[i]) continue;
+            if (ch->cb[i] == 14 || ch->cb[i] == 15) {
+                /* intensity position, counted from 0 */
+                int p = ch->isPosition[i];
+                if (p > lastPosition + 60) p = lastPosition + 60;
+                if (p < lastPosition - 60) p = lastPosition - 60;
+                sfBits += sf_code_length(p - lastPosition);
+                ch->sf[i] = p;
+                lastPosition = p;
+                continue;
+            }
             if (ch->cb[i] == NOISE_BOOK) {
                 /* noise energy: the band's energy is 2^(value / 2) (ISO/IEC 14496-3, 4.6.13) */
                 const float energy = ch->energy[i] > 1.0f ? ch->energy[i] : 1.0f;
