@@ -91,6 +91,65 @@ enum {
     zamStsAacNotSupported = -9999
 };
 
+/* The name of a status as text ("zamStsOk", "zamStsNullPtr", ...), or "unknown
+ * status" for a value that is none of the above. Header-only: an inline function,
+ * not an exported symbol. */
+static inline const char* zamStatusName(ZamStatus status)
+{
+    switch (status) {
+    case zamStsMisalignedData: return "zamStsMisalignedData";
+    case zamStsOk: return "zamStsOk";
+    case zamStsBadData: return "zamStsBadData";
+    case zamStsBadArg: return "zamStsBadArg";
+    case zamStsSize: return "zamStsSize";
+    case zamStsNullPtr: return "zamStsNullPtr";
+    case zamStsMemAlloc: return "zamStsMemAlloc";
+    case zamStsStep: return "zamStsStep";
+    case zamStsFftOrder: return "zamStsFftOrder";
+    case zamStsFftFlag: return "zamStsFftFlag";
+    case zamStsContextMismatch: return "zamStsContextMismatch";
+    case zamStsFirLength: return "zamStsFirLength";
+    case zamStsNumChannels: return "zamStsNumChannels";
+    case zamStsVlcArg: return "zamStsVlcArg";
+    case zamStsVlcTable: return "zamStsVlcTable";
+    case zamStsBitOffset: return "zamStsBitOffset";
+    case zamStsAacObjTypeErr: return "zamStsAacObjTypeErr";
+    case zamStsAacLayerFlagErr: return "zamStsAacLayerFlagErr";
+    case zamStsAacDiffFlagErr: return "zamStsAacDiffFlagErr";
+    case zamStsAacMsFlagErr: return "zamStsAacMsFlagErr";
+    case zamStsAacFlagErr: return "zamStsAacFlagErr";
+    case zamStsAacChanNumErr: return "zamStsAacChanNumErr";
+    case zamStsAacMsMaskErr: return "zamStsAacMsMaskErr";
+    case zamStsAacCommonWinErr: return "zamStsAacCommonWinErr";
+    case zamStsAacWinSeqErr: return "zamStsAacWinSeqErr";
+    case zamStsAacNumWinGrpErr: return "zamStsAacNumWinGrpErr";
+    case zamStsAacWinLenErr: return "zamStsAacWinLenErr";
+    case zamStsAacSmplRateIdxErr: return "zamStsAacSmplRateIdxErr";
+    case zamStsAacBitOffsetErr: return "zamStsAacBitOffsetErr";
+    case zamStsAacProfileErr: return "zamStsAacProfileErr";
+    case zamStsAacTnsDirErr: return "zamStsAacTnsDirErr";
+    case zamStsAacTnsCoefErr: return "zamStsAacTnsCoefErr";
+    case zamStsAacTnsCoefResErr: return "zamStsAacTnsCoefResErr";
+    case zamStsAacTnsOrderErr: return "zamStsAacTnsOrderErr";
+    case zamStsAacTnsLenErr: return "zamStsAacTnsLenErr";
+    case zamStsAacTnsNumFiltErr: return "zamStsAacTnsNumFiltErr";
+    case zamStsAacSectDataErr: return "zamStsAacSectDataErr";
+    case zamStsAacGainCtrlErr: return "zamStsAacGainCtrlErr";
+    case zamStsAacPulseErr: return "zamStsAacPulseErr";
+    case zamStsAacPredSfbErr: return "zamStsAacPredSfbErr";
+    case zamStsAacMaxSfbErr: return "zamStsAacMaxSfbErr";
+    case zamStsAacQuantValErr: return "zamStsAacQuantValErr";
+    case zamStsAacSfValueErr: return "zamStsAacSfValueErr";
+    case zamStsAacSpectCbErr: return "zamStsAacSpectCbErr";
+    case zamStsAacSfCbErr: return "zamStsAacSfCbErr";
+    case zamStsAacPceCountErr: return "zamStsAacPceCountErr";
+    case zamStsMp3SideInfoErr: return "zamStsMp3SideInfoErr";
+    case zamStsMp3FrameHeaderErr: return "zamStsMp3FrameHeaderErr";
+    case zamStsAacNotSupported: return "zamStsAacNotSupported";
+    default: return "unknown status";
+    }
+}
+
 /* ================================================================ version */
 
 typedef struct ZamLibVersion {
@@ -1509,8 +1568,240 @@ ZamStatus zamsPow43_16s32f(const int16_t* pSrc, float* pDst, int len);
  * MP3 encoding
  * ====================================================================== */
 
-/* (family block: opaque types, definitions, functions)
- * analysis bank, forward hybrid MDCT, psychoacoustic model, quantization, joint stereo, bit reservoir */
+/* The stages of a Layer III encoder, one granule and channel per call, in the order
+ * an encoder runs them:
+ *   zamsAnalysisPQMF_MP3_16s32s    PCM -> 576 subband samples
+ *   zamsPsychoacousticModelTwo_MP3_16s  PCM -> SMRs, perceptual entropy, block type
+ *   zamsMDCTFwd_MP3_32s            subband samples -> 576 spectral lines
+ *   zamsJointStereoEncode_MP3_32s_I     L/R lines -> M/S lines (joint stereo frames)
+ *   zamsQuantize_MP3_32s_I         lines -> quantized lines, scale factors, side info
+ * then zamsPackFrameHeader_MP3, zamsPackSideInfo_MP3, and per granule and channel
+ * zamsPackScaleFactors_MP3_8s1u and zamsHuffmanEncode_MP3_32s1u, with the main data
+ * placed by the bit reservoir (Mp3BitReservoir). Every stage keeps its history in
+ * plain caller arrays or records; none allocates.
+ *
+ * Fixed-point scale. PCM is int16. Subband samples and spectral lines are int32 with
+ * 8 fraction bits on the int16 scale: a value v stands for v / 256 / 32768 of full
+ * scale, which is the scale of the ISO decoder (requantized lines xr = v * 2^-23,
+ * and a decoder's IMDCT and synthesis bank turn those lines back into PCM of the
+ * same scale). A full-scale sine gives subband samples up to about 2^23 and lines
+ * up to about 2^25. */
+
+/* Polyphase analysis of one granule (ISO/IEC 11172-3, 2.4.3.4.10.1 with the window
+ * C[i] of Table C.1 and the matrix cos((2k + 1)(i - 16) pi / 64)): reads the 576 PCM
+ * samples pSrc[i * mode] (mode 1 mono, 2 interleaved stereo from the channel's first
+ * sample) and writes 576 subband samples subband-major, pDst[sb * 18 + t] (subband
+ * sb 0..31, time slot t 0..17), without frequency inversion (zamsMDCTFwd_MP3_32s
+ * does it). pHistory is the channel's caller-held history: its 480 most recent input
+ * samples, oldest first; zero it before the first granule; each call reads and
+ * updates it. Computed in float (the float bank's kernel), rounded to the int32
+ * format above: within 1.4e-7 of full scale of a double-precision evaluation
+ * (measured on tones with noise), and analysis followed by
+ * zamsSynthesisFilter_PQMF_MP3_32f (lines / 256) returns the input delayed by 481
+ * samples at about 86 dB SNR, the limit of the standard window.
+ * Checks in order: pSrc, pDst or pHistory null -> zamStsNullPtr; mode not 1 or 2
+ * -> zamStsBadArg. Nothing is written on a failed check. */
+ZamStatus zamsAnalysisPQMF_MP3_16s32s(const int16_t* pSrc, int32_t* pDst, int mode, int16_t* pHistory);
+
+/* Forward hybrid MDCT of one granule and channel (ISO/IEC 11172-3, 2.4.3.4.10.2):
+ * pSrc holds the granule's 576 subband samples as the analysis writes them, and
+ * pOverlap the previous granule's (caller-held, zero before the first granule; on
+ * return it holds a copy of pSrc). Per subband, the odd time slots of odd subbands
+ * are negated (frequency inversion), the 36 samples (previous 18, current 18) are
+ * windowed by the block type of pSideInfo (block_type when window_switching_flag is
+ * 1, else normal: sine window; start; stop; or short: three 12-sample sine windows
+ * starting at samples 6, 12 and 18) and transformed with
+ *   X[k] = 4/n * sum_i z[i] cos(pi / 2n * (2i + 1 + n / 2)(2k + 1)),  n = 36 or 12,
+ * the exact inverse of the ISO decoder's IMDCT and overlap-add. Long, start and stop
+ * blocks then get the encoder's alias-reduction butterflies (the inverse of the
+ * decoder's), and pDst[sb * 18 + k] are the 576 lines in frequency order. Short
+ * blocks are written in stream order, as zamsHuffmanEncode_MP3_32s1u and
+ * zamsQuantize_MP3_32s_I take them: scale-factor band by band (the short band table
+ * of ID and sampling_frequency of pFrameHeader), within a band window 0, 1, 2, each
+ * window's lines in frequency order. Mixed blocks are not produced.
+ * Accuracy: float arithmetic, within 8e-8 of full scale of the double formula;
+ * forward then inverse (the decoder's butterflies, IMDCT and overlap-add in double)
+ * returns the previous granule's subband samples at about 115 dB SNR (the rounding
+ * of the lines to 8 fraction bits) through any legal sequence of block types.
+ * Checks in order: any pointer null -> zamStsNullPtr; window_switching_flag above 1,
+ * block_type above 3, window switching with block_type 0, or mixed_block_flag not 0
+ * -> zamStsMp3SideInfoErr; ID above 1 or sampling_frequency above 2 (unsigned) ->
+ * zamStsMp3FrameHeaderErr. Nothing is written on a failed check. pDst must not
+ * overlap pSrc or pOverlap. */
+ZamStatus zamsMDCTFwd_MP3_32s(const int32_t* pSrc, int32_t* pDst, const Mp3SideInfo* pSideInfo,
+                              const Mp3FrameHeader* pFrameHeader, int32_t* pOverlap);
+
+/* Psychoacoustic model 2 (ISO/IEC 11172-3, Annex D, with the Layer III choices):
+ * per granule and channel a Hann-windowed 1024-point FFT and three 256-point FFTs,
+ * the unpredictability of each line from the two previous long spectra (lines
+ * above 206 of 512 take 0.4), energies and unpredictabilities summed in partitions
+ * of about a third of a Bark, spread between partitions with the spreading function
+ * of zamsSpread_16s_Sfs, tonality tb = -0.299 - 0.43 ln(cb) clipped to 0..1, a
+ * required SNR of tb * 29 + (1 - tb) * 6 dB (at least 24.5 - 0.74 z dB, z the
+ * partition's Bark value, and at least 6 dB), pre-echo control (threshold at most
+ * 2 and 16 times those of the two previous granules) and the threshold in quiet
+ * (a full-scale sine taken as 96 dB SPL). Short blocks use the three short spectra
+ * with a fixed 12 dB SNR.
+ *
+ * Input: pSrc[i * mode], i = 0..1023 (mode 1 mono, 2 interleaved stereo from the
+ * channel's first sample): the 1024 samples centred on the granule's MDCT block.
+ * With zamsAnalysisPQMF_MP3_16s32s and zamsMDCTFwd_MP3_32s, the block of the
+ * granule whose subband samples come from input samples 576g .. 576g + 575 is
+ * centred on input sample 576g - 224, so pass the samples from 576g - 736 (zeros
+ * before the start of the signal). The short FFTs take samples 192..447, 384..639
+ * and 576..831 of the 1024.
+ *
+ * Output, one granule late: each call analyses the granule it is given and returns
+ * in *pDstInfo the results of the granule given to the previous call, whose block
+ * type can only now be decided (a start block needs to know that the next granule
+ * is short). The first call returns a normal block with all values 0. block_type
+ * follows the attack decision (perceptual entropy above 1800, or the energy above
+ * bin 8 of a short spectrum rising tenfold from the short spectrum before it) with
+ * the transitions normal -> start -> short ... short -> stop -> normal. smrLong and
+ * smrShort are signal-to-mask ratios in dB, Q8 (1/256 dB), -100 dB for a band
+ * without energy; the bands are the long and short scale-factor bands of ID and
+ * sampling_frequency (band 21 long and 12 short: the lines above the last band
+ * with a scale factor); smrShort is [3 * band + window]. pe is the perceptual
+ * entropy in bits, sum over partitions of lines * ln(energy / threshold).
+ *
+ * pState: the channel's caller-held state, an opaque record of
+ * sizeof(Mp3PsychoacousticState) bytes at any address. Zero it before the first
+ * granule; it then holds the previous spectra, thresholds and block decision, and
+ * the tables of the sampling rate (built on the first call, and again when the rate
+ * changes). It may be moved or copied between calls.
+ * Checks in order: a null pointer -> zamStsNullPtr; mode not 1 or 2 -> zamStsBadArg;
+ * ID above 1 or sampling_frequency above 2 -> zamStsMp3FrameHeaderErr. Nothing is
+ * written on a failed check. */
+typedef struct Mp3PsychoacousticInfo {
+    int32_t block_type;    /* 0 normal, 1 start, 2 short, 3 stop */
+    int32_t pe;            /* perceptual entropy, bits */
+    int32_t smrLong[22];   /* dB, Q8, per long band */
+    int32_t smrShort[39];  /* dB, Q8, [3 * band + window] */
+} Mp3PsychoacousticInfo;
+
+typedef struct Mp3PsychoacousticState {
+    int64_t opaque[24576];
+} Mp3PsychoacousticState;
+
+ZamStatus zamsPsychoacousticModelTwo_MP3_16s(const int16_t* pSrc, Mp3PsychoacousticInfo* pDstInfo, int mode,
+                                             const Mp3FrameHeader* pFrameHeader, Mp3PsychoacousticState* pState);
+
+/* M/S stereo decision and transform of one frame (ISO/IEC 11172-3, 2.4.3.4.9.2):
+ * pSrcDstL and pSrcDstR hold the left and right lines of the frame's granules one
+ * after the other (576 per granule: 2 granules for MPEG-1, 1 for MPEG-2), as
+ * zamsMDCTFwd_MP3_32s writes them; pSideInfo the frame's side information records
+ * (granule-major, two channels), of which only window_switching_flag and
+ * block_type are read. M/S is chosen when every granule has the same block type in
+ * both channels and the side energy sum (L - R)^2 is below 0.35 times the mid
+ * energy sum (L + R)^2; then M = (L + R) / sqrt(2) and S = (L - R) / sqrt(2) replace
+ * the lines (rounded), and mode_extension of *pFrameHeader is set to 2, else to 0
+ * (the lines unchanged). Intensity stereo is not used.
+ * Checks in order: a null pointer -> zamStsNullPtr; ID above 1 (unsigned) or mode
+ * not 1 (joint stereo) -> zamStsMp3FrameHeaderErr; a window_switching_flag above 1
+ * -> zamStsMp3SideInfoErr. Nothing is written on a failed check. */
+ZamStatus zamsJointStereoEncode_MP3_32s_I(int32_t* pSrcDstL, int32_t* pSrcDstR, Mp3FrameHeader* pFrameHeader,
+                                          const Mp3SideInfo* pSideInfo);
+
+/* Quantization of one granule and channel (ISO/IEC 11172-3, Annex C loops), in
+ * place: pSrcDst holds the 576 lines of zamsMDCTFwd_MP3_32s (after the joint-stereo
+ * transform) and receives the quantized values ix (sign of the line, |ix| <= 8206),
+ * ready for zamsHuffmanEncode_MP3_32s1u. The decoder rebuilds
+ *   |line| = |ix|^(4/3) * 2^((global_gain - 118 - shift) / 4)
+ * where shift = (1 + scalefac_scale) * 2 * (scalefac + preflag * pretab) (long) or
+ * (1 + scalefac_scale) * 2 * scalefac (short).
+ * pXmin: the allowed noise per band, 10 log10 of the sum of squared errors over the
+ * band's lines in the lines' own units, dB Q8 (a band's energy in dB minus its SMR
+ * from the model): 22 long bands, or 39 short band-windows [3 * band + window], in
+ * the band layout of zamsPsychoacousticModelTwo_MP3_16s. bitBudget (0..4095): the
+ * most bits the granule may take, scale factors and Huffman data together.
+ *
+ * Inner loop: the smallest global_gain whose Huffman bits fit the budget left by the
+ * scale factors (a binary search; after an amplification a walk up from the last
+ * gain). Outer loop (at most 24 passes): the bands whose noise exceeds pXmin get
+ * their scale factor raised by one; scalefac_scale is set (and the factors halved,
+ * rounded up) when a factor outgrows its length; the loop ends when no band is over,
+ * every band with a scale factor is amplified, a factor outgrows even the larger
+ * step, or the scale factors no longer fit. The pass with the least total excess
+ * noise (sum over bands of dB above the allowed) is kept. When that pass is within
+ * the allowed noise in every band, global_gain is then raised (binary search) to
+ * the coarsest step that stays within, so that a granule takes no more bits than
+ * its allowed noise needs (the rest stays in the reservoir; with bitBudget 4095
+ * this is a quality-driven VBR quantizer). Then preflag is set (MPEG-1
+ * long blocks) when every band 11..20 carries its pre-emphasis, scalefac_compress is
+ * the cheapest that holds the factors, and the region split of long blocks is the
+ * cheapest of all legal region0_count / region1_count pairs.
+ * Huffman tables: per region the cheapest of the tables that carry its largest
+ * value; count-1 table A or B, the cheaper. MPEG-2 (ID 0): all regions take one
+ * table, so that zamsHuffmanEncode_MP3_32s1u (which serves MPEG-1 band tables) writes
+ * the same bits when called with a copy of the header whose ID is 1.
+ *
+ * Fields of *pSideInfo: read: window_switching_flag, block_type, mixed_block_flag
+ * (must be 0). Written: part2_3_length, big_values, global_gain, scalefac_compress,
+ * table_select[0..2] (table_select[2] is 0 for window-switching granules, whose
+ * region 2 is empty), subblock_gain[0..2] (0), region0_count and region1_count (for
+ * window-switching granules the implied 7/13, or 8/12 for short blocks), preflag
+ * (0 for MPEG-2), scalefac_scale, count1table_select.
+ * pDstScaleFactor: 39 values in the layout of zamsPackScaleFactors_MP3_8s1u (long:
+ * bands 0..20, short: [3 * band + window]; the rest 0), for granule 1 packed with
+ * all scfsi values 0 (no reuse). *pDstCount1Len: lines of count-1 quadruples after
+ * 2 * big_values; *pDstHufSize: Huffman bits. The promise: packing the scale
+ * factors writes exactly part2_3_length - *pDstHufSize bits, and
+ * zamsHuffmanEncode_MP3_32s1u with count1Len = *pDstCount1Len and hufSize =
+ * *pDstHufSize writes exactly *pDstHufSize bits (no stuffing); part2_3_length <=
+ * bitBudget.
+ * Checks in order: a null pointer -> zamStsNullPtr; bitBudget outside 0..4095 ->
+ * zamStsBadArg; window_switching_flag above 1, block_type above 3, window switching
+ * with block_type 0, or mixed_block_flag not 0 -> zamStsMp3SideInfoErr; ID above 1
+ * or sampling_frequency above 2 -> zamStsMp3FrameHeaderErr. Nothing is written on a
+ * failed check. */
+ZamStatus zamsQuantize_MP3_32s_I(int32_t* pSrcDst, const int32_t* pXmin, int8_t* pDstScaleFactor,
+                                 Mp3SideInfo* pSideInfo, int32_t* pDstCount1Len, int32_t* pDstHufSize,
+                                 int bitBudget, const Mp3FrameHeader* pFrameHeader);
+
+/* The bit reservoir (ISO/IEC 11172-3, 2.4.3.4.11): Layer III frames have a fixed
+ * size, but a granule may take more or fewer bits than its share; the main data of
+ * a frame may start main_data_begin bytes before the frame's side information ends
+ * (at most 511 bytes in MPEG-1, 255 in MPEG-2), in space that earlier frames left.
+ * The caller owns this record; zamsBitReservoirInit_MP3 sets it up, and the encoder
+ * works on it with these operations, in this order per frame:
+ *  1. Frame start: frameRemainder += F mod samplingRate, where F = 144000 * bitrate
+ *     (MPEG-1) or 72000 * bitrate (MPEG-2); paddingBit = 1 if frameRemainder >=
+ *     samplingRate (then frameRemainder -= samplingRate), else 0; frameBytes =
+ *     F / samplingRate + paddingBit; mainDataBits = 8 * frameBytes - sideInfoBits;
+ *     main_data_begin of the frame = bits / 8.
+ *  2. Granule budgets: the frame may spend at most bits + mainDataBits over its
+ *     granules and channels; meanBits is the even share of one granule and channel
+ *     (of an unpadded frame). A granule may take more than its share from the
+ *     reservoir (e.g. by its perceptual entropy), never more than 4095.
+ *  3. Frame end, with U the sum of part2_3_length over the frame:
+ *     bits = bits + mainDataBits - U, then rounded down to whole bytes (the bits
+ *     between the last granule and the next byte are ancillary data), then at most
+ *     maxBits (the bytes above are ancillary data too, written as zeros so that the
+ *     frame keeps its size). bits is never negative when step 2 was followed.
+ * Invariant: 0 <= main_data_begin <= maxBits / 8, and the main data of every frame
+ * ends inside the frame. */
+typedef struct Mp3BitReservoir {
+    int32_t bitrate;         /* kb/s */
+    int32_t samplingRate;    /* Hz */
+    int32_t channels;        /* 1 or 2 */
+    int32_t granules;        /* per frame: 2 (MPEG-1) or 1 (MPEG-2) */
+    int32_t sideInfoBits;    /* frame header and side information (no CRC) */
+    int32_t maxBits;         /* 8 * 511 (MPEG-1) or 8 * 255 (MPEG-2) */
+    int32_t frameRemainder;  /* padding accumulator, in 1/samplingRate bytes */
+    int32_t bits;            /* reservoir content: 8 * main_data_begin of the next frame */
+    int32_t meanBits;        /* main-data bits per granule and channel, unpadded frame */
+    int32_t frameBytes;      /* current frame: bytes, padding included */
+    int32_t paddingBit;      /* current frame */
+    int32_t mainDataBits;    /* current frame: bits after the side information */
+} Mp3BitReservoir;
+
+/* Sets up *pReservoir for a constant bitrate (kb/s, a legal Layer III value for the
+ * version: MPEG-1 32..320, MPEG-2 8..160), samplingRate (44100, 48000, 32000:
+ * MPEG-1; 22050, 24000, 16000: MPEG-2) and channels (1 or 2): the fields as
+ * described above, with frameRemainder, bits and the current-frame fields 0.
+ * Checks in order: null -> zamStsNullPtr; channels not 1 or 2, samplingRate not one
+ * of the six, or bitrate not legal for its version -> zamStsBadArg. */
+ZamStatus zamsBitReservoirInit_MP3(Mp3BitReservoir* pReservoir, int bitrate, int samplingRate, int channels);
 
 /* ---- MP3 encoding: end ---- */
 

@@ -81,7 +81,7 @@ def encode(path, rate, channels, bitrate, extra, seconds, gated=False):
 
 
 def noise_frames(tool, path):
-    out = run([tool, "--info", path]).stdout.decode()
+    out = run([tool, "--info", "--frames", path]).stdout.decode()
     frames = []
     for line in out.splitlines():
         if line.startswith("frame ") and " pns" in line:

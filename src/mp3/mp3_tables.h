@@ -44,6 +44,8 @@ extern const uint32_t kQuadBSigned[256];
 extern const uint8_t kQuadBSignedLength[256];
 // Long band boundaries, row = ID * 3 + sampling_frequency.
 extern const int16_t kSfbLongBuiltIn[6][23];
+// Short band boundaries of one window, same rows.
+extern const int16_t kSfbShortBuiltIn[6][14];
 
 inline bool tableHasCode(uint32_t table) { return table < 32 && kPairTables[table].size != 0; }
 

@@ -2,7 +2,12 @@
 
 #include <cstddef>
 #include <cstring>
+#include <fstream>
+#include <iterator>
+#include <regex>
+#include <string>
 
+#include "test_support.h"
 #include "zamac.h"
 
 TEST(Version, RecordValues)
@@ -61,4 +66,17 @@ TEST(Status, Values)
     };
     for (const Code& c : codes) EXPECT_EQ(c.value, c.expected);
     EXPECT_EQ(sizeof(ZamStatus), 4u);
+}
+
+// zamStatusName knows every code the header declares (read from the header itself).
+TEST(Status, NamesCoverTheHeader)
+{
+    std::ifstream header(ZAMAC_SOURCE_DIR "/include/zamac.h");
+    const std::string text((std::istreambuf_iterator<char>(header)), std::istreambuf_iterator<char>());
+    const std::regex code(R"(\n\s+(zamSts\w+) = (-?\d+))");
+    int count = 0;
+    for (auto m = std::sregex_iterator(text.begin(), text.end(), code); m != std::sregex_iterator(); ++m, ++count)
+        EXPECT_STREQ(zamStatusName(std::stoi((*m)[2])), (*m)[1].str().c_str());
+    EXPECT_GE(count, 49);
+    EXPECT_STREQ(zamStatusName(12345), "unknown status");
 }

@@ -234,12 +234,13 @@ TEST(ZamacDecode, RawOutputAndInfoAgreeWithTheWaveFile)
     ASSERT_EQ(raw.out.size(), w.samples.size() * 2);
     EXPECT_EQ(std::memcmp(raw.out.data(), w.samples.data(), raw.out.size()), 0);
 
-    const RunResult info = run(kTool + " --info '" + input + "'", dir);
+    const RunResult info = run(kTool + " --info --frames '" + input + "'", dir);
     ASSERT_EQ(info.exitCode, 0);
     EXPECT_NE(info.out.find("22050 Hz"), std::string::npos) << info.out;
     EXPECT_NE(info.out.find("frame 1 ("), std::string::npos) << info.out;
     EXPECT_NE(info.out.find("SCE0[start"), std::string::npos) << info.out;
     EXPECT_NE(info.out.find("short"), std::string::npos) << "the sample should contain eight-short frames";
+    EXPECT_NE(info.out.find("  frames     174\n"), std::string::npos) << info.out;
 
     const RunResult bench = run(kTool + " --bench '" + input + "'", dir);
     ASSERT_EQ(bench.exitCode, 0);
@@ -307,7 +308,7 @@ TEST(ZamacDecode, NoiseSubstitutionMatchesFfmpegInEnergy)
     ASSERT_TRUE(encode(aac, 44100, 2, "96k", "", 4.0, dir, true));
     ASSERT_EQ(run(kTool + " -o '" + (dir / "zamac.wav") + "' '" + aac + "'", dir).exitCode, 0);
     ASSERT_EQ(run("ffmpeg -nostdin -v error -y -i '" + aac + "' '" + (dir / "ffmpeg.wav") + "'", dir).exitCode, 0);
-    const RunResult info = run(kTool + " --info '" + aac + "'", dir);
+    const RunResult info = run(kTool + " --info --frames '" + aac + "'", dir);
     std::vector<bool> noisy(4096, false);
     std::istringstream lines(info.out);
     int noisyFrames = 0;

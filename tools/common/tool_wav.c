@@ -33,7 +33,8 @@ size_t wav_header(uint8_t* h, int sampleRate, int channels, uint32_t channelMask
 {
     const int plainMask = channelMask == 0 || channelMask == (channels == 1 ? 0x4u : 0x3u);
     const int extensible = channels > 2 || !plainMask || format == WAV_S24;
-    const uint32_t fmtBytes = extensible ? 40 : 16;
+    /* A non-PCM format tag carries the cbSize word (0) even without an extension. */
+    const uint32_t fmtBytes = extensible ? 40 : format == WAV_F32 ? 18 : 16;
     const uint32_t bytes = (uint32_t)wav_sample_bytes(format);
     const uint32_t blockAlign = (uint32_t)channels * bytes;
     const uint32_t formatTag = format == WAV_F32 ? 3 : 1;
@@ -49,6 +50,10 @@ size_t wav_header(uint8_t* h, int sampleRate, int channels, uint32_t channelMask
     put16(h + 32, blockAlign);
     put16(h + 34, bytes * 8);
     size_t n = 36;
+    if (fmtBytes == 18) {
+        put16(h + 36, 0);
+        n = 38;
+    }
     if (extensible) {
         /* KSDATAFORMAT_SUBTYPE_PCM / _IEEE_FLOAT: 0000000x-0000-0010-8000-00aa00389b71 */
         static const uint8_t kGuidTail[14] = {0x00, 0x00, 0x00, 0x00, 0x10, 0x00, 0x80,

@@ -575,13 +575,14 @@ static int render_block(AacDecoder* d, int concealed)
         }
         sources[ch] = d->pcm[ch];
     }
+    d->stats->framesDecoded++;
+    d->stats->audioSeconds += 1024.0 / d->sampleRate;
+    if (d->sink->writeFloat) return d->sink->writeFloat(d->sink->ctx, sources, channels, 1024);
     ZamStatus status = zamsJoin_32f16s_D2L(sources, channels, 1024, d->interleaved);
     if (status < 0) {
         fprintf(stderr, "zamac-decode: sample conversion failed (status %d)\n", status);
         return -1;
     }
-    d->stats->framesDecoded++;
-    d->stats->audioSeconds += 1024.0 / d->sampleRate;
     return d->sink->write(d->sink->ctx, d->interleaved, 1024);
 }
 
@@ -590,6 +591,7 @@ static int render_block(AacDecoder* d, int concealed)
 static void report_bad_frame(AacDecoder* d, const char* why, ZamStatus status, const char* outcome)
 {
     ++d->badFrames;
+    if (d->options->quiet) return;
     if (d->options->verbose || d->badFrames <= 10) {
         if (status < 0 && why && strncmp(why, "elements", 8) != 0)
             fprintf(stderr, "zamac-decode: frame %ld: corrupt (%s: status %d); %s\n", d->frameNumber, why, status,
@@ -742,7 +744,7 @@ static int decode_adts(AacDecoder* d, const uint8_t* data, size_t size)
         fprintf(stderr, "zamac-decode: no ADTS frame found\n");
         return 1;
     }
-    if (pos > 0) fprintf(stderr, "zamac-decode: skipped %zu bytes before the first ADTS frame\n", pos);
+    if (pos > 0 && !d->options->quiet) fprintf(stderr, "zamac-decode: skipped %zu bytes before the first ADTS frame\n", pos);
     if (set_stream_format(d, stream.profile + 1, stream.samplingIndex, "ADTS", stream.id ? 2 : 4) != 0) return 1;
     if (stream.channelConfiguration == 0) aac_layout_open(&d->layout);
     else aac_layout_from_configuration(&d->layout, stream.channelConfiguration);
@@ -762,8 +764,9 @@ static int decode_adts(AacDecoder* d, const uint8_t* data, size_t size)
             /* Lost sync: skip to the next confirmed header. */
             --d->frameNumber;
             const size_t found = find_adts(data, size, pos + 1, &stream);
-            fprintf(stderr, "zamac-decode: after frame %ld: skipped %zu bytes that are not an ADTS frame\n",
-                    d->frameNumber, found - pos);
+            if (!d->options->quiet)
+                fprintf(stderr, "zamac-decode: after frame %ld: skipped %zu bytes that are not an ADTS frame\n",
+                        d->frameNumber, found - pos);
             pos = found;
             continue;
         }

@@ -20,6 +20,8 @@ typedef struct {
     int info;     /* print the stream format and one line per frame on stdout */
     int bench;    /* decode only; the sink discards the samples */
     int verbose;  /* report every concealed frame on stderr (the first few are always reported) */
+    int quiet;    /* no per-frame reports on stderr (fuzzing, --quiet) */
+    int gapless;  /* announce the encoder delay and padding a stream declares (sink->trim) */
 } DecodeOptions;
 
 /* Where decoded PCM goes. format() is called once before the first write(); a
@@ -33,6 +35,14 @@ typedef struct {
     void* ctx;
     int (*format)(void* ctx, int sampleRate, int channels, uint32_t channelMask);
     int (*write)(void* ctx, const int16_t* interleaved, int frames);
+    /* Optional (NULL: not used). A decoder with a float path hands its samples here
+     * instead of to write(): planar, in 16-bit units (full scale 32768), not clipped. */
+    int (*writeFloat)(void* ctx, const float* const* planar, int channels, int frames);
+    /* Optional. Called before the first write when the stream declares its encoder
+     * delay and padding: the first skip frames written are not audio, and only keep
+     * frames after them are (keep < 0: all). The decoder then writes at least
+     * skip + keep frames, flushing its filter banks when needed. */
+    void (*trim)(void* ctx, long skip, long long keep);
 } PcmSink;
 
 typedef struct {

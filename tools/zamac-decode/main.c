@@ -1,14 +1,24 @@
 /*
- * zamac-decode: decodes an AAC (ADTS or ADIF, AAC-LC) or MP3 file to a WAVE file or
- * to raw 16-bit PCM on stdout.
+ * zamac-decode: decodes MP3 (MPEG-1/2/2.5 Layer III) and AAC-LC (ADTS, ADIF) to a
+ * WAVE file, to raw PCM on standard output, or to nothing (--bench, --info).
  *
- *   zamac-decode [--info] [--bench] [-v] [-o out.wav] input
+ * The road of a run, top to bottom:
+ *   options      getopt_long; errors name the option and exit with 2
+ *   processor    the library needs AVX2 and FMA: a clear message instead of a crash
+ *   input        the file (or "-" for standard input), refused above 1 GiB
+ *   format       a run of consistent frame headers or a container (detect.c)
+ *   output       checked writes; a regular file is written under a temporary name and
+ *                renamed when complete, so a failed run leaves nothing behind
+ *   decoding     aac_decoder.c, mp3_decoder.c into the sink below (16-bit, 24-bit or
+ *                float samples; gapless trimming of MP3 delay and padding)
+ *   summary      one line on stderr; --info prints the stream description on stdout
  *
- * This file is the front end: it reads the input, picks the decoder, and owns the
- * output (WAVE file, raw PCM on stdout, or nothing for --bench), the progress line
- * and the exit status. The decoders are in aac_*.c and mp3_*.c.
+ * Exit status: 0 decoded, 1 failed (unreadable input, nothing decodable, a write
+ * failed), 2 bad command line.
  */
 #include <errno.h>
+#include <getopt.h>
+#include <math.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -16,21 +26,35 @@
 #include <unistd.h>
 
 #include "decoder.h"
+#include "detect.h"
+#include "stream_info.h"
+#include "tool_cli.h"
+#include "tool_input.h"
+#include "tool_output.h"
 #include "tool_wav.h"
 
-/* ------------------------------------------------------------------ sinks */
+/* ------------------------------------------------------------------ sink */
 
 typedef struct {
-    FILE* file;
-    int wav;             /* write a WAVE header (patched with the sizes at the end) */
-    int discard;         /* --bench: count only */
-    int progress;        /* print a progress line on stderr */
+    ToolOutput* output;        /* NULL: samples are counted only */
+    int wav;                   /* write a WAVE header (sizes patched at the end when seekable) */
+    WavSampleFormat format;
+    int progress;              /* a progress line on stderr */
     int sampleRate, channels;
     uint32_t channelMask;
+    long skip;                 /* gapless: frames still to drop at the start */
+    long long keep;            /* gapless: frames still to pass on (-1: all) */
+    int trimmed;               /* the stream declared delay and padding */
+    long trimSkip;
+    long long trimKeep;
     uint64_t framesWritten;
     double lastProgress;
-    int failed;
-} OutputSink;
+    uint8_t* bytes;            /* packing buffer */
+    size_t capacity;
+    int keepSamples;           /* --compare: keep every output sample as 16-bit */
+    int16_t* kept;
+    size_t keptCount, keptCapacity;
+} Sink;
 
 static double cpu_seconds(void)
 {
@@ -41,237 +65,388 @@ static double cpu_seconds(void)
 
 static int sink_format(void* ctx, int sampleRate, int channels, uint32_t channelMask)
 {
-    OutputSink* out = ctx;
-    out->sampleRate = sampleRate;
-    out->channels = channels;
-    out->channelMask = channelMask;
+    Sink* s = ctx;
+    s->sampleRate = sampleRate;
+    s->channels = channels;
+    s->channelMask = channelMask;
+    if (!s->output || !s->wav) return 0;
     uint8_t header[68];
-    const size_t n = wav_header(header, sampleRate, channels, channelMask, WAV_S16, 0xFFFFFFFFu - 64);
-    if (out->wav && fwrite(header, 1, n, out->file) != n) {
-        out->failed = 1;
-        return -1;
-    }
-    return 0;
+    const size_t n = wav_header(header, sampleRate, channels, channelMask, s->format, 0xFFFFFFFFu);
+    return tool_output_write(s->output, header, n);
 }
 
-static int sink_write(void* ctx, const int16_t* interleaved, int frames)
+static void sink_trim(void* ctx, long skip, long long keep)
 {
-    OutputSink* out = ctx;
-    out->framesWritten += (uint64_t)frames;
-    if (!out->discard) {
-        /* WAVE and raw output are little-endian, as is every target of this library. */
-        const size_t count = (size_t)frames * (size_t)out->channels;
-        if (fwrite(interleaved, sizeof(int16_t), count, out->file) != count) {
-            out->failed = 1;
-            return -1;
-        }
+    Sink* s = ctx;
+    s->skip = s->trimSkip = skip;
+    s->keep = s->trimKeep = keep;
+    s->trimmed = 1;
+}
+
+static uint8_t* sink_buffer(Sink* s, size_t bytes)
+{
+    if (bytes > s->capacity) {
+        uint8_t* bigger = realloc(s->bytes, bytes);
+        if (!bigger) return NULL;
+        s->bytes = bigger;
+        s->capacity = bytes;
     }
-    if (out->progress) {
-        const double seconds = (double)out->framesWritten / out->sampleRate;
-        if (seconds - out->lastProgress >= 10.0) {
-            out->lastProgress = seconds;
+    return s->bytes;
+}
+
+/* Frames [*first, *first + *count) of a block of `frames` survive the gapless trim. */
+static void apply_trim(Sink* s, int frames, int* first, int* count)
+{
+    *first = 0;
+    *count = frames;
+    if (s->skip > 0) {
+        *first = s->skip < frames ? (int)s->skip : frames;
+        s->skip -= *first;
+        *count = frames - *first;
+    }
+    if (s->keep >= 0) {
+        if (*count > s->keep) *count = (int)s->keep;
+        s->keep -= *count;
+    }
+}
+
+static void keep_for_compare(Sink* s, const int16_t* pcm, size_t count)
+{
+    if (!s->keepSamples) return;
+    if (s->keptCount + count > s->keptCapacity) {
+        size_t capacity = s->keptCapacity ? s->keptCapacity * 2 : 1 << 20;
+        while (capacity < s->keptCount + count) capacity *= 2;
+        int16_t* bigger = realloc(s->kept, capacity * sizeof *bigger);
+        if (!bigger) return;
+        s->kept = bigger;
+        s->keptCapacity = capacity;
+    }
+    memcpy(s->kept + s->keptCount, pcm, count * sizeof *pcm);
+    s->keptCount += count;
+}
+
+static int sink_emit(Sink* s, const uint8_t* bytes, size_t n, int frames)
+{
+    s->framesWritten += (uint64_t)frames;
+    if (s->output && tool_output_write(s->output, bytes, n) != 0) return -1;
+    if (s->progress) {
+        const double seconds = (double)s->framesWritten / s->sampleRate;
+        if (seconds - s->lastProgress >= 10.0) {
+            s->lastProgress = seconds;
             fprintf(stderr, "\r%8.1f s decoded", seconds);
         }
     }
     return 0;
 }
 
-/* Puts the real sizes into the WAVE header once the data length is known. */
-static void finish_wav(OutputSink* out)
+static int sink_write(void* ctx, const int16_t* interleaved, int frames)
 {
-    if (!out->wav || out->sampleRate == 0) return;
-    const uint64_t dataBytes = out->framesWritten * (uint64_t)out->channels * 2;
+    Sink* s = ctx;
+    int first, count;
+    apply_trim(s, frames, &first, &count);
+    const int16_t* pcm = interleaved + (size_t)first * (size_t)s->channels;
+    const size_t samples = (size_t)count * (size_t)s->channels;
+    keep_for_compare(s, pcm, samples);
+    uint8_t* bytes = sink_buffer(s, samples * 4);
+    if (!bytes) return -1;
+    return sink_emit(s, bytes, wav_pack_s16(pcm, samples, s->format, bytes), count);
+}
+
+static int sink_write_float(void* ctx, const float* const* planar, int channels, int frames)
+{
+    Sink* s = ctx;
+    int first, count;
+    apply_trim(s, frames, &first, &count);
+    const size_t samples = (size_t)count * (size_t)channels;
+    uint8_t* bytes = sink_buffer(s, samples * 4 + samples * sizeof(float));
+    if (!bytes) return -1;
+    float* interleaved = (float*)(void*)(bytes + samples * 4);
+    for (int i = 0; i < count; ++i)
+        for (int c = 0; c < channels; ++c) interleaved[(size_t)i * (size_t)channels + (size_t)c] = planar[c][first + i];
+    if (s->keepSamples) {
+        /* s16 bytes are little-endian int16_t on every target of this library */
+        wav_pack_f32(interleaved, samples, 1.0f, WAV_S16, bytes);
+        keep_for_compare(s, (const int16_t*)(const void*)bytes, samples);
+    }
+    return sink_emit(s, bytes, wav_pack_f32(interleaved, samples, 1.0f, s->format, bytes), count);
+}
+
+/* Puts the real sizes into the WAVE header once the data length is known. */
+static void finish_wav(Sink* s)
+{
+    if (!s->output || !s->wav || s->sampleRate == 0 || !s->output->seekable) return;
+    const uint64_t dataBytes = s->framesWritten * (uint64_t)s->channels * (uint64_t)wav_sample_bytes(s->format);
     if (dataBytes > 0xFFFFFFFFu - 80) {
-        fprintf(stderr, "zamac-decode: output longer than a WAVE file can describe; sizes left open\n");
+        tool_error("output longer than a WAVE file can describe; sizes left open");
         return;
     }
     uint8_t header[68];
-    const size_t n = wav_header(header, out->sampleRate, out->channels, out->channelMask, WAV_S16, (uint32_t)dataBytes);
-    if (fseek(out->file, 0, SEEK_SET) == 0 && fwrite(header, 1, n, out->file) != n) out->failed = 1;
+    const size_t n = wav_header(header, s->sampleRate, s->channels, s->channelMask, s->format, (uint32_t)dataBytes);
+    tool_output_rewrite_start(s->output, header, n);
 }
 
-/* ------------------------------------------------------------------ input */
+/* ------------------------------------------------------------------ --compare */
 
-/* The whole file, followed by DECODER_INPUT_PADDING zero bytes. */
-static uint8_t* read_file(const char* path, size_t* size)
+/* PSNR, largest difference and alignment of the decoded samples against a WAVE file:
+ * the lag (within +-4096 frames) that best matches the first 16384 frames is used. */
+static int compare_with(const char* path, const Sink* s)
 {
     FILE* f = fopen(path, "rb");
-    if (!f) return NULL;
-    size_t capacity = 1 << 20, used = 0;
-    uint8_t* data = malloc(capacity + DECODER_INPUT_PADDING);
-    while (data) {
-        used += fread(data + used, 1, capacity - used, f);
-        if (used < capacity) break;
-        capacity *= 2;
-        uint8_t* bigger = realloc(data, capacity + DECODER_INPUT_PADDING);
-        if (!bigger) free(data);
-        data = bigger;
+    if (!f) {
+        tool_error("cannot open %s: %s", path, strerror(errno));
+        return -1;
     }
-    if (data && ferror(f)) {
-        free(data);
-        data = NULL;
+    WavReader r;
+    const char* why = NULL;
+    if (wav_read_open(&r, f, &why) != 0) {
+        tool_error("%s: %s", path, why);
+        fclose(f);
+        return -1;
+    }
+    if (r.channels != s->channels) {
+        tool_error("%s has %d channels, the decoded stream %d", path, r.channels, s->channels);
+        fclose(f);
+        return -1;
+    }
+    size_t refFrames = 0, capacity = 1 << 16;
+    int16_t* ref = malloc(capacity * (size_t)r.channels * sizeof *ref);
+    long got;
+    while (ref && (got = wav_read_s16(&r, ref + refFrames * (size_t)r.channels, (long)(capacity - refFrames))) > 0) {
+        refFrames += (size_t)got;
+        if (refFrames == capacity) {
+            capacity *= 2;
+            int16_t* bigger = realloc(ref, capacity * (size_t)r.channels * sizeof *ref);
+            if (!bigger) free(ref);
+            ref = bigger;
+        }
     }
     fclose(f);
-    if (data) {
-        memset(data + used, 0, DECODER_INPUT_PADDING);
-        *size = used;
+    if (!ref) {
+        tool_error("out of memory reading %s", path);
+        return -1;
     }
-    return data;
-}
-
-/* Length of an ADTS frame whose header starts at p, or 0 when p holds no ADTS header
- * (sync word 0xFFF with layer 0; an MP3 header has a non-zero layer). */
-static size_t adts_frame_length(const uint8_t* p, size_t left)
-{
-    if (left < 7 || p[0] != 0xFF || (p[1] & 0xF6) != 0xF0) return 0;
-    const size_t length = ((size_t)(p[3] & 3) << 11) | ((size_t)p[4] << 3) | (p[5] >> 5);
-    return length >= 7 ? length : 0;
-}
-
-/* Length of a Layer III frame whose header starts at p; 1 for another MPEG audio
- * header (free format, Layers I and II), whose length is not worked out here, so it
- * never decides alone; 0 when p holds no valid MPEG audio header. A file in which
- * nothing decides goes to the MP3 decoder, which reports what it finds. */
-static size_t mpeg_audio_frame_length(const uint8_t* p, size_t left)
-{
-    static const int kBitrateKbps[2][15] = {
-        {0, 8, 16, 24, 32, 40, 48, 56, 64, 80, 96, 112, 128, 144, 160},     /* MPEG-2 and 2.5 */
-        {0, 32, 40, 48, 56, 64, 80, 96, 112, 128, 160, 192, 224, 256, 320}, /* MPEG-1 */
-    };
-    static const int kRateHz[3] = {44100, 48000, 32000};
-    if (left < 4 || p[0] != 0xFF || (p[1] & 0xE0) != 0xE0) return 0;
-    const int version = (p[1] >> 3) & 3; /* 0: 2.5, 1: reserved, 2: MPEG-2, 3: MPEG-1 */
-    const int layer = (p[1] >> 1) & 3;   /* 1: Layer III, 0: reserved */
-    const int bitrateIndex = p[2] >> 4;
-    const int rateIndex = (p[2] >> 2) & 3;
-    if (version == 1 || layer == 0 || bitrateIndex == 15 || rateIndex == 3) return 0;
-    if (layer != 1 || bitrateIndex == 0) return 1;
-    const int mpeg1 = version == 3;
-    const int rate = kRateHz[rateIndex] >> (mpeg1 ? 0 : version == 2 ? 1 : 2);
-    const int padding = (p[2] >> 1) & 1;
-    return (size_t)((mpeg1 ? 144000 : 72000) * kBitrateKbps[mpeg1][bitrateIndex] / rate + padding);
-}
-
-/* An ADIF file starts with "ADIF". Otherwise, after an optional ID3v2 tag, the first
- * place in the first 64 KB where two consecutive frame headers of one kind follow
- * each other (or one frame fills the file) decides between ADTS and MP3. Looking
- * for the first such place, not for any, matters: an MP3 frame's data may happen
- * to hold a pair of ADTS-looking headers further on. */
-static int looks_like_aac(const uint8_t* data, size_t size)
-{
-    if (size >= 4 && memcmp(data, "ADIF", 4) == 0) return 1;
-    size_t start = 0;
-    if (size >= 10 && memcmp(data, "ID3", 3) == 0)
-        start = 10 + (((size_t)data[6] & 0x7F) << 21 | ((size_t)data[7] & 0x7F) << 14 |
-                      ((size_t)data[8] & 0x7F) << 7 | ((size_t)data[9] & 0x7F));
-    const size_t end = size < start + 65536 ? size : start + 65536;
-    for (size_t i = start; i < end; ++i) {
-        const size_t adts = adts_frame_length(data + i, size - i);
-        if (adts != 0 && (i + adts == size || adts_frame_length(data + i + adts, size - i - adts) != 0))
-            return 1;
-        const size_t mpeg = mpeg_audio_frame_length(data + i, size - i);
-        if (mpeg > 1 && (i + mpeg >= size || mpeg_audio_frame_length(data + i + mpeg, size - i - mpeg) != 0))
-            return 0;
+    const int ch = s->channels;
+    const size_t ours = s->keptCount / (size_t)ch;
+    const long probe = 16384;
+    long bestLag = 0;
+    double bestError = -1;
+    for (long lag = -4096; lag <= 4096; ++lag) {  /* ours[i] against ref[i + lag] */
+        double error = 0;
+        long n = 0;
+        for (long i = 0; i < probe && i < (long)ours; ++i) {
+            const long j = i + lag;
+            if (j < 0 || j >= (long)refFrames) continue;
+            const double d = (double)s->kept[(size_t)i * (size_t)ch] - ref[(size_t)j * (size_t)ch];
+            error += d * d;
+            ++n;
+        }
+        if (n > probe / 2 && (bestError < 0 || error / n < bestError)) {
+            bestError = error / n;
+            bestLag = lag;
+        }
     }
+    double sum = 0;
+    int maxDiff = 0;
+    size_t compared = 0;
+    for (size_t i = 0; i < ours; ++i) {
+        const long j = (long)i + bestLag;
+        if (j < 0 || j >= (long)refFrames) continue;
+        for (int c = 0; c < ch; ++c) {
+            const int d = s->kept[i * (size_t)ch + (size_t)c] - ref[(size_t)j * (size_t)ch + (size_t)c];
+            sum += (double)d * d;
+            if (abs(d) > maxDiff) maxDiff = abs(d);
+        }
+        ++compared;
+    }
+    free(ref);
+    const double mse = compared ? sum / ((double)compared * ch) : 0;
+    printf("compare: %zu frames decoded, %zu in %s, lag %+ld frames, %zu compared, max difference %d, ", ours,
+           refFrames, path, bestLag, compared, maxDiff);
+    if (mse > 0) printf("PSNR %.2f dB\n", 10 * log10(32767.0 * 32767.0 / mse));
+    else printf("identical\n");
     return 0;
 }
 
 /* ------------------------------------------------------------------ main */
 
-static void usage(void)
+static void usage(FILE* out)
 {
-    fprintf(stderr,
-            "usage: zamac-decode [--info] [--bench] [-v] [-o out.wav] input\n"
-            "  decodes AAC-LC (ADTS .aac or ADIF) or MP3 to 16-bit PCM\n"
-            "  -o out.wav  write a WAVE file (without -o: raw little-endian PCM on stdout)\n"
-            "  --info      print the stream format and one line per frame, write no PCM\n"
-            "              unless -o is given\n"
-            "  --bench     decode without writing and print the decoding speed\n"
-            "  -v          report every concealed frame\n");
+    fprintf(out,
+            "Usage: zamac-decode [OPTION]... INPUT\n"
+            "Decode an MP3 or AAC-LC (ADTS, ADIF) file to WAVE or raw PCM.\n"
+            "INPUT '-' is standard input.\n"
+            "\n"
+            "  -o, --output=FILE    write a WAVE file ('-': WAVE on standard output); without\n"
+            "                       -o, raw little-endian PCM goes to standard output\n"
+            "  -f, --format=FMT     sample format: s16 (default), s24 or f32 (float, not clipped)\n"
+            "  -r, --raw            raw PCM instead of WAVE, also with -o\n"
+            "      --no-gapless     keep the encoder delay and padding a LAME tag declares\n"
+            "                       (by default they are removed, as mpg123 and ffmpeg do)\n"
+            "  -i, --info           describe the stream on standard output (format, mode, bit\n"
+            "                       rate, duration, delay and padding, tags); no PCM unless -o\n"
+            "      --frames         with --info: one line per frame\n"
+            "  -b, --bench          decode without writing and print the decoding speed\n"
+            "      --compare=REF    compare the decoded samples with the WAVE file REF\n"
+            "                       (alignment, largest difference, PSNR)\n"
+            "  -v, --verbose        report every concealed frame\n"
+            "  -q, --quiet          no summary line and no per-frame reports\n"
+            "  -h, --help           show this help and exit\n"
+            "  -V, --version        show the version and exit\n"
+            "\n"
+            "Raw ADTS and ADIF carry no delay information: their output includes the encoder's\n"
+            "priming samples (ffmpeg and faad do the same).\n"
+            "Exit status: 0 decoded, 1 failure, 2 bad command line.\n");
 }
+
+enum { OPT_NO_GAPLESS = 256, OPT_FRAMES, OPT_COMPARE };
 
 int main(int argc, char** argv)
 {
-    DecodeOptions options = {0, 0, 0};
-    const char* input = NULL;
+    tool_set_name("zamac-decode");
+    static const struct option kOptions[] = {
+        {"output", required_argument, NULL, 'o'},  {"format", required_argument, NULL, 'f'},
+        {"raw", no_argument, NULL, 'r'},           {"no-gapless", no_argument, NULL, OPT_NO_GAPLESS},
+        {"info", no_argument, NULL, 'i'},          {"frames", no_argument, NULL, OPT_FRAMES},
+        {"bench", no_argument, NULL, 'b'},         {"compare", required_argument, NULL, OPT_COMPARE},
+        {"verbose", no_argument, NULL, 'v'},       {"quiet", no_argument, NULL, 'q'},
+        {"help", no_argument, NULL, 'h'},          {"version", no_argument, NULL, 'V'},
+        {NULL, 0, NULL, 0}};
+    DecodeOptions options = {0, 0, 0, 0, 1};
     const char* output = NULL;
-    for (int i = 1; i < argc; ++i) {
-        if (strcmp(argv[i], "--info") == 0) options.info = 1;
-        else if (strcmp(argv[i], "--bench") == 0) options.bench = 1;
-        else if (strcmp(argv[i], "-v") == 0) options.verbose = 1;
-        else if (strcmp(argv[i], "-o") == 0 && i + 1 < argc) output = argv[++i];
-        else if (strcmp(argv[i], "-h") == 0 || strcmp(argv[i], "--help") == 0) {
-            usage();
-            return 0;
-        } else if (argv[i][0] == '-' && argv[i][1] != '\0') {
-            usage();
-            return 2;
-        } else if (!input) input = argv[i];
-        else {
-            usage();
-            return 2;
+    const char* compare = NULL;
+    int raw = 0, info = 0, frames = 0, quiet = 0, format = WAV_S16, c;
+    opterr = 0;
+    while ((c = getopt_long(argc, argv, ":o:f:ribvqhV", kOptions, NULL)) != -1) {
+        switch (c) {
+        case 'o': output = optarg; break;
+        case 'f':
+            if ((format = wav_parse_format(optarg)) < 0) {
+                tool_error("unknown sample format '%s' for %s (use s16, s24 or f32)", optarg, argv[optind - 1]);
+                return TOOL_EXIT_USAGE;
+            }
+            break;
+        case 'r': raw = 1; break;
+        case OPT_NO_GAPLESS: options.gapless = 0; break;
+        case 'i': info = 1; break;
+        case OPT_FRAMES: frames = 1; break;
+        case 'b': options.bench = 1; break;
+        case OPT_COMPARE: compare = optarg; break;
+        case 'v': options.verbose = 1; break;
+        case 'q': quiet = options.quiet = 1; break;
+        case 'h': usage(stdout); return TOOL_EXIT_OK;
+        case 'V': tool_print_version(stdout); return TOOL_EXIT_OK;
+        case ':':
+            tool_error("option '%s' needs an argument", argv[optind - 1]);
+            fprintf(stderr, "Try 'zamac-decode --help' for more information.\n");
+            return TOOL_EXIT_USAGE;
+        default:
+            if (optopt) tool_error("unknown option '-%c'", optopt);
+            else tool_error("unknown option '%s'", argv[optind - 1]);
+            fprintf(stderr, "Try 'zamac-decode --help' for more information.\n");
+            return TOOL_EXIT_USAGE;
         }
     }
-    if (!input) {
-        usage();
-        return 2;
+    if (optind != argc - 1) {
+        tool_error(optind == argc ? "no input file given" : "more than one input file given");
+        fprintf(stderr, "Try 'zamac-decode --help' for more information.\n");
+        return TOOL_EXIT_USAGE;
     }
+    const char* input = argv[optind];
+    if (frames && !info) {
+        tool_error("--frames goes with --info");
+        return TOOL_EXIT_USAGE;
+    }
+    options.info = frames;
+    if (tool_check_cpu() != 0) return TOOL_EXIT_FAILURE;
 
     size_t size = 0;
-    uint8_t* data = read_file(input, &size);
-    if (!data) {
-        fprintf(stderr, "zamac-decode: cannot read %s: %s\n", input, strerror(errno));
-        return 1;
+    uint8_t* data = tool_read_input(input, DECODER_INPUT_PADDING, &size);
+    if (!data) return TOOL_EXIT_FAILURE;
+    const char* shown = strcmp(input, "-") == 0 ? "standard input" : input;
+
+    InputFormat fmt;
+    detect_format(data, size, &fmt);
+    const char* refusal = NULL;
+    char text[160];
+    if (fmt.kind == INPUT_UNKNOWN) refusal = fmt.why;
+    else if (fmt.kind == INPUT_MPEG12) {
+        snprintf(text, sizeof text, "this is an MPEG audio Layer %s stream; only Layer III (MP3) is decoded",
+                 fmt.layer == 1 ? "I" : "II");
+        refusal = text;
+    } else if (fmt.kind == INPUT_MP4)
+        refusal = "this is an MP4/M4A file; its AAC track is not read yet "
+                  "(ffmpeg -i IN.m4a -c copy OUT.aac gives the ADTS stream zamac-decode reads)";
+    if (refusal) {
+        tool_error("%s: %s", shown, refusal);
+        free(data);
+        return TOOL_EXIT_FAILURE;
     }
 
-    OutputSink out = {0};
-    out.discard = options.bench || (options.info && !output);
-    if (!out.discard) {
-        if (output) {
-            out.file = fopen(output, "wb");
-            if (!out.file) {
-                fprintf(stderr, "zamac-decode: cannot write %s: %s\n", output, strerror(errno));
-                free(data);
-                return 1;
-            }
-            out.wav = 1;
-        } else {
-            if (isatty(STDOUT_FILENO)) {
-                fprintf(stderr, "zamac-decode: refusing to write raw PCM to a terminal (use -o out.wav)\n");
-                free(data);
-                return 2;
-            }
-            out.file = stdout;
+    /* Output: -o FILE (WAVE, or raw with --raw), raw PCM on stdout, or none. */
+    ToolOutput out;
+    Sink sink = {0};
+    sink.format = (WavSampleFormat)format;
+    sink.keep = -1;
+    const int discard = options.bench || (info && !output);
+    if (!discard) {
+        const char* path = output ? output : "-";
+        if (strcmp(path, "-") == 0 && isatty(STDOUT_FILENO)) {
+            tool_error("refusing to write PCM to a terminal (use -o FILE.wav or a pipe)");
+            free(data);
+            return TOOL_EXIT_USAGE;
         }
+        if (tool_output_open(&out, path) != 0) {
+            tool_error("cannot write %s: %s", path, strerror(errno));
+            free(data);
+            return TOOL_EXIT_FAILURE;
+        }
+        sink.output = &out;
+        sink.wav = output != NULL && !raw;
     }
-    out.progress = isatty(STDERR_FILENO) && !options.info;
-    PcmSink sink = {&out, sink_format, sink_write};
+    sink.progress = isatty(STDERR_FILENO) && !info && !quiet;
+    sink.keepSamples = compare != NULL;
+    PcmSink pcmSink = {&sink, sink_format, sink_write, format == WAV_S16 ? NULL : sink_write_float, sink_trim};
     DecodeStats stats = {0, 0, 0.0};
 
-    const int isAac = looks_like_aac(data, size);
+    const int isAac = fmt.kind == INPUT_ADTS || fmt.kind == INPUT_ADIF;
+    const uint8_t* audio = data + (fmt.kind == INPUT_ADTS ? fmt.audioStart : 0);
+    const size_t audioSize = fmt.kind == INPUT_ADTS ? fmt.audioEnd - fmt.audioStart : size;
     const double cpuStart = cpu_seconds();
-    const int status = isAac ? aac_decode(data, size, &options, &sink, &stats)
-                             : mp3_decode(data, size, &options, &sink, &stats);
+    const int status = isAac ? aac_decode(audio, audioSize, &options, &pcmSink, &stats)
+                             : mp3_decode(data, size, &options, &pcmSink, &stats);
     const double cpu = cpu_seconds() - cpuStart;
-    if (out.lastProgress > 0) fprintf(stderr, "\r%*s\r", 20, "");
+    if (sink.lastProgress > 0) fprintf(stderr, "\r%*s\r", 20, "");
 
-    finish_wav(&out);
-    if (out.file && out.file != stdout) fclose(out.file);
-    else if (out.file) fflush(out.file);
-    free(data);
-    if (out.failed) {
-        fprintf(stderr, "zamac-decode: writing the output failed\n");
-        return 1;
+    int failed = status != 0 || stats.framesDecoded == 0;
+    if (sink.output) {
+        finish_wav(&sink);
+        if (tool_output_close(&out, !failed) != 0 && !failed) {
+            tool_error("writing %s failed: %s", strcmp(out.path, "-") == 0 ? "standard output" : out.path,
+                       strerror(errno));
+            failed = 1;
+        }
     }
+    if (!failed && info) {
+        StreamSummary summary = {fmt.kind, stats.framesDecoded, (long long)sink.framesWritten, sink.sampleRate,
+                                 sink.channels, sink.trimmed, sink.trimSkip, sink.trimKeep};
+        print_stream_info(stdout, shown, data, size, &fmt, &summary);
+    }
+    if (!failed && compare && compare_with(compare, &sink) != 0) failed = 1;
+    free(sink.bytes);
+    free(sink.kept);
+    free(data);
+    if (failed) return TOOL_EXIT_FAILURE;
 
-    if (stats.framesDecoded == 0) return 1;
-    fprintf(stderr, "%s: %s, %d Hz, %d channel%s, %.2f s, %ld frames (%ld concealed)", input,
-            isAac ? "AAC" : "MP3", out.sampleRate, out.channels, out.channels == 1 ? "" : "s",
-            stats.audioSeconds, stats.framesDecoded, stats.framesConcealed);
-    if (cpu > 0 && stats.audioSeconds > 0)
-        fprintf(stderr, ", %.3f s CPU, %.0fx real time", cpu, stats.audioSeconds / cpu);
-    fprintf(stderr, "\n");
+    if (!quiet) {
+        const double seconds = sink.sampleRate ? (double)sink.framesWritten / sink.sampleRate : 0;
+        fprintf(stderr, "%s: %s, %d Hz, %d channel%s, %.2f s, %ld frames (%ld concealed)", shown,
+                isAac ? "AAC" : "MP3", sink.sampleRate, sink.channels, sink.channels == 1 ? "" : "s", seconds,
+                stats.framesDecoded, stats.framesConcealed);
+        if (cpu > 0 && stats.audioSeconds > 0)
+            fprintf(stderr, ", %.3f s CPU, %.0fx real time", cpu, stats.audioSeconds / cpu);
+        fprintf(stderr, "\n");
+    }
     if (options.bench)
         printf("%.3f seconds of audio per CPU second\n", cpu > 0 ? stats.audioSeconds / cpu : 0.0);
-    return status == 0 ? 0 : 1;
+    return TOOL_EXIT_OK;
 }

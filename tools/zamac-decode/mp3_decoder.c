@@ -12,7 +12,9 @@
  *    it decodes as silence while the overlap and the synthesis banks run on.
  *  - A truncated last frame is dropped.
  *  - The CRC word is carried by the header parser and not checked.
- *  - No encoder delay or padding is removed (the LAME tag is not interpreted).
+ *  - The encoder delay and padding of a LAME tag (in a Xing/"Info" frame) are told to
+ *    the sink with the decoder delay of 529 samples added to the delay; to give the
+ *    sink the padding's last samples, the synthesis is flushed by one more frame.
  */
 #include <stdio.h>
 #include <stdlib.h>
@@ -35,6 +37,7 @@ static const int kSampleRates[3][3] = {{44100, 48000, 32000}, {22050, 24000, 160
 
 #define MAX_FRAME_BYTES 4096
 #define RESERVOIR_BYTES 511
+#define MP3_DECODER_DELAY 529  /* samples: the hybrid filter bank's and the synthesis' delay */
 
 /* Parses and validates a 4-byte header. Returns 1 for a plausible header. */
 static int parse_header(const uint8_t* p, Mp3Header* h)
@@ -162,18 +165,6 @@ static void framer_init(Framer* f, const uint8_t* data, size_t size)
     f->end = tag_audio_end(data, size);
 }
 
-/* A Xing/Info (LAME) or VBRI frame carries stream information, no audio. */
-static int is_info_frame(const uint8_t* p, const Mp3Header* h, int length)
-{
-    /* lame puts the tag right after the side information's nominal place even
-     * when a CRC word moves the side information two bytes on; look at both. */
-    for (int crc = 0; crc <= (h->protection ? 2 : 0); crc += 2) {
-        const int at = 4 + crc + h->sideInfoBytes;
-        if (at + 4 <= length && (memcmp(p + at, "Xing", 4) == 0 || memcmp(p + at, "Info", 4) == 0)) return 1;
-    }
-    return 36 + 4 <= length && memcmp(p + 36, "VBRI", 4) == 0;
-}
-
 int mp3_decode(const uint8_t* data, size_t size, const DecodeOptions* options, PcmSink* sink, DecodeStats* stats)
 {
     Framer framer;
@@ -216,14 +207,24 @@ int mp3_decode(const uint8_t* data, size_t size, const DecodeOptions* options, P
     }
 
     framer_init(&framer, data, size);
-    int formatSent = 0, started = 0, stop = 0, reported = 0;
+    int formatSent = 0, started = 0, stop = 0, reported = 0, flush = 0;
+    Mp3StreamInfo streamInfo;
     size_t reservoirBytes = 0;
     long frameIndex = 0;
     while (!stop && next_frame(&framer, &h, &length)) {
         const uint8_t* p = data + framer.pos;
         framer.pos += (size_t)length;
         if (h.layer != 3) continue;
-        if (frameIndex++ == 0 && is_info_frame(p, &h, length)) continue;
+        if (frameIndex++ == 0 &&
+            tag_read_mp3_info(p, (size_t)length, h.sideInfoBytes, h.protection, &streamInfo)) {
+            if (options->gapless && sink->trim && streamInfo.hasLame) {
+                const long audioFrames = streamInfo.frames > 0 ? streamInfo.frames : frames - 1;
+                sink->trim(sink->ctx, streamInfo.encoderDelay + MP3_DECODER_DELAY,
+                           (long long)audioFrames * h.samples - streamInfo.encoderDelay - streamInfo.encoderPadding);
+                flush = 1;
+            }
+            continue;
+        }
 
         Mp3FrameHeader fh;
         Mp3SideInfo si[4];
@@ -261,7 +262,7 @@ int mp3_decode(const uint8_t* data, size_t size, const DecodeOptions* options, P
             }
             if (bad) {
                 ++stats->framesConcealed;
-                if (options->verbose || reported < 3)
+                if (!options->quiet && (options->verbose || reported < 3))
                     fprintf(stderr, "zamac-decode: frame %ld at byte %zu: %s\n", frameIndex - 1,
                             (size_t)(p - data),
                             concealed == 2 ? "bit reservoir data missing, concealed"
@@ -283,6 +284,10 @@ int mp3_decode(const uint8_t* data, size_t size, const DecodeOptions* options, P
             memmove(reservoir, reservoir + reservoirBytes - RESERVOIR_BYTES, RESERVOIR_BYTES);
             reservoirBytes = RESERVOIR_BYTES;
         }
+    }
+    if (flush && formatSent && !stop) {
+        mp3_layer3_conceal_frame(l3, &first, outChannels, pcm);  /* the last samples out of the banks */
+        sink->write(sink->ctx, pcm, first.samples);
     }
     if (framer.skippedBytes > 0 && options->verbose)
         fprintf(stderr, "zamac-decode: %ld bytes skipped while looking for frames\n", framer.skippedBytes);

@@ -461,7 +461,7 @@ static int build_frame(AacEncoder* e, int fillBits)
     return (int)(w.byte - e->out);
 }
 
-static int encode_frame(AacEncoder* e, FILE* out, AacEncodeStats* stats)
+static int encode_frame(AacEncoder* e, AacSink* out, AacEncodeStats* stats)
 {
     int anyShort = 0;
     for (int i = 0; i < e->elementCount; ++i) {
@@ -498,14 +498,14 @@ static int encode_frame(AacEncoder* e, FILE* out, AacEncodeStats* stats)
         if (fullness > 0x7FE) fullness = 0x7FE;
     }
     aac_write_adts_header(e->out, e->samplingIndex, e->cfg.channels, bytes, fullness);
-    if (fwrite(e->out, 1, (size_t)bytes, out) != (size_t)bytes) return -1;
+    if (out->write(out->ctx, e->out, (size_t)bytes) != 0) return -1;
     stats->frames++;
     stats->shortFrames += anyShort;
     stats->bytes += bytes;
     return 0;
 }
 
-int aac_encode(const AacConfig* config, AacPcmSource* source, FILE* out, AacEncodeStats* stats)
+int aac_encode(const AacConfig* config, AacPcmSource* source, AacSink* out, AacEncodeStats* stats)
 {
     AacEncoder* e = (AacEncoder*)calloc(1, sizeof *e);
     if (!e) return -1;
