@@ -2,7 +2,7 @@
 #ifndef ZAMAC_ENCODE_AAC_API_H
 #define ZAMAC_ENCODE_AAC_API_H
 
-#include <stdio.h>
+#include <stddef.h>
 
 /* Settings of one encoding. */
 typedef struct {
@@ -12,7 +12,9 @@ typedef struct {
     int quality;           /* 0: average bit rate; 1..100: quality-driven VBR */
     int bandwidth;         /* Hz; 0: chosen from the rate */
     int noMidSide;         /* disables M/S stereo */
-    int noTns;             /* disables temporal noise shaping */
+    int noIntensity;       /* disables intensity stereo (otherwise used at the lowest rates) */
+    int noPns;             /* disables noise substitution (otherwise used at low rates) */
+    int tns;               /* enables temporal noise shaping of long windows */
 } AacConfig;
 
 /* Where the PCM comes from: read() fills up to `frames` interleaved frames of float
@@ -22,6 +24,12 @@ typedef struct {
     long (*read)(void* ctx, float* interleaved, long frames);
 } AacPcmSource;
 
+/* Where the ADTS stream goes: write() returns 0, or -1 to stop. */
+typedef struct {
+    void* ctx;
+    int (*write)(void* ctx, const void* bytes, size_t count);
+} AacSink;
+
 typedef struct {
     long frames;           /* ADTS frames written */
     long shortFrames;      /* frames with an eight-short window sequence */
@@ -30,6 +38,11 @@ typedef struct {
 } AacEncodeStats;
 
 /* Encodes the whole source as ADTS; returns 0, or -1 after a message on stderr. */
-int aac_encode(const AacConfig* config, AacPcmSource* source, FILE* out, AacEncodeStats* stats);
+int aac_encode(const AacConfig* config, AacPcmSource* source, AacSink* sink, AacEncodeStats* stats);
+
+/* The command line of an AAC run (aac_main.c): main.c hands argc and argv over when
+ * aac_wanted() says the run asks for AAC (--aac, or an output name ending in .aac). */
+int aac_wanted(int argc, char** argv);
+int aac_main(int argc, char** argv);
 
 #endif

@@ -90,11 +90,25 @@ static void put_section_data(BitWriter* w, const AacChannel* ch)
 
 static void put_scale_factors(BitWriter* w, const AacCodes* codes, const AacChannel* ch)
 {
-    int last = ch->globalGain;
+    int last = ch->globalGain, lastNoise = -1000, lastPosition = 0;
     for (int g = 0; g < ch->numGroups; ++g)
         for (int b = 0; b < ch->maxSfb; ++b) {
             const int i = g * AAC_BANDS + b;
             if (ch->cb[i] == 0) continue;
+            if (ch->cb[i] == 14 || ch->cb[i] == 15) {
+                zamsVLCEncodeOne_16s1u((int16_t)(ch->sf[i] - lastPosition), &w->byte, &w->bit, codes->scaleFactor);
+                lastPosition = ch->sf[i];
+                continue;
+            }
+            if (ch->cb[i] == 13) {
+                /* noise energy: the first as 9 bits (offset by global_gain - 346), then differences */
+                if (lastNoise == -1000)
+                    bw_put(w, (uint32_t)(ch->sf[i] - ch->globalGain + 346), 9);
+                else
+                    zamsVLCEncodeOne_16s1u((int16_t)(ch->sf[i] - lastNoise), &w->byte, &w->bit, codes->scaleFactor);
+                lastNoise = ch->sf[i];
+                continue;
+            }
             const int diff = ch->sf[i] - last;
             last = ch->sf[i];
             zamsVLCEncodeOne_16s1u((int16_t)diff, &w->byte, &w->bit, codes->scaleFactor);

@@ -44,6 +44,8 @@ typedef struct {
     float* buffer[AAC_MAX_CHANNELS]; /* 3072 samples: previous, current and next frame */
     int sequence[4], shape[4], attack[4], attackWindow[4];
     int maxSfbLong, maxSfbShort;
+    int pns;               /* noise substitution allowed */
+    int intensityStartBand; /* first long-window band of intensity stereo; -1: none */
 
     MdctFwdSpec_32f* mdctLong;
     MdctFwdSpec_32f* mdctShort;
@@ -99,17 +101,38 @@ static void* aligned_zeroed(size_t bytes)
     return p;
 }
 
+/* Bits per second and channel (the LFE not counted); in quality mode a nominal
+ * figure that sets the tools and the bandwidth as the average rate mode would. */
+static int per_channel_rate(const AacConfig* cfg)
+{
+    const int coded = cfg->channels >= 6 ? 5 : cfg->channels;
+    return cfg->quality > 0 ? 16000 + cfg->quality * 900 : cfg->bitRate / coded;
+}
+
+/* Threshold offset of a quality (1..100): 1.5 dB of noise per 4 steps of quality. */
+static int quality_offset(int quality)
+{
+    return (56 - quality) / 4;
+}
+
+/* Audio bandwidth: full (20 kHz) from 40 kb/s per channel, narrowing to 6.5 kHz at
+ * 24 kb/s and in proportion below; noise substitution keeps the upper bands alive in
+ * between. */
 static int bandwidth_for(const AacConfig* cfg)
 {
-    if (cfg->bandwidth > 0) return cfg->bandwidth;
-    int perChannel;
-    if (cfg->quality > 0)
-        perChannel = 32000 + cfg->quality * 1000;
-    else
-        perChannel = cfg->bitRate / (cfg->channels >= 6 ? 5 : cfg->channels);
-    double bw = 3000.0 + perChannel * 0.22;
-    if (bw > 20000.0) bw = 20000.0;
-    return (int)bw;
+    int bw = cfg->bandwidth;
+    if (bw <= 0) {
+        const int perChannel = per_channel_rate(cfg);
+        if (perChannel >= 40000)
+            bw = 20000;
+        else if (perChannel >= 24000)
+            bw = 6500 + (perChannel - 24000) * 27 / 32;
+        else
+            bw = 6500 * perChannel / 24000;
+        if (bw < 3000) bw = 3000;
+    }
+    if (bw > cfg->sampleRate / 2) bw = cfg->sampleRate / 2;
+    return bw;
 }
 
 static int bands_below(const AacBandTable* t, int lines)
@@ -170,6 +193,7 @@ static int encoder_init(AacEncoder* e, const AacConfig* cfg)
     }
     for (int c = 0; c < n; ++c) e->inputOf[c] = kInput[n][c];
 
+    aac_quant_init();
     make_windows(e->longWindow[AAC_SHAPE_SINE], e->longWindow[AAC_SHAPE_KBD], 2048, 4.0);
     make_windows(e->shortWindow[AAC_SHAPE_SINE], e->shortWindow[AAC_SHAPE_KBD], 256, 6.0);
     int wl = 0, ws = 0;
@@ -201,6 +225,15 @@ static int encoder_init(AacEncoder* e, const AacConfig* cfg)
     e->maxSfbShort = bands_below(&kAacSwbShort[e->samplingIndex], (lines + 7) / 8);
 
     e->meanBits = (double)cfg->bitRate * 1024.0 / cfg->sampleRate;
+    {
+        const int perChannel = per_channel_rate(cfg);
+        e->pns = !cfg->noPns && perChannel < 64000;
+        /* intensity stereo from 6 kHz at the lowest rates */
+        e->intensityStartBand = -1;
+        if (!cfg->noIntensity && perChannel < 32000)
+            e->intensityStartBand = bands_below(&kAacSwbLong[e->samplingIndex],
+                                                (int)(6000.0 * 2048.0 / cfg->sampleRate));
+    }
     e->maxFrameBits = 6144 * n;
     if (e->maxFrameBits > 8191 * 8 - 64) e->maxFrameBits = 8191 * 8 - 64;
     e->maxReservoir = e->maxFrameBits - e->meanBits;
@@ -318,7 +351,7 @@ static void analyse_element(AacEncoder* e, int index)
             ch->numGroups = 1;
             ch->groupLen[0] = 1;
             ch->grouping = 0;
-            if (!e->cfg.noTns && el->type != AAC_LFE)
+            if (e->cfg.tns && el->type != AAC_LFE)
                 aac_tns_analyse(ch, e->samplingIndex, e->cfg.sampleRate);
             else
                 ch->tnsPresent = 0;
@@ -336,11 +369,22 @@ static void analyse_element(AacEncoder* e, int index)
         }
         aac_psy_analyse(&e->psy[el->first + c], ch, 6.0f);
     }
-    if (el->type == AAC_CPE) {
-        if (e->cfg.noMidSide)
-            el->msMaskPresent = 0;
-        else
-            aac_stereo_decide(el, &e->ch[el->first], &e->ch[el->first + 1]);
+    if (el->type == AAC_CPE)
+        aac_stereo_decide(el, &e->ch[el->first], &e->ch[el->first + 1],
+                          sequence == AAC_EIGHT_SHORT ? -1 : e->intensityStartBand, !e->cfg.noMidSide);
+    else
+        memset(e->ch[el->first].intensity, 0, sizeof e->ch[el->first].intensity);
+    /* noise substitution at low rates: noise-like long-window bands above 4 kHz, not M/S */
+    for (int c = 0; c < count; ++c) {
+        AacChannel* ch = &e->ch[el->first + c];
+        memset(ch->noiseCandidate, 0, sizeof ch->noiseCandidate);
+        if (!e->pns || sequence == AAC_EIGHT_SHORT || el->type == AAC_LFE) continue;
+        for (int b = 0; b < ch->maxSfb; ++b) {
+            const double hz = ch->swb[b] * (double)e->cfg.sampleRate / 2048.0;
+            const int ms = el->type == AAC_CPE && el->msMaskPresent && el->msUsed[b];
+            const int intensity = el->type == AAC_CPE && e->ch[el->first + 1].intensity[b];
+            ch->noiseCandidate[b] = hz >= 4000.0 && !ms && !intensity && ch->tonality[b] < 0.3f;
+        }
     }
 }
 
@@ -417,7 +461,7 @@ static int build_frame(AacEncoder* e, int fillBits)
     return (int)(w.byte - e->out);
 }
 
-static int encode_frame(AacEncoder* e, FILE* out, AacEncodeStats* stats)
+static int encode_frame(AacEncoder* e, AacSink* out, AacEncodeStats* stats)
 {
     int anyShort = 0;
     for (int i = 0; i < e->elementCount; ++i) {
@@ -427,7 +471,7 @@ static int encode_frame(AacEncoder* e, FILE* out, AacEncodeStats* stats)
     int bits, fill = 0, fullness = 0x7FF;
     const double reservoirBefore = e->reservoir;
     if (e->cfg.quality > 0) {
-        e->offset = (60 - e->cfg.quality) / 4;
+        e->offset = quality_offset(e->cfg.quality);
         bits = quantize_frame(e, e->offset);
         if (bits > e->maxFrameBits) bits = fit_frame(e, e->maxFrameBits);
     } else {
@@ -445,15 +489,6 @@ static int encode_frame(AacEncoder* e, FILE* out, AacEncodeStats* stats)
         if (after > e->maxReservoir) fill = (int)(after - e->maxReservoir) + 8;
     }
     const int bytes = build_frame(e, fill);
-    if (getenv("AAC_DEBUG") && stats->frames == 10) {
-        const AacChannel* c = &e->ch[0];
-        for (int b = 0; b < c->maxSfb; ++b) {
-            int m = 0;
-            for (int k = c->swb[b]; k < c->swb[b + 1]; ++k) m = abs(c->q[k]) > m ? abs(c->q[k]) : m;
-            fprintf(stderr, "b%d e=%.3g thr=%.3g sf=%d cb=%d qmax=%d maxabs=%.3g\n", b, c->energy[b], c->threshold[b], c->sf[b], c->cb[b], m, c->maxAbs[b]);
-        }
-    }
-    if (getenv("AAC_DEBUG")) fprintf(stderr, "frame %ld offset %d bits %d seq %d\n", stats->frames, e->offset, bits, e->sequence[0]);
     if (e->cfg.quality == 0) {
         /* the reservoir after this frame, from its real size */
         e->reservoir = reservoirBefore + e->meanBits - 8.0 * bytes;
@@ -463,14 +498,14 @@ static int encode_frame(AacEncoder* e, FILE* out, AacEncodeStats* stats)
         if (fullness > 0x7FE) fullness = 0x7FE;
     }
     aac_write_adts_header(e->out, e->samplingIndex, e->cfg.channels, bytes, fullness);
-    if (fwrite(e->out, 1, (size_t)bytes, out) != (size_t)bytes) return -1;
+    if (out->write(out->ctx, e->out, (size_t)bytes) != 0) return -1;
     stats->frames++;
     stats->shortFrames += anyShort;
     stats->bytes += bytes;
     return 0;
 }
 
-int aac_encode(const AacConfig* config, AacPcmSource* source, FILE* out, AacEncodeStats* stats)
+int aac_encode(const AacConfig* config, AacPcmSource* source, AacSink* out, AacEncodeStats* stats)
 {
     AacEncoder* e = (AacEncoder*)calloc(1, sizeof *e);
     if (!e) return -1;

@@ -40,6 +40,10 @@ typedef struct {
     float threshold[8 * AAC_BANDS];
     float sumSqrt[8 * AAC_BANDS]; /* sum of |x|^(1/2) over the band */
     float maxAbs[8 * AAC_BANDS];
+    float tonality[8 * AAC_BANDS];     /* 0 noise .. 1 tone */
+    uint8_t noiseCandidate[8 * AAC_BANDS]; /* may be coded as noise (PNS) */
+    uint8_t intensity[8 * AAC_BANDS];  /* second channel of a pair: 15 / 14 for intensity bands, else 0 */
+    int isPosition[8 * AAC_BANDS];
 
     /* quantization result */
     int sf[8 * AAC_BANDS];
@@ -90,10 +94,12 @@ void aac_psy_group(AacChannel* ch, const float winEnergy[8], int attackWindow);
 /* Band energies and thresholds of a channel whose spectrum is in stream order. */
 void aac_psy_analyse(const AacPsyState* psy, AacChannel* ch, float snrDb);
 
-/* aac_stereo.c: chooses M/S per band and converts the bands chosen. */
-void aac_stereo_decide(AacElement* el, AacChannel* left, AacChannel* right);
+/* aac_stereo.c: chooses intensity stereo for the coherent bands from isStartBand on
+ * (long windows; -1: none) and M/S for the others, and converts the bands chosen. */
+void aac_stereo_decide(AacElement* el, AacChannel* left, AacChannel* right, int isStartBand, int allowMidSide);
 
 /* aac_quant.c */
+void aac_quant_init(void); /* once, before the first frame */
 /* Quantizes a channel with the thresholds scaled by 2^(offset / 4) (offset in scale-factor
  * steps of 1.5 dB), chooses code books and sections; returns the bits of its individual
  * channel stream (global gain, section data, scale factors, TNS, spectral data). */

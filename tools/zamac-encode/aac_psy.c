@@ -23,7 +23,9 @@ static double ath_db(double f)
 {
     const double k = (f < 20.0 ? 20.0 : f) / 1000.0;
     double db = 3.64 * pow(k, -0.8) - 6.5 * exp(-0.6 * (k - 3.3) * (k - 3.3)) + 1e-3 * k * k * k * k;
-    return db > 90.0 ? 90.0 : db;
+    /* capped: high-frequency content above 20 dB SPL stays coded (the bandwidth is
+     * set by the rate, not by the threshold in quiet) */
+    return db > 20.0 ? 20.0 : db;
 }
 
 static void band_constants(const AacBandTable* t, int lines, int sampleRate, float* athOut, float* barkOut,
@@ -110,7 +112,7 @@ void aac_psy_analyse(const AacPsyState* psy, AacChannel* ch, float snrDb)
     const float* hz = isShort ? psy->hzShort : psy->hzLong;
     const float fullScale = isShort ? psy->fullScaleShort : psy->fullScaleLong;
     int groupStart = 0;
-    for (int i = 0; i < 1024; ++i) ch->pow34[i] = sqrtf(fabsf(ch->spec[i]) * sqrtf(fabsf(ch->spec[i])));
+    zamsPow34_32f(ch->spec, ch->pow34, 1024); /* signed; the quantizer takes magnitudes */
     for (int g = 0; g < ch->numGroups; ++g) {
         const int L = ch->groupLen[g];
         float* e = ch->energy + g * AAC_BANDS;
@@ -136,7 +138,11 @@ void aac_psy_analyse(const AacPsyState* psy, AacChannel* ch, float snrDb)
             float tonality = flatnessDb / -20.0f;
             if (tonality > 1.0f) tonality = 1.0f;
             if (tonality < 0.0f) tonality = 0.0f;
-            smrDb[b] = tonality * (14.5f + bk[b]) + (1.0f - tonality) * snrDb;
+            /* a tone masks with 14.5 + z dB of distance, capped at 15 dB */
+            float tsmr = 14.5f + bk[b];
+            if (tsmr > 15.0f) tsmr = 15.0f;
+            smrDb[b] = tonality * tsmr + (1.0f - tonality) * snrDb;
+            ch->tonality[g * AAC_BANDS + b] = tonality;
             ch->sumSqrt[g * AAC_BANDS + b] = ss;
             ch->maxAbs[g * AAC_BANDS + b] = m;
         }

@@ -12,7 +12,13 @@
 
 #include "aac_encoder.h"
 
-enum { INF = 1 << 28 };
+enum { INF = 1 << 28, NB = 16 /* books 0..15 (12 is never used) */ };
+enum { NOISE_BOOK = 13 };
+
+static int is_special(int book)
+{
+    return book >= NOISE_BOOK; /* noise and intensity bands carry no spectral data */
+}
 
 static int sf_code_length(int diff)
 {
@@ -31,13 +37,28 @@ static int smallest_book(int m)
     return 11;
 }
 
-/* Quantizes n values with scale factor sf; returns the largest magnitude. */
+/* (2^(-(sf - 100) / 4))^(3/4) for sf 0..255: the library's scale-factor multipliers
+ * raised by its power law. */
+static float kQuantScale[256];
+
+void aac_quant_init(void)
+{
+    int16_t steps[256];
+    float multipliers[256];
+    for (int sf = 0; sf < 256; ++sf) steps[sf] = (int16_t)(200 - sf);
+    zamsCalcSF_16s32f(steps, multipliers, 256, 100);
+    zamsPow34_32f(multipliers, kQuantScale, 256);
+}
+
+/* Quantizes n values with scale factor sf (x34 = x^(3/4) with the sign of x); returns
+ * the largest magnitude. Rounding is biased toward zero (0.4054), which lowers the
+ * bits more than the noise. */
 static int quantize_band(const float* x, const float* x34, int16_t* q, int n, int sf)
 {
-    const float scale = exp2f(-0.1875f * (float)(sf - 100));
+    const float scale = kQuantScale[sf];
     int m = 0;
     for (int i = 0; i < n; ++i) {
-        int v = (int)(x34[i] * scale + 0.4054f);
+        int v = (int)(fabsf(x34[i]) * scale + 0.4054f);
         if (v > 8191) v = 8191;
         if (v > m) m = v;
         q[i] = (int16_t)(x[i] < 0 ? -v : v);
@@ -53,23 +74,23 @@ static int section_bits(int len, int lenBits)
 }
 
 /* Chooses the books of group g by dynamic programming; cost[b][k] are the band costs. */
-static void choose_books(AacChannel* ch, int g, int cost[][12])
+static void choose_books(AacChannel* ch, int g, int cost[][NB])
 {
     const int nb = ch->maxSfb;
     const int lenBits = ch->sequence == AAC_EIGHT_SHORT ? 3 : 5;
     const int escape = (1 << lenBits) - 1;
-    int dp[65][12], run[65][12];
-    uint8_t cont[65][12];
-    for (int k = 0; k < 12; ++k) dp[0][k] = INF;
+    int dp[65][NB], run[65][NB];
+    uint8_t cont[65][NB];
+    for (int k = 0; k < NB; ++k) dp[0][k] = INF;
     for (int b = 0; b < nb; ++b) {
         int best = INF, bestK = 0;
-        for (int k = 0; k < 12; ++k)
+        for (int k = 0; k < NB; ++k)
             if (dp[b][k] < best) {
                 best = dp[b][k];
                 bestK = k;
             }
         (void)bestK;
-        for (int k = 0; k < 12; ++k) {
+        for (int k = 0; k < NB; ++k) {
             dp[b + 1][k] = INF;
             if (cost[b][k] >= INF) continue;
             /* continue the section of book k, or open a new one */
@@ -89,7 +110,7 @@ static void choose_books(AacChannel* ch, int g, int cost[][12])
     }
     /* trace back */
     int k = 0, best = INF;
-    for (int j = 0; j < 12; ++j)
+    for (int j = 0; j < NB; ++j)
         if (dp[nb][j] < best) {
             best = dp[nb][j];
             k = j;
@@ -98,7 +119,7 @@ static void choose_books(AacChannel* ch, int g, int cost[][12])
         ch->cb[g * AAC_BANDS + b - 1] = (uint8_t)k;
         if (!cont[b][k] && b > 1) {
             int pb = INF, pk = 0;
-            for (int j = 0; j < 12; ++j)
+            for (int j = 0; j < NB; ++j)
                 if (dp[b - 1][j] < pb) {
                     pb = dp[b - 1][j];
                     pk = j;
@@ -158,14 +179,16 @@ int aac_quantize_channel(const AacCodes* codes, AacChannel* ch, int offset)
     static const float kMaxQuant43 = 165113.0f; /* 8191^(4/3) */
     for (int g = 0; g < ch->numGroups; ++g) {
         const int L = ch->groupLen[g];
-        int cost[64][12];
+        int cost[64][NB];
         for (int b = 0; b < ch->maxSfb; ++b) {
             const int i = g * AAC_BANDS + b;
             const int start = groupStart + ch->swb[b] * L;
             const int n = (ch->swb[b + 1] - ch->swb[b]) * L;
             int16_t* q = ch->q + start;
             int m = 0;
-            if (ch->maxAbs[i] > 0.0f && ch->energy[i] > ch->threshold[i]) {
+            if (ch->intensity[i]) {
+                m = -1;
+            } else if (ch->maxAbs[i] > 0.0f && ch->energy[i] > ch->threshold[i]) {
                 int sf = scale_factor_for(ch->threshold[i], ch->sumSqrt[i]) + offset;
                 const int sfMin = (int)ceilf(100.0f + 4.0f * log2f(ch->maxAbs[i] / kMaxQuant43));
                 if (sf < sfMin) sf = sfMin;
@@ -175,15 +198,22 @@ int aac_quantize_channel(const AacCodes* codes, AacChannel* ch, int offset)
                     if (sf > last + 60) sf = last + 60;
                     if (sf < last - 60) sf = last - 60;
                 }
+                const int previous = last;
                 m = quantize_band(ch->spec + start, ch->pow34 + start, q, n, sf);
                 ch->sf[i] = sf;
                 if (m > 0) last = sf;
+                if (m <= 1 && ch->noiseCandidate[i]) {
+                    /* this band would keep little more than its sign pattern: substitute noise */
+                    m = -1;
+                    last = previous;
+                }
             }
-            if (m == 0) memset(q, 0, (size_t)n * sizeof *q);
-            ch->maxAbs[i] = ch->maxAbs[i]; /* kept */
-            const int first = smallest_book(m);
-            for (int k = 0; k < 12; ++k) cost[b][k] = INF;
-            if (first == 0) {
+            if (m <= 0) memset(q, 0, (size_t)n * sizeof *q);
+            const int first = m >= 0 ? smallest_book(m) : ch->intensity[i] ? ch->intensity[i] : NOISE_BOOK;
+            for (int k = 0; k < NB; ++k) cost[b][k] = INF;
+            if (is_special(first)) {
+                cost[b][first] = 0;
+            } else if (first == 0) {
                 cost[b][0] = 0;
                 /* an all-zero band inside a section of another book costs its zeros and
                  * a scale-factor difference of 0 */
@@ -199,7 +229,7 @@ int aac_quantize_channel(const AacCodes* codes, AacChannel* ch, int offset)
         choose_books(ch, g, cost);
         for (int b = 0; b < ch->maxSfb; ++b) {
             const int i = g * AAC_BANDS + b;
-            if (ch->cb[i]) spectralBits += cost[b][ch->cb[i]] - (nonZero[b] ? 0 : 1);
+            if (ch->cb[i] && !is_special(ch->cb[i])) spectralBits += cost[b][ch->cb[i]] - (nonZero[b] ? 0 : 1);
             if (!nonZero[b]) ch->sf[i] = -1; /* takes the previous scale factor below */
         }
         uint8_t books[64];
@@ -216,7 +246,7 @@ int aac_quantize_channel(const AacCodes* codes, AacChannel* ch, int offset)
     for (int g = 0; g < ch->numGroups && gg < 0; ++g)
         for (int b = 0; b < ch->maxSfb; ++b) {
             const int i = g * AAC_BANDS + b;
-            if (ch->cb[i] && ch->sf[i] >= 0) {
+            if (ch->cb[i] && !is_special(ch->cb[i]) && ch->sf[i] >= 0) {
                 gg = ch->sf[i];
                 break;
             }
@@ -224,10 +254,38 @@ int aac_quantize_channel(const AacCodes* codes, AacChannel* ch, int offset)
     if (gg < 0) gg = 100;
     ch->globalGain = gg;
     last = gg;
+    int lastNoise = -1000, lastPosition = 0;
     for (int g = 0; g < ch->numGroups; ++g)
         for (int b = 0; b < ch->maxSfb; ++b) {
             const int i = g * AAC_BANDS + b;
             if (!ch->cb[i]) continue;
+            if (ch->cb[i] == 14 || ch->cb[i] == 15) {
+                /* intensity position, counted from 0 */
+                int p = ch->isPosition[i];
+                if (p > lastPosition + 60) p = lastPosition + 60;
+                if (p < lastPosition - 60) p = lastPosition - 60;
+                sfBits += sf_code_length(p - lastPosition);
+                ch->sf[i] = p;
+                lastPosition = p;
+                continue;
+            }
+            if (ch->cb[i] == NOISE_BOOK) {
+                /* noise energy: the band's energy is 2^(value / 2) (ISO/IEC 14496-3, 4.6.13) */
+                const float energy = ch->energy[i] > 1.0f ? ch->energy[i] : 1.0f;
+                int v = (int)lrintf(2.0f * log2f(energy));
+                if (lastNoise == -1000) {
+                    if (v < gg - 346) v = gg - 346;
+                    if (v > gg + 165) v = gg + 165;
+                    sfBits += 9;
+                } else {
+                    if (v > lastNoise + 60) v = lastNoise + 60;
+                    if (v < lastNoise - 60) v = lastNoise - 60;
+                    sfBits += sf_code_length(v - lastNoise);
+                }
+                ch->sf[i] = v;
+                lastNoise = v;
+                continue;
+            }
             if (ch->sf[i] < 0) ch->sf[i] = last;
             sfBits += sf_code_length(ch->sf[i] - last);
             last = ch->sf[i];

@@ -20,6 +20,7 @@
 #include <string.h>
 #include <time.h>
 
+#include "aac_api.h"
 #include "encoder.h"
 #include "mp3_encoder.h"
 #include "tool_cli.h"
@@ -47,6 +48,8 @@ static void usage(FILE* out)
             "    -t              no Xing/Info frame (no gapless delay and padding)\n"
             "    --quiet         no progress and no summary\n"
             "    --silent        the same\n"
+            "    --aac           AAC-LC (ADTS) instead of MP3, as an output name ending in\n"
+            "                    .aac also chooses; --aac --help lists the AAC options\n"
             "    -h, --help      this text\n"
             "    --version       the version of the tool and the library\n",
             tool_name());
@@ -83,6 +86,7 @@ static void progress(long frame, long total, int final)
 int main(int argc, char** argv)
 {
     tool_set_name("zamac-encode");
+    if (aac_wanted(argc, argv)) return aac_main(argc, argv); /* AAC-LC: aac_main.c */
     EncoderSettings set = {0};
     set.vbrQuality = -1;
     set.writeTag = 1;
