@@ -1864,7 +1864,9 @@ ZamStatus zamsReQuantizeSfb_MP3_32s_I(int32_t* pSrcDstIsXr, int32_t* pSrcDstNonZ
  *   subbands above it (and above the reach of the alias butterflies) are not
  *   transformed, their output is the overlap alone. Lines at and above it must be 0.
  * Coefficients Q31, windows Q30, each product in 64 bits, each of the four steps
- * (alias butterfly, transform, window, overlap sum) rounded once and saturated.
+ * (alias butterfly, transform, window, overlap sum) rounded once and saturated;
+ * transform inputs are first clamped to +-(2^27 - 1) (8.0; the ISO streams peak at
+ * 4.9), which keeps the 64-bit sums exact.
  * Checks, in order: a null pointer -> zamStsNullPtr; nonZeroBound outside 0..576 ->
  * zamStsBadArg; window_switching_flag or mixed_block_flag above 1, block_type above
  * 3, window switching with block_type 0 -> zamStsMp3SideInfoErr. Nothing is written
@@ -1882,7 +1884,7 @@ ZamStatus zamsMDCTInv_MP3_32s(const int32_t* pSrcXr, int32_t* pDstY, int32_t non
  * 0, 1, 3 the 36-point transform times their window; block type 2 the three
  * windowed 12-point transforms at offsets 6, 12, 18 (zeros at 0..5 and 30..35);
  * mixedBlock 1 puts subbands 0 and 1 on the normal window. No alias reduction, no
- * frequency inversion. Q24 in and out.
+ * frequency inversion. Q24 in and out, inputs clamped as above.
  * Checks, in order: a null pointer -> zamStsNullPtr; numSubbands outside 1..32 ->
  * zamStsSize; blockType above 3 or mixedBlock above 1 -> zamStsBadArg. */
 ZamStatus zamsMDCTInvWindow_MP3_32s(const int32_t* pSrcXr, int32_t* pDst, int32_t numSubbands, int32_t blockType,

@@ -28,7 +28,8 @@ tests=$build/tests/zamac_tools_tests
 echo "== ISO compliance streams (PSNR = 10 log10(32767^2 / MSE) over the reference's length), float and --fixed"
 printf '%-24s %-8s %10s %9s\n' stream path "PSNR (dB)" "max diff"
 "$tests" --gtest_filter='*Mp3Iso*' 2>&1 |
-  sed -n 's/^\([^ ]*\)\( --fixed\)\{0,1\}: PSNR \([0-9.]*\) dB, max diff \([0-9]*\)$/\1 x\2 \3 \4/p' |
+  sed -e 's/ --fixed: PSNR/:fixed: PSNR/' |
+  sed -n 's/^\([^ :]*\)\(:fixed\)\{0,1\}: PSNR \([0-9.]*\) dB, max diff \([0-9]*\)$/\1 x\2 \3 \4/p' |
   while read -r s f p m; do printf '%-24s %-8s %10.2f %9d\n' "$s" "$([ "$f" = x ] && echo float || echo fixed)" "$p" "$m"; done
 
 echo

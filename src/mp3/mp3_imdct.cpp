@@ -77,6 +77,11 @@ constexpr ImdctTables makeImdctTables()
 
 constexpr ImdctTables kImdct = makeImdctTables();
 
+// Transform inputs are clamped to +-2^27 (8.0), so that 18 products with Q31
+// coefficients add up in 64 bits without overflow.
+constexpr int32_t kInputLimit = (1 << 27) - 1;
+inline int32_t clampInput(int32_t x) { return x > kInputLimit ? kInputLimit : (x < -kInputLimit ? -kInputLimit : x); }
+
 inline int32_t round31(int64_t acc) { return saturate32((acc + (int64_t{1} << 30)) >> 31); }
 inline int32_t round30(int64_t acc) { return saturate32((acc + (int64_t{1} << 29)) >> 30); }
 
@@ -96,7 +101,7 @@ void shortBlock(const int32_t* x, int32_t* out)
         int32_t y[6];
         for (int j = 0; j < 6; ++j) {
             int64_t acc = 0;
-            for (int k = 0; k < 6; ++k) acc += int64_t{x[3 * k + win]} * kImdct.cos6[k][j];
+            for (int k = 0; k < 6; ++k) acc += int64_t{clampInput(x[3 * k + win])} * kImdct.cos6[k][j];
             y[j] = round31(acc);
         }
         int64_t* zz = z + 6 + 6 * win;
@@ -112,7 +117,7 @@ void longBlockScalar(const int32_t* x, int32_t* out, int type)
     int32_t y[18];
     for (int j = 0; j < 18; ++j) {
         int64_t acc = 0;
-        for (int k = 0; k < 18; ++k) acc += int64_t{x[k]} * static_cast<int32_t>(kImdct.cos18[k][j]);
+        for (int k = 0; k < 18; ++k) acc += int64_t{clampInput(x[k])} * static_cast<int32_t>(kImdct.cos18[k][j]);
         y[j] = round31(acc);
     }
     unfoldLong(y, kImdct.window[type], out);
@@ -125,7 +130,7 @@ void longBlockAvx2(const int32_t* x, int32_t* out, int type)
     __m256i acc[5];
     for (int v = 0; v < 5; ++v) acc[v] = _mm256_setzero_si256();
     for (int k = 0; k < 18; ++k) {
-        const __m256i xk = _mm256_set1_epi32(x[k]);
+        const __m256i xk = _mm256_set1_epi32(clampInput(x[k]));
         const __m256i* c = reinterpret_cast<const __m256i*>(kImdct.cos18[k]);
         for (int v = 0; v < 5; ++v) acc[v] = _mm256_add_epi64(acc[v], _mm256_mul_epi32(xk, _mm256_load_si256(c + v)));
     }
