@@ -9,6 +9,13 @@ aac_conformance.py (mono and stereo, several rates, long and short windows), dec
 each with zamac-decode (float and --fixed), ffmpeg and faad (above 24 kHz), and
 prints PSNR / maximum difference in LSB for every pair. With --fixed-corpus it also
 compares --fixed with the float path on every stream of aac_conformance.py.
+
+Where the references part (measured on these streams):
+- Main with intensity stereo: zamac-decode and ffmpeg predict between M/S and
+  intensity stereo (the decoding order of ISO/IEC 13818-7); faad's output is
+  reproduced exactly by predicting after intensity stereo instead.
+- Main with noise substitution: in frames without noise, zamac-decode and faad
+  agree (the predictors never see the substituted noise); ffmpeg differs.
 """
 import os
 import subprocess

@@ -234,9 +234,9 @@ TEST(Ltp, PredictTransformReconstructOnAPeriodicSignal)
     AacLtpData ltp{};
     ltp.ltp_data_present = ltp.ltp_long_used[0] = 1;
     ltp.ltp_long_used[1 + 3] = ltp.ltp_long_used[1 + 20] = 1;
-    ltp.ltp_long_used[1 + 45] = 1;  // beyond band 40: never used
+    ltp.ltp_long_used[1 + 39] = 1;  // at or above maxSfb: not used
     std::vector<int32_t> spec(1024, 5);
-    ASSERT_EQ(zamsLongTermReconstruct_AAC_32s(est.data(), spec.data(), &ltp, 0, 49, 4), zamStsOk);
+    ASSERT_EQ(zamsLongTermReconstruct_AAC_32s(est.data(), spec.data(), &ltp, 0, 30, 4), zamStsOk);
     const uint16_t* off = bands44();
     for (int k = 0; k < 1024; ++k) {
         const bool flagged = (k >= off[3] && k < off[4]) || (k >= off[20] && k < off[21]);
