@@ -4,185 +4,146 @@
 
 #include <immintrin.h>
 
+#include <climits>
 #include <cmath>
 #include <cstring>
 
 #include "core/memory.h"
-#include "sbr/sbr_qmf_window.h"
+#include "sbr/qmf_core.h"
 #include "transform/trig.h"
 
 namespace zam::sbr {
 
 namespace {
 
-struct Cpxf {
-    float re, im;
-};
-
-struct Cpxd {
-    double re, im;
-};
-
-// e^{i pi num / den}
-constexpr Cpxd expPi(int64_t num, int64_t den)
-{
-    const SinCos sc = sinCosTurn(num, 2 * den);
-    return {sc.c, sc.s};
-}
-constexpr Cpxd mul(Cpxd a, Cpxd b) { return {a.re * b.re - a.im * b.im, a.re * b.im + a.im * b.re}; }
-constexpr Cpxf toFloat(Cpxd a, double scale = 1.0)
-{
-    return {static_cast<float>(a.re * scale), static_cast<float>(a.im * scale)};
-}
-
-inline Cpxf cmul(Cpxf a, Cpxf b) { return {a.re * b.re - a.im * b.im, a.re * b.im + a.im * b.re}; }
-
-// ------------------------------------------------------------------ analysis tables
-
-struct AnalysisTables {
-    alignas(32) float window[5][64];  // [j][m] = c(126 - 2m + 128j)
-    Cpxf pre[32];                     // e^{-i pi m / 32}
-    Cpxf alpha[2][32];                // [complex, real] weight of F(k)
-    Cpxf beta[2][32];                 // [complex, real] weight of conj F(31 - k)
-};
-
-constexpr AnalysisTables makeAnalysisTables()
-{
-    AnalysisTables t{};
-    for (int j = 0; j < 5; ++j)
-        for (int m = 0; m < 64; ++m) t.window[j][m] = static_cast<float>(kQmfWindow[126 - 2 * m + 128 * j]);
-    for (int m = 0; m < 32; ++m) t.pre[m] = toFloat(expPi(-m, 32));
-    for (int k = 0; k < 32; ++k) {
-        // 2Y = (P + Q) + t2 (P - Q), t2 = -i e^{i pi (2k+1)/64}, P = F(k), Q = conj F(31-k);
-        // the complex bank is t1 * 2Y with t1 = e^{-i pi (2k+1)/256}, the real one
-        // Re(t1' * 2Y) with t1' = e^{-i 3 pi (2k+1)/4}.
-        const Cpxd e = expPi(2 * k + 1, 64);
-        const Cpxd t2{e.im, -e.re};
-        const Cpxd onePlus{1.0 + t2.re, t2.im}, oneMinus{1.0 - t2.re, -t2.im};
-        const Cpxd t1[2] = {expPi(-(2 * k + 1), 256), expPi(-3 * (2 * k + 1), 4)};
-        for (int r = 0; r < 2; ++r) {
-            t.alpha[r][k] = toFloat(mul(t1[r], onePlus));
-            t.beta[r][k] = toFloat(mul(t1[r], oneMinus));
-        }
-    }
-    return t;
-}
-
-constexpr AnalysisTables kAnalysis = makeAnalysisTables();
-
-// ------------------------------------------------------------------ synthesis tables
-
+using FloatAnalysisTables = AnalysisTables<FloatArith>;
+constexpr const FloatAnalysisTables& kAnalysis = kAnalysisTables<FloatArith>;
 template <int M>
-struct SynthesisTables {
-    alignas(32) float window[10 * M];  // c(n) for M = 64, c(2n) for M = 32
-    Cpxf pre[2][M];                    // [complex, real] input pre-twiddle with the scale
-    Cpxf dctPre[M / 2];                // e^{-i pi (4n+1)/(4M)}
-    Cpxf dctPost[M / 2];               // e^{-i pi j / M}
-};
-
-template <int M>
-constexpr SynthesisTables<M> makeSynthesisTables()
+constexpr const SynthesisTables<FloatArith, M>& synthesisTables()
 {
-    SynthesisTables<M> t{};
-    constexpr int step = 64 / M;
-    for (int n = 0; n < 10 * M; ++n) t.window[n] = static_cast<float>(kQmfWindow[step * n]);
-    for (int k = 0; k < M; ++k) {
-        const int odd = 2 * k + 1;
-        // The core evaluates Re sum X'_k e^{i pi (k+1/2)(2n - (4M-1))/(2M)}.
-        if (M == 64) {
-            t.pre[0][k] = {1.0f / 64.0f, 0.0f};                       // (2n - 255)/128, 1/64
-            t.pre[1][k] = toFloat(expPi(191 * odd, 256), 1.0 / 32.0);  // (2n - 64)/128, 1/32
-        } else {
-            t.pre[0][k] = toFloat(expPi(-odd, 256), 1.0 / 64.0);      // (4n - 255)/128, 1/64
-            t.pre[1][k] = toFloat(expPi(95 * odd, 128), 1.0 / 32.0);  // (2n - 32)/64, 1/32
-        }
-    }
-    for (int n = 0; n < M / 2; ++n) {
-        t.dctPre[n] = toFloat(expPi(-(4 * n + 1), 4 * M));
-        t.dctPost[n] = toFloat(expPi(-n, M));
-    }
-    return t;
+    return kSynthesisTables<FloatArith, M>;
 }
 
-constexpr SynthesisTables<64> kSynthesis64 = makeSynthesisTables<64>();
-constexpr SynthesisTables<32> kSynthesis32 = makeSynthesisTables<32>();
+// ------------------------------------------------------------------ AVX2 modulations
 
-template <int M>
-constexpr const SynthesisTables<M>& synthesisTables()
+// Eight complex values at p as real and imaginary lanes, and back.
+inline void deinterleave8(const float* p, __m256& re, __m256& im)
 {
-    if constexpr (M == 64)
-        return kSynthesis64;
-    else
-        return kSynthesis32;
+    const __m256 v0 = _mm256_loadu_ps(p), v1 = _mm256_loadu_ps(p + 8);
+    re = _mm256_castpd_ps(_mm256_permute4x64_pd(_mm256_castps_pd(_mm256_shuffle_ps(v0, v1, 0x88)), 0xD8));
+    im = _mm256_castpd_ps(_mm256_permute4x64_pd(_mm256_castps_pd(_mm256_shuffle_ps(v0, v1, 0xDD)), 0xD8));
+}
+inline void interleave8(__m256 re, __m256 im, float* p)
+{
+    const __m256 lo = _mm256_unpacklo_ps(re, im), hi = _mm256_unpackhi_ps(re, im);
+    _mm256_storeu_ps(p, _mm256_permute2f128_ps(lo, hi, 0x20));
+    _mm256_storeu_ps(p + 8, _mm256_permute2f128_ps(lo, hi, 0x31));
+}
+inline __m256 reverse8(__m256 v) { return _mm256_permutevar8x32_ps(v, _mm256_setr_epi32(7, 6, 5, 4, 3, 2, 1, 0)); }
+// (a + ib)(c + id) on split lanes.
+inline void cmul8(__m256 a, __m256 b, __m256 c, __m256 d, __m256& re, __m256& im)
+{
+    re = _mm256_fmsub_ps(a, c, _mm256_mul_ps(b, d));
+    im = _mm256_fmadd_ps(a, d, _mm256_mul_ps(b, c));
 }
 
-// ------------------------------------------------------------------ modulations
-
-// DCT-IV of length M, out[m] = sum_k a[k] cos(pi (2k+1)(2m+1) / 4M), through an
-// M/2-point FFT. `sign` multiplies the odd outputs by -1 when it is -1 (the DST-IV
-// of the reversed input then follows).
-template <int M>
-inline void dct4(const float* a, float* out, const SynthesisTables<M>& t, const FftSpec* fft, Kernels kernels)
+void analysisModulationAvx2(const float* uRev, bool realKind, AnalysisSlot& out, const FftSpec* fft)
 {
-    alignas(32) float z[M];
-    alignas(32) float f[M];
-    for (int n = 0; n < M / 2; ++n) {
-        const Cpxf v = cmul(Cpxf{a[2 * n], a[M - 1 - 2 * n]}, t.dctPre[n]);
-        z[2 * n] = v.re;
-        z[2 * n + 1] = v.im;
-    }
-    fftFwd(z, f, fft, nullptr, kernels);
-    for (int j = 0; j < M / 2; ++j) {
-        const Cpxf y = cmul(Cpxf{f[2 * j], f[2 * j + 1]}, t.dctPost[j]);
-        out[2 * j] = y.re;
-        out[M - 1 - 2 * j] = -y.im;
-    }
-}
-
-template <int M>
-void synthesisModulation(const float* re, const float* im, int step, bool realKind, float* block, const FftSpec* fft,
-                         Kernels kernels)
-{
-    const SynthesisTables<M>& t = synthesisTables<M>();
-    const Cpxf* pre = t.pre[realKind ? 1 : 0];
-    alignas(32) float a[M];
-    alignas(32) float bRev[M];
-    for (int k = 0; k < M; ++k) {
-        const Cpxf x{re[k * step], im ? im[k * step] : 0.0f};
-        const Cpxf v = cmul(x, pre[k]);
-        a[k] = v.re;
-        bRev[M - 1 - k] = v.im;
-    }
-    alignas(32) float c[M];
-    alignas(32) float s[M];
-    dct4<M>(a, c, t, fft, kernels);
-    dct4<M>(bRev, s, t, fft, kernels);
-    for (int m = 1; m < M; m += 2) s[m] = -s[m];
-    for (int n = 0; n < M; ++n) block[n] = s[n] - c[n];
-    for (int i = 0; i < M; ++i) block[M + i] = c[M - 1 - i] + s[M - 1 - i];
-}
-
-void analysisModulation(const float* uRev, bool realKind, AnalysisSlot& out, const FftSpec* fft, Kernels kernels)
-{
-    const AnalysisTables& t = kAnalysis;
+    const FloatAnalysisTables& t = kAnalysis;
     alignas(32) float z[64];
     alignas(32) float g[64];
-    // z(m) = conj(c(m) e^{i pi m/32}), c(m) = u(2m) + i u(2m+1), u(n) = uRev[63 - n]:
-    // the forward FFT of z is conj F.
-    for (int m = 0; m < 32; ++m) {
-        const Cpxf v = cmul(Cpxf{uRev[63 - 2 * m], -uRev[62 - 2 * m]}, t.pre[m]);
-        z[2 * m] = v.re;
-        z[2 * m + 1] = v.im;
+    // z as floats is uRev reversed with the odd (imaginary) lanes negated, times pre.
+    const __m256 oddSign = _mm256_castsi256_ps(_mm256_setr_epi32(0, INT32_MIN, 0, INT32_MIN, 0, INT32_MIN, 0, INT32_MIN));
+    for (int i = 0; i < 64; i += 8) {
+        const __m256 v = _mm256_xor_ps(reverse8(_mm256_loadu_ps(uRev + 56 - i)), oddSign);
+        const __m256 w = _mm256_load_ps(t.pre + i);
+        const __m256 swapped = _mm256_permute_ps(v, 0xB1);
+        _mm256_store_ps(z + i, _mm256_fmaddsub_ps(v, _mm256_moveldup_ps(w), _mm256_mul_ps(swapped, _mm256_movehdup_ps(w))));
     }
-    fftFwd(z, g, fft, nullptr, kernels);
+    fftFwd(z, g, fft, nullptr, Kernels::Avx2);
+    __m256 gr[4], gi[4];
+    for (int c = 0; c < 4; ++c) deinterleave8(g + 16 * c, gr[c], gi[c]);
     const int r = realKind ? 1 : 0;
-    for (int k = 0; k < 32; ++k) {
-        const Cpxf p{g[2 * k], -g[2 * k + 1]};            // F(k)
-        const Cpxf q{g[2 * (31 - k)], g[2 * (31 - k) + 1]};  // conj F(31 - k)
-        const Cpxf a = cmul(p, t.alpha[r][k]);
-        const Cpxf b = cmul(q, t.beta[r][k]);
-        out.re[k] = a.re + b.re;
-        if (!realKind) out.im[k] = a.im + b.im;
+    for (int c = 0; c < 4; ++c) {
+        const __m256 pr = gr[c], pi = _mm256_sub_ps(_mm256_setzero_ps(), gi[c]);
+        const __m256 qr = reverse8(gr[3 - c]), qi = reverse8(gi[3 - c]);
+        const __m256 ar = _mm256_load_ps(t.alphaRe[r] + 8 * c), ai = _mm256_load_ps(t.alphaIm[r] + 8 * c);
+        const __m256 br = _mm256_load_ps(t.betaRe[r] + 8 * c), bi = _mm256_load_ps(t.betaIm[r] + 8 * c);
+        __m256 re = _mm256_fmsub_ps(pr, ar, _mm256_mul_ps(pi, ai));
+        re = _mm256_fnmadd_ps(qi, bi, _mm256_fmadd_ps(qr, br, re));
+        _mm256_store_ps(out.re + 8 * c, re);
+        if (!realKind) {
+            __m256 im = _mm256_fmadd_ps(pr, ai, _mm256_mul_ps(pi, ar));
+            im = _mm256_fmadd_ps(qi, br, _mm256_fmadd_ps(qr, bi, im));
+            _mm256_store_ps(out.im + 8 * c, im);
+        }
+    }
+}
+
+template <int M>
+void synthesisModulationAvx2(const float* re, const float* im, int step, bool realKind, float* block,
+                             const FftSpec* fft)
+{
+    const SynthesisTables<FloatArith, M>& t = synthesisTables<M>();
+    const int r = realKind ? 1 : 0;
+    alignas(32) float a[M], b[M];
+    for (int k = 0; k < M; k += 8) {
+        __m256 xr, xi;
+        if (step == 2) {
+            deinterleave8(re + 2 * k, xr, xi);
+        } else {
+            xr = _mm256_loadu_ps(re + k);
+            xi = im ? _mm256_loadu_ps(im + k) : _mm256_setzero_ps();
+        }
+        __m256 va, vb;
+        cmul8(xr, xi, _mm256_load_ps(t.preRe[r] + k), _mm256_load_ps(t.preIm[r] + k), va, vb);
+        _mm256_store_ps(a + k, va);
+        _mm256_store_ps(b + k, vb);
+    }
+    alignas(32) float w[2 * M], x[2 * M];
+    for (int n = 0; n < M / 2; n += 8) {
+        __m256 ae, ao, be, bo, skip;
+        deinterleave8(a + 2 * n, ae, skip);          // a[2n]
+        deinterleave8(a + M - 16 - 2 * n, skip, ao); // a[M-1-2n], ascending
+        deinterleave8(b + 2 * n, be, skip);
+        deinterleave8(b + M - 16 - 2 * n, skip, bo);
+        ao = reverse8(ao);
+        bo = reverse8(bo);
+        const __m256 dr = _mm256_load_ps(t.dctRe + n), di = _mm256_load_ps(t.dctIm + n);
+        __m256 zar, zai, zbr, zbi;
+        cmul8(ae, ao, dr, di, zar, zai);
+        cmul8(bo, be, dr, di, zbr, zbi);
+        // w[4n .. 4n+3] = (za, zb) for eight n
+        const __m256d l0 = _mm256_castps_pd(_mm256_unpacklo_ps(zar, zai)), h0 = _mm256_castps_pd(_mm256_unpackhi_ps(zar, zai));
+        const __m256d l1 = _mm256_castps_pd(_mm256_unpacklo_ps(zbr, zbi)), h1 = _mm256_castps_pd(_mm256_unpackhi_ps(zbr, zbi));
+        const __m256 q0 = _mm256_castpd_ps(_mm256_unpacklo_pd(l0, l1)), q1 = _mm256_castpd_ps(_mm256_unpackhi_pd(l0, l1));
+        const __m256 q2 = _mm256_castpd_ps(_mm256_unpacklo_pd(h0, h1)), q3 = _mm256_castpd_ps(_mm256_unpackhi_pd(h0, h1));
+        float* o = w + 4 * n;
+        _mm256_store_ps(o, _mm256_permute2f128_ps(q0, q1, 0x20));
+        _mm256_store_ps(o + 8, _mm256_permute2f128_ps(q2, q3, 0x20));
+        _mm256_store_ps(o + 16, _mm256_permute2f128_ps(q0, q1, 0x31));
+        _mm256_store_ps(o + 24, _mm256_permute2f128_ps(q2, q3, 0x31));
+    }
+    fftFwd(w, x, fft, nullptr, Kernels::Avx2);
+    alignas(32) float e1[M / 2], o1[M / 2], e2[M / 2], o2[M / 2];
+    for (int j = 0; j < M / 2; j += 8) {
+        __m256 pr, pi, qr, qi;
+        deinterleave8(x + 2 * j, pr, pi);
+        deinterleave8(x + 2 * j + M, qr, qi);
+        __m256 yar, yai, ybr, ybi;
+        cmul8(_mm256_add_ps(pr, qr), _mm256_add_ps(pi, qi), _mm256_load_ps(t.postARe + j),
+              _mm256_load_ps(t.postAIm + j), yar, yai);
+        cmul8(_mm256_sub_ps(pr, qr), _mm256_sub_ps(pi, qi), _mm256_load_ps(t.postBRe + j),
+              _mm256_load_ps(t.postBIm + j), ybr, ybi);
+        _mm256_store_ps(e1 + j, _mm256_sub_ps(ybr, yar));  // v[2j]
+        _mm256_store_ps(o1 + j, _mm256_add_ps(ybi, yai));  // v[M-1-2j]
+        _mm256_store_ps(e2 + j, _mm256_sub_ps(ybi, yai));  // v[M+2j]
+        _mm256_store_ps(o2 + j, _mm256_add_ps(yar, ybr));  // v[2M-1-2j]
+    }
+    // v[2j] = e1[j], v[2j+1] = o1[M/2-1-j]; v[M+2j] = e2[j], v[M+2j+1] = o2[M/2-1-j].
+    for (int j = 0; j < M / 2; j += 8) {
+        interleave8(_mm256_load_ps(e1 + j), reverse8(_mm256_load_ps(o1 + M / 2 - 8 - j)), block + 2 * j);
+        interleave8(_mm256_load_ps(e2 + j), reverse8(_mm256_load_ps(o2 + M / 2 - 8 - j)), block + M + 2 * j);
     }
 }
 
@@ -190,29 +151,19 @@ void analysisModulation(const float* uRev, bool realKind, AnalysisSlot& out, con
 
 // ------------------------------------------------------------------ window kernels
 
-void analysisWindowScalar(const float* x, float* uRev)
-{
-    const AnalysisTables& t = kAnalysis;
-    for (int m = 0; m < 64; ++m) {
-        float acc = t.window[0][m] * x[m];
-        for (int j = 1; j < 5; ++j) acc = std::fma(t.window[j][m], x[m - 64 * j], acc);
-        uRev[m] = acc;
-    }
-}
+void analysisWindowScalar(const float* x, float* uRev) { analysisWindow<FloatArith>(x, uRev); }
 
 void synthesisWindowScalar(const float* ring, int position, int m, float* out)
 {
-    const float* win = m == 64 ? kSynthesis64.window : kSynthesis32.window;
-    for (int j = 0; j < kSynthesisBlocks; ++j) {
-        const float* block = ring + ((position - j + kSynthesisBlocks) % kSynthesisBlocks) * 2 * m + m * (j & 1);
-        const float* w = win + j * m;
-        for (int k = 0; k < m; ++k) out[k] = j == 0 ? w[k] * block[k] : std::fma(w[k], block[k], out[k]);
-    }
+    if (m == 64)
+        synthesisWindow<FloatArith, 64>(ring, position, out);
+    else
+        synthesisWindow<FloatArith, 32>(ring, position, out);
 }
 
 void analysisWindowAvx2(const float* x, float* uRev)
 {
-    const AnalysisTables& t = kAnalysis;
+    const FloatAnalysisTables& t = kAnalysis;
     for (int m = 0; m < 64; m += 8) {
         __m256 acc = _mm256_mul_ps(_mm256_load_ps(t.window[0] + m), _mm256_loadu_ps(x + m));
         for (int j = 1; j < 5; ++j)
@@ -223,7 +174,7 @@ void analysisWindowAvx2(const float* x, float* uRev)
 
 void synthesisWindowAvx2(const float* ring, int position, int m, float* out)
 {
-    const float* win = m == 64 ? kSynthesis64.window : kSynthesis32.window;
+    const float* win = m == 64 ? synthesisTables<64>().window : synthesisTables<32>().window;
     const float* blocks[kSynthesisBlocks];
     for (int j = 0; j < kSynthesisBlocks; ++j)
         blocks[j] = ring + ((position - j + kSynthesisBlocks) % kSynthesisBlocks) * 2 * m + m * (j & 1);
@@ -252,11 +203,13 @@ void qmfAnalysisChunk(QmfState* st, const float* src, int n, AnalysisSlot* slots
         // The slot's newest sample is line[288 + 32 s + 31]; uRev[m] = u(63 - m)
         // reads line[256 + 32 s + m - 64 j].
         const float* x = line + 256 + 32 * s;
-        if (kernels == Kernels::Avx2)
+        if (kernels == Kernels::Avx2) {
             analysisWindowAvx2(x, uRev);
-        else
+            analysisModulationAvx2(uRev, realKind, slots[s], st->fft);
+        } else {
             analysisWindowScalar(x, uRev);
-        analysisModulation(uRev, realKind, slots[s], st->fft, kernels);
+            analysisModulation<FloatArith>(uRev, realKind, slots[s].re, slots[s].im, st->fft);
+        }
     }
     std::memmove(line, line + 32 * n, kAnalysisHistory * sizeof(float));
 }
@@ -266,10 +219,12 @@ void qmfSynthesisSlot(QmfState* st, const float* re, const float* im, int step, 
     const int m = synthesisBands(st->kind);
     st->position = (st->position + 1) % kSynthesisBlocks;
     float* block = st->line + st->position * 2 * m;
+    const bool realKind = isRealKind(st->kind);
+    const bool avx = kernels == Kernels::Avx2;
     if (m == 64)
-        synthesisModulation<64>(re, im, step, isRealKind(st->kind), block, st->fft, kernels);
+        (avx ? synthesisModulationAvx2<64> : synthesisModulation<FloatArith, 64>)(re, im, step, realKind, block, st->fft);
     else
-        synthesisModulation<32>(re, im, step, isRealKind(st->kind), block, st->fft, kernels);
+        (avx ? synthesisModulationAvx2<32> : synthesisModulation<FloatArith, 32>)(re, im, step, realKind, block, st->fft);
     if (kernels == Kernels::Avx2)
         synthesisWindowAvx2(st->line, st->position, m, out);
     else
@@ -283,7 +238,7 @@ namespace {
 int fftOrderOf(QmfKind kind)
 {
     if (isAnalysis(kind)) return 5;
-    return isDown(kind) ? 4 : 5;
+    return isDown(kind) ? 5 : 6;
 }
 
 int lineFloatsOf(QmfKind kind)
