@@ -2179,7 +2179,7 @@ ZamStatus zamsBitReservoirInit_MP3(Mp3BitReservoir* pReservoir, int bitrate, int
  * history is shared, as in the standard.
  * The cosine modulation is a 32-point DCT-IV on a 16-point complex FFT.
  * Accuracy (random sub-band samples in -1..1, against a double-precision
- * evaluation of the standard's interpolation): largest error 2e-7 of the largest
+ * evaluation of the standard's interpolation): largest error below 2e-7 of the largest
  * output for either window. A matching analysis bank (the time-reversed
  * synthesis filters, scaled by 1024) followed by this synthesis with the perfect
  * window returns the input delayed by 480 samples (15 slots) at 81 dB SNR on

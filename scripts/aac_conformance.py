@@ -8,8 +8,9 @@ Makes AAC streams with ffmpeg's native encoder from synthetic music-like audio
 substitution, intensity, M/S and TNS, and with a program configuration element),
 decodes each with zamac-decode, ffmpeg and (above 24 kHz, where faad does not assume
 implicit SBR) faad, and prints a table of PSNR and maximum difference in LSB. Then
-it decodes a 60 s 44.1 kHz stereo stream with all three and prints the CPU-time
-ratios (medians of 5 runs).
+it decodes 60 s 44.1 kHz mono, stereo and 5.1 streams with all three and prints the
+CPU-time ratios net of start-up (medians of 5 runs); ZAMAC_DECODE_BASE names a second zamac-decode
+(an earlier build) to time beside the first.
 """
 import os
 import resource
@@ -159,22 +160,37 @@ def main():
                                                              ref_pair))
             sys.stdout.flush()
 
-    aac = os.path.join(tmp, "speed-60s.aac")
-    encode(aac, 44100, 2, "128k", [], 60)
+    # Speed: CPU time of the whole process net of start-up (the same command on the
+    # stream's first 1500 bytes, a few frames), 60 s streams in mono, stereo and 5.1.
+    # ZAMAC_DECODE_BASE=/path/to/another/zamac-decode adds it as a column (before/after).
+    base_tool = os.environ.get("ZAMAC_DECODE_BASE")
     runs = 3 if quick else 5
-    times = {
-        "zamac-decode": [child_cpu([tool, "--bench", aac]) for _ in range(runs)],
-        "ffmpeg": [child_cpu(["ffmpeg", "-nostdin", "-v", "error", "-threads", "1", "-i", aac, "-f", "null", "-"])
-                   for _ in range(runs)],
-        "faad": [child_cpu(["faad", "-q", "-o", "/dev/null", aac]) for _ in range(runs)],
-    }
-    med = {k: statistics.median(v) for k, v in times.items()}
     print()
-    print("60 s 44.1 kHz stereo, 128 kbit/s, CPU seconds (median of %d):" % runs)
-    for k, v in med.items():
-        print("  %-13s %.3f s  (%.0fx real time)" % (k, v, 60.0 / v if v > 0 else 0))
-    print("  ffmpeg / zamac-decode = %.2f, faad / zamac-decode = %.2f" % (
-        med["ffmpeg"] / med["zamac-decode"], med["faad"] / med["zamac-decode"]))
+    print("Net CPU seconds for 60 s at 44.1 kHz, median of %d runs (ratio = peer time / zamac-decode time):" % runs)
+    print("| stream | zamac-decode |%s ffmpeg | faad | ffmpeg / zamac | faad / zamac |" % (
+        " base zamac-decode |" if base_tool else ""))
+    print("|---|---|%s---|---|---|---|" % ("---|" if base_tool else ""))
+    for channels, bitrate in ((1, "64k"), (2, "128k"), (6, "320k")):
+        aac = os.path.join(tmp, "speed-60s-%dch.aac" % channels)
+        encode(aac, 44100, channels, bitrate, [], 60)
+        head = aac + ".head.aac"
+        with open(aac, "rb") as src, open(head, "wb") as dst:
+            dst.write(src.read(1500))
+        commands = {"zamac": lambda f: [tool, "--bench", f],
+                    "ffmpeg": lambda f: ["ffmpeg", "-nostdin", "-v", "error", "-threads", "1", "-i", f, "-f", "null",
+                                         "-"],
+                    "faad": lambda f: ["faad", "-q", "-o", "/dev/null", f]}
+        if base_tool:
+            commands["base"] = lambda f: [base_tool, "--bench", f]
+        net = {}
+        for name, cmd in commands.items():
+            full = statistics.median(child_cpu(cmd(aac)) for _ in range(runs))
+            start = statistics.median(child_cpu(cmd(head)) for _ in range(runs))
+            net[name] = max(full - start, 1e-6)
+        print("| %d ch, %s | %.3f |%s %.3f | %.3f | %.2f | %.2f |" % (
+            channels, bitrate, net["zamac"], " %.3f |" % net["base"] if base_tool else "", net["ffmpeg"], net["faad"],
+            net["ffmpeg"] / net["zamac"], net["faad"] / net["zamac"]))
+        sys.stdout.flush()
     return 0
 
 
