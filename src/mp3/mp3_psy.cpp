@@ -25,7 +25,7 @@ constexpr int kLongN = 1024, kShortN = 256;
 constexpr int kLongBins = kLongN / 2 + 1, kShortBins = kShortN / 2 + 1;
 constexpr int kMaxPart = 80;
 constexpr int kPredictedBins = 206;  // unpredictability from the long FFTs below this bin
-constexpr float kTmn = 29.0f, kNmt = 6.0f;
+constexpr float kTmn = 35.0f, kNmt = 6.0f;
 constexpr float kShortSnr = 12.0f;
 constexpr float kSwitchPe = 1800.0f;
 constexpr float kAttackRatio = 10.0f;
