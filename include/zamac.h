@@ -1987,7 +1987,7 @@ ZamStatus zamsMDCTFwd_MP3_32s(const int32_t* pSrc, int32_t* pDst, const Mp3SideI
  * above 206 of 512 take 0.4), energies and unpredictabilities summed in partitions
  * of about a third of a Bark, spread between partitions with the spreading function
  * of zamsSpread_16s_Sfs, tonality tb = -0.299 - 0.43 ln(cb) clipped to 0..1, a
- * required SNR of tb * 29 + (1 - tb) * 6 dB (at least 24.5 - 0.74 z dB, z the
+ * required SNR of tb * 35 + (1 - tb) * 6 dB (at least 24.5 - 0.74 z dB, z the
  * partition's Bark value, and at least 6 dB), pre-echo control (threshold at most
  * 2 and 16 times those of the two previous granules) and the threshold in quiet
  * (a full-scale sine taken as 96 dB SPL). Short blocks use the three short spectra
@@ -2067,7 +2067,7 @@ ZamStatus zamsJointStereoEncode_MP3_32s_I(int32_t* pSrcDstL, int32_t* pSrcDstR, 
  *
  * Inner loop: the smallest global_gain whose Huffman bits fit the budget left by the
  * scale factors (a binary search; after an amplification a walk up from the last
- * gain). Outer loop (at most 24 passes): the bands whose noise exceeds pXmin get
+ * gain). Outer loop (at most 10 passes): the bands whose noise exceeds pXmin get
  * their scale factor raised by one; scalefac_scale is set (and the factors halved,
  * rounded up) when a factor outgrows its length; the loop ends when no band is over,
  * every band with a scale factor is amplified, a factor outgrows even the larger

@@ -19,7 +19,7 @@ namespace zam::mp3 {
 namespace {
 
 constexpr int kMaxIx = 8206;  // 15 + 2^13 - 1: the largest value table 23/31 carry
-constexpr int kMaxOuterPasses = 24;
+constexpr int kMaxOuterPasses = 10;
 constexpr int8_t kPretab[22] = {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1, 1, 1, 1, 2, 2, 3, 3, 3, 2, 0};
 // Region counts by the number of long bands the big values reach (a common split).
 constexpr int8_t kSubdivide[23][2] = {{0, 0}, {0, 0}, {0, 0}, {0, 0}, {0, 0}, {0, 1}, {1, 1}, {1, 1},
