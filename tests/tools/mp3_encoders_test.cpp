@@ -1,10 +1,9 @@
 // Streams made here by Debian's lame and ffmpeg (every sampling rate from 8 to
 // 48 kHz, MPEG-1, 2 and 2.5, mono, stereo, joint, forced M/S, dual channel, CBR and
 // VBR, CRC-protected; the test signal's clicks force short blocks) decoded by zamac-decode and
-// compared with mpg123's and ffmpeg's decodes of the same files. All three remove
-// the encoder delay that the LAME tag announces; the outputs are still aligned by
-// search first (the shift found is printed, 0 when the trims agree), then
-// PSNR >= 96 dB over the common part.
+// compared with mpg123's and ffmpeg's decodes of the same files. Those two remove
+// the encoder delay that the LAME tag announces and zamac-decode does not, so the
+// outputs are aligned first; then PSNR >= 96 dB over the common part.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
