@@ -1,6 +1,7 @@
 // The whole AAC decoder of zamac-decode (its C sources are compiled in) on arbitrary
 // input: framing, resynchronisation, every element reader and stage, concealment.
-// Seeds: the first frames of the sample streams (fuzz/seeds/aac_decoder).
+// Seeds: the first frames of the sample streams and of AAC Main and LTP streams
+// (fuzz/seeds/aac_decoder).
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
@@ -12,8 +13,18 @@
 extern "C" {
 #include "../tools/zamac-decode/aac_decoder.c"
 #include "../tools/zamac-decode/aac_filterbank.c"
+#include "../tools/zamac-decode/aac_fixed.c"
 #include "../tools/zamac-decode/aac_layout.c"
+#include "../tools/zamac-decode/aac_prediction.c"
 #include "../tools/zamac-decode/aac_sf_code.c"
+#include "../tools/zamac-decode/ps_decoder.c"
+#include "../tools/zamac-decode/sbr_bitstream.c"
+#include "../tools/zamac-decode/sbr_decoder.c"
+#include "../tools/zamac-decode/sbr_freq.c"
+#include "../tools/zamac-decode/sbr_hfadj.c"
+#include "../tools/zamac-decode/sbr_hfgen.c"
+#include "../tools/zamac-decode/sbr_tables.c"
+#include "../tools/zamac-decode/aac_swb_offsets.c"
 }
 
 namespace {
@@ -41,6 +52,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     uint64_t sum = 0;
     PcmSink sink = {&sum, acceptFormat, acceptSamples};
     DecodeOptions options = {0, 1, 0, 1, 0};  // quiet: no per-frame reports
+    options.fixed = static_cast<int>(size & 1);  // odd sizes: the integer filter bank
     DecodeStats stats = {0, 0, 0.0};
     aac_decode(input.data(), size, &options, &sink, &stats);
     if (stats.framesConcealed > stats.framesDecoded) __builtin_trap();

@@ -5,7 +5,8 @@ set -euo pipefail
 packages=(cmake g++ make libgtest-dev libgmock-dev libbenchmark-dev binutils
           clang libclang-rt-dev ffmpeg lame mpg123 faad sox pkg-config python3
           libfftw3-dev   # FFTW: only for the side-by-side transform benchmark
-          doxygen help2man)  # the API reference and the tools' man pages
+          doxygen help2man  # the API reference and the tools' man pages
+          espeak-ng)        # speech item of the encoder quality scripts
 missing=()
 for p in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || missing+=("$p")

@@ -1,11 +1,13 @@
 #!/usr/bin/env bash
 # MP3 decoding figures of zamac-decode:
-#  1. the ISO Layer III compliance streams: PSNR and maximum difference per stream;
+#  1. the ISO Layer III compliance streams: PSNR and maximum difference per stream,
+#     for the float path and for --fixed;
 #  2. streams made by lame and ffmpeg (20 s each), compared with mpg123's and
-#     ffmpeg's decodes after aligning the encoder delay, and MPEG-1 intensity-stereo
+#     ffmpeg's decodes after aligning the encoder delay (--fixed against mpg123), and MPEG-1 intensity-stereo
 #     frames built with the library's packers;
 #  3. speed: CPU time (user + system, median of several runs, whole process, and
-#     net of start-up) of zamac-decode, mpg123 and ffmpeg -f null on l3-he_44khz.bit
+#     net of start-up) of zamac-decode (float and --fixed), mpg123 and ffmpeg -f null (its
+#     float decoder and, with -c:a mp3, its fixed-point one) on l3-he_44khz.bit
 #     (ten times over) and on a 60 s 44.1 kHz 128 kb/s lame stream, and the ratios.
 # Usage: scripts/mp3_conformance.sh [build dir, default build/release]
 # ZAMAC_DECODE=/path/to/zamac-decode uses that binary instead of the build's.
@@ -23,17 +25,19 @@ fi
 export ZAMAC_DECODE
 tests=$build/tests/zamac_tools_tests
 
-echo "== ISO compliance streams (PSNR = 10 log10(32767^2 / MSE) over the reference's length)"
-printf '%-24s %10s %9s\n' stream "PSNR (dB)" "max diff"
-"$tests" --gtest_filter='*Mp3Iso*' 2>&1 | sed -n 's/^\([^ ]*\): PSNR \([0-9.]*\) dB, max diff \([0-9]*\)$/\1 \2 \3/p' |
-  while read -r s p m; do printf '%-24s %10.2f %9d\n' "$s" "$p" "$m"; done
+echo "== ISO compliance streams (PSNR = 10 log10(32767^2 / MSE) over the reference's length), float and --fixed"
+printf '%-24s %-8s %10s %9s\n' stream path "PSNR (dB)" "max diff"
+"$tests" --gtest_filter='*Mp3Iso*' 2>&1 |
+  sed -n 's/^\([^ ]*\)\( --fixed\)\{0,1\}: PSNR \([0-9.]*\) dB, max diff \([0-9]*\)$/\1 x\2 \3 \4/p' |
+  while read -r s f p m; do printf '%-24s %-8s %10.2f %9d\n' "$s" "$([ "$f" = x ] && echo float || echo fixed)" "$p" "$m"; done
 
 echo
 echo "== lame / ffmpeg streams, 20 s each, against mpg123 and ffmpeg (aligned)"
-printf '%-26s %-8s %6s %10s %9s\n' stream decoder shift "PSNR (dB)" "max diff"
+printf '%-26s %-16s %6s %10s %9s\n' stream decoder shift "PSNR (dB)" "max diff"
 ZAMAC_MP3_LONG=1 "$tests" --gtest_filter='*Mp3Encoders*' 2>&1 |
+  sed -e 's/ --fixed vs \([^:]*\):/ vs \1(--fixed):/' |
   sed -n 's/^\([^ ]*\) vs \([^:]*\): shift \([0-9]*\), PSNR \([0-9.]*\) dB, max diff \([0-9]*\)$/\1 \2 \3 \4 \5/p' |
-  while read -r s d sh p m; do printf '%-26s %-8s %6d %10.2f %9d\n' "$s" "$d" "$sh" "$p" "$m"; done
+  while read -r s d sh p m; do printf '%-26s %-16s %6d %10.2f %9d\n' "$s" "$d" "$sh" "$p" "$m"; done
 
 echo
 echo "== MPEG-1 intensity stereo (frames built with the library's packers), against mpg123 and ffmpeg"
@@ -72,8 +76,10 @@ for arg in sys.argv[3:]:
         dst.write(src.read(1500))
     rows = []
     commands = (("zamac-decode", lambda f: [tool, "--bench", f]),
+                ("zamac --fixed", lambda f: [tool, "--bench", "--fixed", f]),
                 ("mpg123", lambda f: ["mpg123", "-q", "-t", f]),
-                ("ffmpeg", lambda f: ["ffmpeg", "-v", "error", "-i", f, "-f", "null", "-"]))
+                ("ffmpeg", lambda f: ["ffmpeg", "-v", "error", "-i", f, "-f", "null", "-"]),
+                ("ffmpeg fixed", lambda f: ["ffmpeg", "-v", "error", "-c:a", "mp3", "-i", f, "-f", "null", "-"]))
     for decoder, command in commands:
         full, base = cpu(command(path)), cpu(command(head))
         rows.append((decoder, full, max(full - base, 1e-6)))

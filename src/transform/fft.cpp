@@ -224,6 +224,15 @@ template <int Order, bool Scaled>
 void smallKernel(const float* src, float* dst, float scale, Kernels k)
 {
     constexpr int n = 1 << Order;
+    if constexpr (Order >= 4) {
+        // Whole in registers: the input is read before anything is written.
+        if (k == Kernels::Avx2) {
+            fftk::smallFftAvx2<Order - 2>(src, dst);
+            if constexpr (Scaled)
+                for (int i = 0; i < 2 * n; ++i) dst[i] *= scale;
+            return;
+        }
+    }
     alignas(32) float tmp[2 * n];
     const float* in = src;
     if (src == dst && Order >= 2) {

@@ -103,13 +103,12 @@ inline __m256 cmul8(__m256 a, __m256 wr, __m256 wi)
     return _mm256_fmaddsub_ps(a, wr, _mm256_mul_ps(swapped, wi));
 }
 
-// times -i: (re, im) -> (im, -re)
-inline __m256 mulNegI8(__m256 a)
-{
-    const __m256 signOdd = _mm256_castsi256_ps(_mm256_setr_epi32(0, int(0x80000000u), 0, int(0x80000000u), 0,
-                                                                 int(0x80000000u), 0, int(0x80000000u)));
-    return _mm256_xor_ps(_mm256_permute_ps(a, 0xB1), signOdd);
-}
+// u + (-i)d and u - (-i)d from u and d with re and im swapped (ds), as
+// (u.re + d.im, u.im - d.re) and (u.re - d.im, u.im + d.re): the multiply by 1 of
+// the first is exact, so both are the plain sums.
+inline __m256 swapReIm(__m256 d) { return _mm256_permute_ps(d, 0xB1); }
+inline __m256 addNegI(__m256 u, __m256 ds) { return _mm256_fmsubadd_ps(u, _mm256_set1_ps(1.0f), ds); }
+inline __m256 subNegI(__m256 u, __m256 ds) { return _mm256_addsub_ps(u, ds); }
 
 // Requires count a multiple of 4.
 inline void radix4BlockAvx2(float* x, int h, const float* tw, int count)
@@ -125,11 +124,11 @@ inline void radix4BlockAvx2(float* x, int h, const float* tw, int count)
         __m256 t2 = cmul8(_mm256_loadu_ps(p1 + 2 * j), _mm256_load_ps(tw + 16), _mm256_load_ps(tw + 24));
         __m256 t3 = cmul8(_mm256_loadu_ps(p3 + 2 * j), _mm256_load_ps(tw + 32), _mm256_load_ps(tw + 40));
         __m256 u0 = _mm256_add_ps(t0, t2), u1 = _mm256_sub_ps(t0, t2);
-        __m256 u2 = _mm256_add_ps(t1, t3), m = mulNegI8(_mm256_sub_ps(t1, t3));
+        __m256 u2 = _mm256_add_ps(t1, t3), ds = swapReIm(_mm256_sub_ps(t1, t3));
         _mm256_storeu_ps(p0 + 2 * j, _mm256_add_ps(u0, u2));
         _mm256_storeu_ps(p2 + 2 * j, _mm256_sub_ps(u0, u2));
-        _mm256_storeu_ps(p1 + 2 * j, _mm256_add_ps(u1, m));
-        _mm256_storeu_ps(p3 + 2 * j, _mm256_sub_ps(u1, m));
+        _mm256_storeu_ps(p1 + 2 * j, addNegI(u1, ds));
+        _mm256_storeu_ps(p3 + 2 * j, subNegI(u1, ds));
     }
 }
 
@@ -222,13 +221,14 @@ inline void ditGroupAvx2(__m256* x)
             for (int i = 0; i < len / 2; ++i) {
                 const int w = i * (R / len);
                 __m256 t = x[b + i + len / 2];
-                if (w == 0) {
-                } else if (4 * w == R) {
-                    t = mulNegI8(t);
-                } else {
-                    t = cmul8(t, _mm256_set1_ps(kRoots<R>.re[w]), _mm256_set1_ps(kRoots<R>.im[w]));
+                const __m256 a = x[b + i];
+                if (4 * w == R) {
+                    const __m256 ts = swapReIm(t);
+                    x[b + i] = addNegI(a, ts);
+                    x[b + i + len / 2] = subNegI(a, ts);
+                    continue;
                 }
-                __m256 a = x[b + i];
+                if (w != 0) t = cmul8(t, _mm256_set1_ps(kRoots<R>.re[w]), _mm256_set1_ps(kRoots<R>.im[w]));
                 x[b + i] = _mm256_add_ps(a, t);
                 x[b + i + len / 2] = _mm256_sub_ps(a, t);
             }
@@ -285,6 +285,66 @@ inline void firstPassRadixAvx2(const float* in, float* out, int n, const uint32_
             _mm256_storeu_pd(o2 + k0, _mm256_permute2f128_pd(t0, t2, 0x31));
             _mm256_storeu_pd(o3 + k0, _mm256_permute2f128_pd(t1, t3, 0x31));
         }
+    }
+}
+
+// ---------------------------------------------------------------- 16, 32, 64 points
+//
+// N = 4M points held in M vectors of four complex values, vector m holding
+// x[4m .. 4m+3] (lane j = x[4m + j]). With n = 4m + j and k = b + M c:
+//   X[b + M c] = sum_j W_4^{jc} W_N^{jb} sum_m x[4m + j] W_M^{mb},
+// so an M-point DFT across the vectors (per lane), a twiddle W_N^{jb} on lane j of
+// vector b, a 4 x 4 transpose of each four vectors and a four-point DFT across
+// them give X in natural order: vector c of block q is X[M c + 4q .. M c + 4q + 3].
+
+template <int LogM>
+struct SmallFftTwiddles {
+    alignas(32) float re[1 << LogM][8];
+    alignas(32) float im[1 << LogM][8];
+};
+template <int LogM>
+constexpr SmallFftTwiddles<LogM> makeSmallFftTwiddles()
+{
+    SmallFftTwiddles<LogM> t{};
+    constexpr int M = 1 << LogM;
+    for (int b = 0; b < M; ++b)
+        for (int j = 0; j < 4; ++j) {
+            const SinCos sc = sinCosTurn(j * b, 4 * M);
+            t.re[b][2 * j] = t.re[b][2 * j + 1] = static_cast<float>(sc.c);
+            t.im[b][2 * j] = t.im[b][2 * j + 1] = static_cast<float>(-sc.s);
+        }
+    return t;
+}
+template <int LogM>
+inline constexpr SmallFftTwiddles<LogM> kSmallFftTwiddles = makeSmallFftTwiddles<LogM>();
+
+template <int LogM>
+inline void smallFftAvx2(const float* in, float* out)
+{
+    constexpr int M = 1 << LogM;
+    __m256 x[M];
+#pragma GCC unroll 16
+    for (int k = 0; k < M; ++k) x[k] = _mm256_loadu_ps(in + 8 * reverseLow(k, LogM));
+    ditGroupAvx2<LogM>(x);
+    const SmallFftTwiddles<LogM>& tw = kSmallFftTwiddles<LogM>;
+#pragma GCC unroll 16
+    for (int b = 1; b < M; ++b) x[b] = cmul8(x[b], _mm256_load_ps(tw.re[b]), _mm256_load_ps(tw.im[b]));
+#pragma GCC unroll 4
+    for (int q = 0; q < M / 4; ++q) {
+        const __m256d r0 = _mm256_castps_pd(x[4 * q]), r1 = _mm256_castps_pd(x[4 * q + 1]);
+        const __m256d r2 = _mm256_castps_pd(x[4 * q + 2]), r3 = _mm256_castps_pd(x[4 * q + 3]);
+        const __m256d u0 = _mm256_unpacklo_pd(r0, r1), u1 = _mm256_unpackhi_pd(r0, r1);
+        const __m256d u2 = _mm256_unpacklo_pd(r2, r3), u3 = _mm256_unpackhi_pd(r2, r3);
+        const __m256 t0 = _mm256_castpd_ps(_mm256_permute2f128_pd(u0, u2, 0x20));
+        const __m256 t1 = _mm256_castpd_ps(_mm256_permute2f128_pd(u1, u3, 0x20));
+        const __m256 t2 = _mm256_castpd_ps(_mm256_permute2f128_pd(u0, u2, 0x31));
+        const __m256 t3 = _mm256_castpd_ps(_mm256_permute2f128_pd(u1, u3, 0x31));
+        const __m256 a0 = _mm256_add_ps(t0, t2), a1 = _mm256_sub_ps(t0, t2);
+        const __m256 a2 = _mm256_add_ps(t1, t3), ds = swapReIm(_mm256_sub_ps(t1, t3));
+        _mm256_storeu_ps(out + 2 * (4 * q), _mm256_add_ps(a0, a2));
+        _mm256_storeu_ps(out + 2 * (M + 4 * q), addNegI(a1, ds));
+        _mm256_storeu_ps(out + 2 * (2 * M + 4 * q), _mm256_sub_ps(a0, a2));
+        _mm256_storeu_ps(out + 2 * (3 * M + 4 * q), subNegI(a1, ds));
     }
 }
 

@@ -33,18 +33,41 @@ int log2Of(int v) { return 31 - __builtin_clz(static_cast<unsigned>(v)); }
 
 // ------------------------------------------------------------ small DFTs
 
+// The fixed-length kernels are written once over a lane type: float for one
+// transform, __m256 for eight transforms side by side (the hybrid bank of a
+// granule). Both run the same operations in the same order without fused
+// multiply-adds, so every lane gives the bits of the one-transform kernel.
+inline float vadd(float a, float b) { return a + b; }
+inline float vsub(float a, float b) { return a - b; }
+inline float vmul(float a, float b) { return a * b; }
+inline float vneg(float a) { return -a; }
+inline float splat(float a, float) { return a; }
+inline __m256 vadd(__m256 a, __m256 b) { return _mm256_add_ps(a, b); }
+inline __m256 vsub(__m256 a, __m256 b) { return _mm256_sub_ps(a, b); }
+inline __m256 vmul(__m256 a, __m256 b) { return _mm256_mul_ps(a, b); }
+inline __m256 vmul(__m256 a, float b) { return _mm256_mul_ps(a, _mm256_set1_ps(b)); }
+inline __m256 vmul(float a, __m256 b) { return _mm256_mul_ps(_mm256_set1_ps(a), b); }
+inline __m256 vneg(__m256 a) { return _mm256_xor_ps(a, _mm256_set1_ps(-0.0f)); }
+inline __m256 splat(float a, __m256) { return _mm256_set1_ps(a); }
+
+template <typename V>
+struct CpxOf {
+    V re, im;
+};
+
 constexpr float kHalf = 0.5f;
 constexpr float kSin60 = 0.8660254f;
 
-inline void dft3(Cpx& a, Cpx& b, Cpx& c)
+template <typename V>
+inline void dft3(CpxOf<V>& a, CpxOf<V>& b, CpxOf<V>& c)
 {
-    Cpx s{b.re + c.re, b.im + c.im}, d{b.re - c.re, b.im - c.im};
-    Cpx m{a.re - kHalf * s.re, a.im - kHalf * s.im};
+    CpxOf<V> s{vadd(b.re, c.re), vadd(b.im, c.im)}, d{vsub(b.re, c.re), vsub(b.im, c.im)};
+    CpxOf<V> m{vsub(a.re, vmul(kHalf, s.re)), vsub(a.im, vmul(kHalf, s.im))};
     // -i * 0.8660254 * d
-    Cpx r{kSin60 * d.im, -kSin60 * d.re};
-    a = {a.re + s.re, a.im + s.im};
-    b = {m.re + r.re, m.im + r.im};
-    c = {m.re - r.re, m.im - r.im};
+    CpxOf<V> r{vmul(kSin60, d.im), vmul(-kSin60, d.re)};
+    a = {vadd(a.re, s.re), vadd(a.im, s.im)};
+    b = {vadd(m.re, r.re), vadd(m.im, r.im)};
+    c = {vsub(m.re, r.re), vsub(m.im, r.im)};
 }
 
 constexpr Cpx w9(int k)
@@ -54,14 +77,19 @@ constexpr Cpx w9(int k)
 }
 constexpr Cpx kW9[5] = {w9(0), w9(1), w9(2), w9(3), w9(4)};
 
-inline Cpx mul(Cpx a, Cpx w) { return {a.re * w.re - a.im * w.im, a.re * w.im + a.im * w.re}; }
+template <typename V>
+inline CpxOf<V> mul(CpxOf<V> a, Cpx w)
+{
+    return {vsub(vmul(a.re, w.re), vmul(a.im, w.im)), vadd(vmul(a.re, w.im), vmul(a.im, w.re))};
+}
 
 // Nine-point DFT as three three-point DFTs, twiddles, three more.
-inline void dft9(Cpx* w)
+template <typename V>
+inline void dft9(CpxOf<V>* w)
 {
-    Cpx y[3][3];
+    CpxOf<V> y[3][3];
     for (int n2 = 0; n2 < 3; ++n2) {
-        Cpx a = w[n2], b = w[n2 + 3], c = w[n2 + 6];
+        CpxOf<V> a = w[n2], b = w[n2 + 3], c = w[n2 + 6];
         dft3(a, b, c);
         y[n2][0] = a;
         y[n2][1] = b;
@@ -72,7 +100,7 @@ inline void dft9(Cpx* w)
     y[2][1] = mul(y[2][1], kW9[2]);
     y[2][2] = mul(y[2][2], kW9[4]);
     for (int k1 = 0; k1 < 3; ++k1) {
-        Cpx a = y[0][k1], b = y[1][k1], c = y[2][k1];
+        CpxOf<V> a = y[0][k1], b = y[1][k1], c = y[2][k1];
         dft3(a, b, c);
         w[k1] = a;
         w[k1 + 3] = b;
@@ -82,22 +110,24 @@ inline void dft9(Cpx* w)
 
 // ------------------------------------------------------------ fixed lengths 12, 36
 
-template <int N>
-void fixedForward(const float* x, float* dst, const float* t)
+// x(i) and dst(i, value) read and write element i of the transform (of all eight
+// in the lane form).
+template <int N, typename V, typename In, typename Out>
+void fixedForward(In x, Out dst, const float* t)
 {
     constexpr int q = N / 4, half = (N + 7) / 8;
-    Cpx w[q];
+    CpxOf<V> w[q];
     for (int j = 0; j < q; ++j) {
-        float a, b;
+        V a, b;
         if (j < half) {
-            a = -x[3 * N / 4 + 2 * j] - x[3 * N / 4 - 2 * j - 1];
-            b = x[N / 4 - 2 * j - 1] - x[N / 4 + 2 * j];
+            a = vsub(vneg(x(3 * N / 4 + 2 * j)), x(3 * N / 4 - 2 * j - 1));
+            b = vsub(x(N / 4 - 2 * j - 1), x(N / 4 + 2 * j));
         } else {
-            a = x[2 * j - N / 4] - x[3 * N / 4 - 2 * j - 1];
-            b = -x[5 * N / 4 - 2 * j - 1] - x[N / 4 + 2 * j];
+            a = vsub(x(2 * j - N / 4), x(3 * N / 4 - 2 * j - 1));
+            b = vsub(vneg(x(5 * N / 4 - 2 * j - 1)), x(N / 4 + 2 * j));
         }
         const float s = t[2 * j], c = t[2 * j + 1];
-        w[j] = {a * c + b * s, b * c - a * s};
+        w[j] = {vadd(vmul(a, c), vmul(b, s)), vsub(vmul(b, c), vmul(a, s))};
     }
     if constexpr (N == 12)
         dft3(w[0], w[1], w[2]);
@@ -105,20 +135,20 @@ void fixedForward(const float* x, float* dst, const float* t)
         dft9(w);
     for (int j = 0; j < q; ++j) {
         const float s = t[2 * j], c = t[2 * j + 1];
-        dst[2 * j] = w[j].re * c + w[j].im * s;
-        dst[N / 2 - 1 - 2 * j] = w[j].re * s - w[j].im * c;
+        dst(2 * j, vadd(vmul(w[j].re, c), vmul(w[j].im, s)));
+        dst(N / 2 - 1 - 2 * j, vsub(vmul(w[j].re, s), vmul(w[j].im, c)));
     }
 }
 
-template <int N>
-void fixedInverse(const float* X, float* y, const float* t)
+template <int N, typename V, typename In, typename Out>
+void fixedInverse(In X, Out y, const float* t)
 {
     constexpr int q = N / 4, half = (N + 7) / 8;
-    Cpx w[q];
+    CpxOf<V> w[q];
     for (int j = 0; j < q; ++j) {
-        const float p = X[2 * j], r = X[N / 2 - 1 - 2 * j];
+        const V p = X(2 * j), r = X(N / 2 - 1 - 2 * j);
         const float s = t[2 * j], c = t[2 * j + 1];
-        w[j] = {p * c + r * s, r * c - p * s};
+        w[j] = {vadd(vmul(p, c), vmul(r, s)), vsub(vmul(r, c), vmul(p, s))};
     }
     if constexpr (N == 12)
         dft3(w[0], w[1], w[2]);
@@ -127,19 +157,107 @@ void fixedInverse(const float* X, float* y, const float* t)
     // y is written only after every input has been read (in-place safety).
     for (int j = 0; j < q; ++j) {
         const float s = t[2 * j], c = t[2 * j + 1];
-        const float a = w[j].re * c + w[j].im * s;
-        const float b = w[j].re * s - w[j].im * c;
+        const V a = vadd(vmul(w[j].re, c), vmul(w[j].im, s));
+        const V b = vsub(vmul(w[j].re, s), vmul(w[j].im, c));
         if (j < half) {
-            y[3 * N / 4 + 2 * j] = -a;
-            y[3 * N / 4 - 1 - 2 * j] = -a;
-            y[N / 4 - 1 - 2 * j] = b;
-            y[N / 4 + 2 * j] = -b;
+            y(3 * N / 4 + 2 * j, vneg(a));
+            y(3 * N / 4 - 1 - 2 * j, vneg(a));
+            y(N / 4 - 1 - 2 * j, b);
+            y(N / 4 + 2 * j, vneg(b));
         } else {
-            y[2 * j - N / 4] = a;
-            y[3 * N / 4 - 1 - 2 * j] = -a;
-            y[5 * N / 4 - 1 - 2 * j] = -b;
-            y[N / 4 + 2 * j] = -b;
+            y(2 * j - N / 4, a);
+            y(3 * N / 4 - 1 - 2 * j, vneg(a));
+            y(5 * N / 4 - 1 - 2 * j, vneg(b));
+            y(N / 4 + 2 * j, vneg(b));
         }
+    }
+}
+
+template <int N>
+void fixedForward(const float* x, float* dst, const float* t)
+{
+    fixedForward<N, float>([x](int i) { return x[i]; }, [dst](int i, float v) { dst[i] = v; }, t);
+}
+
+template <int N>
+void fixedInverse(const float* X, float* y, const float* t)
+{
+    fixedInverse<N, float>([X](int i) { return X[i]; }, [y](int i, float v) { y[i] = v; }, t);
+}
+
+// ------------------------------------------------------------ eight at a time
+
+// Rows r0..r7 of 8 floats -> columns.
+inline void transpose8x8(__m256* r)
+{
+    const __m256 t0 = _mm256_unpacklo_ps(r[0], r[1]), t1 = _mm256_unpackhi_ps(r[0], r[1]);
+    const __m256 t2 = _mm256_unpacklo_ps(r[2], r[3]), t3 = _mm256_unpackhi_ps(r[2], r[3]);
+    const __m256 t4 = _mm256_unpacklo_ps(r[4], r[5]), t5 = _mm256_unpackhi_ps(r[4], r[5]);
+    const __m256 t6 = _mm256_unpacklo_ps(r[6], r[7]), t7 = _mm256_unpackhi_ps(r[6], r[7]);
+    const __m256 u0 = _mm256_shuffle_ps(t0, t2, 0x44), u1 = _mm256_shuffle_ps(t0, t2, 0xEE);
+    const __m256 u2 = _mm256_shuffle_ps(t1, t3, 0x44), u3 = _mm256_shuffle_ps(t1, t3, 0xEE);
+    const __m256 u4 = _mm256_shuffle_ps(t4, t6, 0x44), u5 = _mm256_shuffle_ps(t4, t6, 0xEE);
+    const __m256 u6 = _mm256_shuffle_ps(t5, t7, 0x44), u7 = _mm256_shuffle_ps(t5, t7, 0xEE);
+    r[0] = _mm256_permute2f128_ps(u0, u4, 0x20);
+    r[1] = _mm256_permute2f128_ps(u1, u5, 0x20);
+    r[2] = _mm256_permute2f128_ps(u2, u6, 0x20);
+    r[3] = _mm256_permute2f128_ps(u3, u7, 0x20);
+    r[4] = _mm256_permute2f128_ps(u0, u4, 0x31);
+    r[5] = _mm256_permute2f128_ps(u1, u5, 0x31);
+    r[6] = _mm256_permute2f128_ps(u2, u6, 0x31);
+    r[7] = _mm256_permute2f128_ps(u3, u7, 0x31);
+}
+
+// Eight rows (row r at base + r*stride, `width` floats) to lane-major columns
+// cols[i][r], and back.
+inline void rowsToLanes(const float* base, int64_t stride, int width, float (*cols)[8])
+{
+    int i = 0;
+    for (; i + 8 <= width; i += 8) {
+        __m256 r[8];
+        for (int k = 0; k < 8; ++k) r[k] = _mm256_loadu_ps(base + k * stride + i);
+        transpose8x8(r);
+        for (int k = 0; k < 8; ++k) _mm256_store_ps(cols[i + k], r[k]);
+    }
+    for (; i < width; ++i)
+        for (int k = 0; k < 8; ++k) cols[i][k] = base[k * stride + i];
+}
+
+inline void lanesToRows(float (*cols)[8], int width, float* base, int64_t stride)
+{
+    int i = 0;
+    for (; i + 8 <= width; i += 8) {
+        __m256 r[8];
+        for (int k = 0; k < 8; ++k) r[k] = _mm256_load_ps(cols[i + k]);
+        transpose8x8(r);
+        for (int k = 0; k < 8; ++k) _mm256_storeu_ps(base + k * stride + i, r[k]);
+    }
+    for (; i < width; ++i)
+        for (int k = 0; k < 8; ++k) base[k * stride + i] = cols[i][k];
+}
+
+template <int N, bool Inverse>
+void fixedBatch(const float* src, int64_t srcStride, float* dst, int64_t dstStride, int count, const float* t)
+{
+    constexpr int inWidth = Inverse ? N / 2 : N, outWidth = Inverse ? N : N / 2;
+    int b = 0;
+    for (; b + 8 <= count; b += 8) {
+        alignas(32) float in[inWidth][8];
+        alignas(32) float out[outWidth][8];
+        rowsToLanes(src + b * srcStride, srcStride, inWidth, in);
+        auto load = [&in](int i) { return _mm256_load_ps(in[i]); };
+        auto store = [&out](int i, __m256 v) { _mm256_store_ps(out[i], v); };
+        if constexpr (Inverse)
+            fixedInverse<N, __m256>(load, store, t);
+        else
+            fixedForward<N, __m256>(load, store, t);
+        lanesToRows(out, outWidth, dst + b * dstStride, dstStride);
+    }
+    for (; b < count; ++b) {
+        if constexpr (Inverse)
+            fixedInverse<N>(src + b * srcStride, dst + b * dstStride, t);
+        else
+            fixedForward<N>(src + b * srcStride, dst + b * dstStride, t);
     }
 }
 
@@ -342,6 +460,23 @@ void mdctFwdCore(const float* x, float* dst, const MdctSpec32f* s, float* work, 
         mdctk::postTwiddleAvx2(spectrum, dst, s->twiddles, n);
     else
         mdctk::postTwiddleScalar(spectrum, dst, s->twiddles, n);
+}
+
+void mdctFixedBatch(const float* src, int64_t srcStride, float* dst, int64_t dstStride, int count,
+                    const MdctSpec32f* s)
+{
+    const bool inverse = s->tag == kTagMdctInv32f;
+    if (s->length == 12) {
+        if (inverse)
+            fixedBatch<12, true>(src, srcStride, dst, dstStride, count, s->twiddles);
+        else
+            fixedBatch<12, false>(src, srcStride, dst, dstStride, count, s->twiddles);
+    } else {
+        if (inverse)
+            fixedBatch<36, true>(src, srcStride, dst, dstStride, count, s->twiddles);
+        else
+            fixedBatch<36, false>(src, srcStride, dst, dstStride, count, s->twiddles);
+    }
 }
 
 void mdctInvCore(const float* X, float* y, const MdctSpec32f* s, float* work, Kernels k)

@@ -47,6 +47,13 @@ inline float twCos(const float* t, int n, int j)
 // scalar twins run the same steps without vector kernels.
 void mdctFwdCore(const float* src, float* dst, const MdctSpec32f* s, float* work, Kernels k);
 void mdctInvCore(const float* src, float* dst, const MdctSpec32f* s, float* work, Kernels k);
+// `count` transforms of length 12 or 36 (direction by the spec's tag): transform b
+// reads src + b*srcStride and writes dst + b*dstStride (src and dst must not
+// overlap). Eight at a time run in the lanes of 256-bit vectors with exactly the
+// operations of the one-transform kernel, so the results are bit-identical to
+// count single calls; the hybrid bank of an MP3 granule is 32 such transforms.
+void mdctFixedBatch(const float* src, int64_t srcStride, float* dst, int64_t dstStride, int count,
+                    const MdctSpec32f* s);
 // 16-bit forward steps (AVX2 and scalar twins) and the whole transform on a
 // located spec; work is 64-byte aligned, N bytes.
 void preTwiddle16Scalar(const int16_t* x, int16_t* work, const int16_t* t, const uint32_t* rev, int n, int sh);

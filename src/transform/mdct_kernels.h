@@ -12,22 +12,52 @@ inline float tc(const float* t, int j) { return t[(j >> 3) * 16 + 8 + (j & 7)]; 
 
 // ---------------------------------------------------------------- scalar twins
 
-inline void foldPreTwiddleScalar(const float* x, float* w, const float* t, int n)
+// ------------------------------------------------------------ index maps
+//
+// Where the power-of-two MDCT reads and writes, shared by the float transforms
+// here and the fixed-point AAC filter bank (mdct_aac.cpp), so that the two cannot
+// drift apart. x(i) reads sample i (any type T with unary minus and subtraction).
+
+// Forward fold: the pair (a, b) of butterfly j, j < N/4, handed to emit(j, a, b).
+template <typename T, typename X, typename Emit>
+inline void foldMap(int n, X x, Emit emit)
 {
     const int q = n / 4, e = n / 8;
     for (int j = 0; j < q; ++j) {
-        float a, b;
-        if (j < e) {
-            a = -x[3 * q + 2 * j] - x[3 * q - 2 * j - 1];
-            b = x[q - 2 * j - 1] - x[q + 2 * j];
-        } else {
-            a = x[2 * j - q] - x[3 * q - 2 * j - 1];
-            b = -x[5 * q - 2 * j - 1] - x[q + 2 * j];
-        }
+        if (j < e) emit(j, T(-x(3 * q + 2 * j) - x(3 * q - 2 * j - 1)), T(x(q - 2 * j - 1) - x(q + 2 * j)));
+        else emit(j, T(x(2 * j - q) - x(3 * q - 2 * j - 1)), T(-x(5 * q - 2 * j - 1) - x(q + 2 * j)));
+    }
+}
+
+// Inverse unfold: the four outputs the pair (a, b) of butterfly j goes to.
+template <typename T, typename Y>
+inline void unfoldMap(int n, int j, T a, T b, Y* y)
+{
+    const int q = n / 4, e = n / 8;
+    if (j < e) {
+        y[3 * q + 2 * j] = -a;
+        y[3 * q - 1 - 2 * j] = -a;
+        y[q - 1 - 2 * j] = b;
+        y[q + 2 * j] = -b;
+    } else {
+        y[2 * j - q] = a;
+        y[3 * q - 1 - 2 * j] = -a;
+        y[5 * q - 1 - 2 * j] = -b;
+        y[q + 2 * j] = -b;
+    }
+}
+
+// The two coefficients of butterfly j: forward output / inverse input 2j and N/2-1-2j.
+inline int coefA(int, int j) { return 2 * j; }
+inline int coefB(int n, int j) { return n / 2 - 1 - 2 * j; }
+
+inline void foldPreTwiddleScalar(const float* x, float* w, const float* t, int n)
+{
+    foldMap<float>(n, [&](int i) { return x[i]; }, [&](int j, float a, float b) {
         const float s = ts(t, j), c = tc(t, j);
         w[2 * j] = a * c + b * s;
         w[2 * j + 1] = b * c - a * s;
-    }
+    });
 }
 
 inline void postTwiddleScalar(const float* w, float* dst, const float* t, int n)
@@ -35,8 +65,8 @@ inline void postTwiddleScalar(const float* w, float* dst, const float* t, int n)
     const int q = n / 4;
     for (int j = 0; j < q; ++j) {
         const float s = ts(t, j), c = tc(t, j), re = w[2 * j], im = w[2 * j + 1];
-        dst[2 * j] = re * c + im * s;
-        dst[n / 2 - 1 - 2 * j] = re * s - im * c;
+        dst[coefA(n, j)] = re * c + im * s;
+        dst[coefB(n, j)] = re * s - im * c;
     }
 }
 
@@ -44,7 +74,7 @@ inline void invPreTwiddleScalar(const float* X, float* w, const float* t, int n)
 {
     const int q = n / 4;
     for (int j = 0; j < q; ++j) {
-        const float p = X[2 * j], r = X[n / 2 - 1 - 2 * j];
+        const float p = X[coefA(n, j)], r = X[coefB(n, j)];
         const float s = ts(t, j), c = tc(t, j);
         w[2 * j] = p * c + r * s;
         w[2 * j + 1] = r * c - p * s;
@@ -53,22 +83,9 @@ inline void invPreTwiddleScalar(const float* X, float* w, const float* t, int n)
 
 inline void invPostUnfoldScalar(const float* w, float* y, const float* t, int n)
 {
-    const int q = n / 4, e = n / 8;
-    for (int j = 0; j < q; ++j) {
+    for (int j = 0; j < n / 4; ++j) {
         const float s = ts(t, j), c = tc(t, j), re = w[2 * j], im = w[2 * j + 1];
-        const float a = re * c + im * s;
-        const float b = re * s - im * c;
-        if (j < e) {
-            y[3 * q + 2 * j] = -a;
-            y[3 * q - 1 - 2 * j] = -a;
-            y[q - 1 - 2 * j] = b;
-            y[q + 2 * j] = -b;
-        } else {
-            y[2 * j - q] = a;
-            y[3 * q - 1 - 2 * j] = -a;
-            y[5 * q - 1 - 2 * j] = -b;
-            y[q + 2 * j] = -b;
-        }
+        unfoldMap(n, j, re * c + im * s, re * s - im * c, y);
     }
 }
 

@@ -49,6 +49,118 @@ void interleave2_32f_avx2(const float* a, const float* b, int len, float* dst)
     interleave2_32f_scalar(a + i, b + i, len - i, dst + 2 * i);
 }
 
+// Any channel count. Blocks of 8 frames: the channels in groups of 8, each group's
+// 8 x 8 block transposed in registers so that one vector holds one frame's values
+// for the group, stored whole at the frame's place. A group of fewer than 8
+// channels writes past its part of the frame into slots written later: the next
+// frames (one group) or, with several groups, group 0 of the next frame, which is
+// why the groups run last to first. The block loop stops before a store would
+// leave the output; the rest is done one sample at a time.
+
+template <typename T>
+void interleaveNScalar(const T* const* src, int channels, int len, T* dst)
+{
+    for (int c = 0; c < channels; ++c) {
+        const T* s = src[c];
+        for (int i = 0; i < len; ++i) dst[i * channels + c] = s[i];
+    }
+}
+
+void interleaveN_16s_scalar(const int16_t* const* src, int channels, int len, int16_t* dst)
+{
+    interleaveNScalar(src, channels, len, dst);
+}
+
+void interleaveN_32f_scalar(const float* const* src, int channels, int len, float* dst)
+{
+    interleaveNScalar(src, channels, len, dst);
+}
+
+namespace {
+
+inline void transpose8x8(__m256* r)
+{
+    const __m256 t0 = _mm256_unpacklo_ps(r[0], r[1]), t1 = _mm256_unpackhi_ps(r[0], r[1]);
+    const __m256 t2 = _mm256_unpacklo_ps(r[2], r[3]), t3 = _mm256_unpackhi_ps(r[2], r[3]);
+    const __m256 t4 = _mm256_unpacklo_ps(r[4], r[5]), t5 = _mm256_unpackhi_ps(r[4], r[5]);
+    const __m256 t6 = _mm256_unpacklo_ps(r[6], r[7]), t7 = _mm256_unpackhi_ps(r[6], r[7]);
+    const __m256 u0 = _mm256_shuffle_ps(t0, t2, 0x44), u1 = _mm256_shuffle_ps(t0, t2, 0xEE);
+    const __m256 u2 = _mm256_shuffle_ps(t1, t3, 0x44), u3 = _mm256_shuffle_ps(t1, t3, 0xEE);
+    const __m256 u4 = _mm256_shuffle_ps(t4, t6, 0x44), u5 = _mm256_shuffle_ps(t4, t6, 0xEE);
+    const __m256 u6 = _mm256_shuffle_ps(t5, t7, 0x44), u7 = _mm256_shuffle_ps(t5, t7, 0xEE);
+    r[0] = _mm256_permute2f128_ps(u0, u4, 0x20);
+    r[1] = _mm256_permute2f128_ps(u1, u5, 0x20);
+    r[2] = _mm256_permute2f128_ps(u2, u6, 0x20);
+    r[3] = _mm256_permute2f128_ps(u3, u7, 0x20);
+    r[4] = _mm256_permute2f128_ps(u0, u4, 0x31);
+    r[5] = _mm256_permute2f128_ps(u1, u5, 0x31);
+    r[6] = _mm256_permute2f128_ps(u2, u6, 0x31);
+    r[7] = _mm256_permute2f128_ps(u3, u7, 0x31);
+}
+
+// Eight rows of eight 16-bit values: row f of the result is column f of the input.
+inline void transpose8x8(__m128i* r)
+{
+    const __m128i a0 = _mm_unpacklo_epi16(r[0], r[1]), a1 = _mm_unpackhi_epi16(r[0], r[1]);
+    const __m128i a2 = _mm_unpacklo_epi16(r[2], r[3]), a3 = _mm_unpackhi_epi16(r[2], r[3]);
+    const __m128i a4 = _mm_unpacklo_epi16(r[4], r[5]), a5 = _mm_unpackhi_epi16(r[4], r[5]);
+    const __m128i a6 = _mm_unpacklo_epi16(r[6], r[7]), a7 = _mm_unpackhi_epi16(r[6], r[7]);
+    const __m128i b0 = _mm_unpacklo_epi32(a0, a2), b1 = _mm_unpackhi_epi32(a0, a2);
+    const __m128i b2 = _mm_unpacklo_epi32(a1, a3), b3 = _mm_unpackhi_epi32(a1, a3);
+    const __m128i b4 = _mm_unpacklo_epi32(a4, a6), b5 = _mm_unpackhi_epi32(a4, a6);
+    const __m128i b6 = _mm_unpacklo_epi32(a5, a7), b7 = _mm_unpackhi_epi32(a5, a7);
+    r[0] = _mm_unpacklo_epi64(b0, b4);
+    r[1] = _mm_unpackhi_epi64(b0, b4);
+    r[2] = _mm_unpacklo_epi64(b1, b5);
+    r[3] = _mm_unpackhi_epi64(b1, b5);
+    r[4] = _mm_unpacklo_epi64(b2, b6);
+    r[5] = _mm_unpackhi_epi64(b2, b6);
+    r[6] = _mm_unpacklo_epi64(b3, b7);
+    r[7] = _mm_unpackhi_epi64(b3, b7);
+}
+
+inline void storeFrame(float* p, __m256 v) { _mm256_storeu_ps(p, v); }
+inline void storeFrame(int16_t* p, __m128i v) { _mm_storeu_si128(reinterpret_cast<__m128i*>(p), v); }
+
+// The block loop shared by the interleave and join kernels: `load(c, i)` gives
+// the 8 values of channel c from sample i on, already in the output type.
+template <typename T, typename V, typename Load>
+int interleaveBlocks(int channels, int len, T* dst, V zero, Load load)
+{
+    const int groups = (channels + 7) / 8;
+    const int64_t total = static_cast<int64_t>(len) * channels;
+    int i = 0;
+    for (; i + 8 <= len && (static_cast<int64_t>(i) + 7) * channels + 8 * groups <= total; i += 8)
+        for (int g = groups - 1; g >= 0; --g) {
+            const int first = 8 * g, count = channels - first < 8 ? channels - first : 8;
+            V r[8];
+            for (int k = 0; k < 8; ++k) r[k] = k < count ? load(first + k, i) : zero;
+            transpose8x8(r);
+            T* out = dst + static_cast<int64_t>(i) * channels + first;
+            for (int f = 0; f < 8; ++f) storeFrame(out + static_cast<int64_t>(f) * channels, r[f]);
+        }
+    return i;
+}
+
+}  // namespace
+
+void interleaveN_32f_avx2(const float* const* src, int channels, int len, float* dst)
+{
+    const int done = interleaveBlocks(channels, len, dst, _mm256_setzero_ps(),
+                                      [&](int c, int i) { return _mm256_loadu_ps(src[c] + i); });
+    for (int i = done; i < len; ++i)
+        for (int c = 0; c < channels; ++c) dst[static_cast<int64_t>(i) * channels + c] = src[c][i];
+}
+
+void interleaveN_16s_avx2(const int16_t* const* src, int channels, int len, int16_t* dst)
+{
+    const int done = interleaveBlocks(channels, len, dst, _mm_setzero_si128(), [&](int c, int i) {
+        return _mm_loadu_si128(reinterpret_cast<const __m128i*>(src[c] + i));
+    });
+    for (int i = done; i < len; ++i)
+        for (int c = 0; c < channels; ++c) dst[static_cast<int64_t>(i) * channels + c] = src[c][i];
+}
+
 // ---------------------------------------------------------------- deinterleave
 
 void deinterleave2_16s_scalar(const int16_t* src, int len, int16_t* a, int16_t* b)
@@ -162,9 +274,14 @@ void join_32f16s_avx2(const float* const* src, int channels, int len, int16_t* d
         }
         return;
     }
-    // Three and more channels: frame by frame, which keeps the stores sequential.
+    // Three and more channels: each channel's 8 samples converted and packed to
+    // 16 bits, then the interleave's register transpose.
+    i = interleaveBlocks(channels, len, dst, _mm_setzero_si128(), [&](int c, int at) {
+        const __m256i v = toPcm32x8(_mm256_loadu_ps(src[c] + at));
+        return _mm_packs_epi32(_mm256_castsi256_si128(v), _mm256_extracti128_si256(v, 1));
+    });
     for (; i < len; ++i)
-        for (int c = 0; c < channels; ++c) dst[i * channels + c] = toPcm16(src[c][i]);
+        for (int c = 0; c < channels; ++c) dst[static_cast<int64_t>(i) * channels + c] = toPcm16(src[c][i]);
 }
 
 // ------------------------------------------------------------------- makeFloat

@@ -10,6 +10,13 @@ void interleave2_16s_avx2(const int16_t* a, const int16_t* b, int len, int16_t* 
 void interleave2_16s_scalar(const int16_t* a, const int16_t* b, int len, int16_t* dst);
 void interleave2_32f_avx2(const float* a, const float* b, int len, float* dst);
 void interleave2_32f_scalar(const float* a, const float* b, int len, float* dst);
+// Any channel count: dst[i*channels + c] = src[c][i]. The vector form transposes
+// blocks of 8 samples of up to 8 channels in registers and stores each frame whole
+// (a store may run into the next frame's slots, which are written afterwards).
+void interleaveN_16s_avx2(const int16_t* const* src, int channels, int len, int16_t* dst);
+void interleaveN_16s_scalar(const int16_t* const* src, int channels, int len, int16_t* dst);
+void interleaveN_32f_avx2(const float* const* src, int channels, int len, float* dst);
+void interleaveN_32f_scalar(const float* const* src, int channels, int len, float* dst);
 void deinterleave2_16s_avx2(const int16_t* src, int len, int16_t* a, int16_t* b);
 void deinterleave2_16s_scalar(const int16_t* src, int len, int16_t* a, int16_t* b);
 void deinterleave2_32f_avx2(const float* src, int len, float* a, float* b);

@@ -28,19 +28,15 @@ ZamStatus checkChannels(ChannelPtr const* channelPtrs, int channels, int len, bo
 
 template <typename T>
 ZamStatus interleave(const T* const* src, int channels, int len, T* dst,
-                     void (*pair)(const T*, const T*, int, T*))
+                     void (*pair)(const T*, const T*, int, T*), void (*any)(const T* const*, int, int, T*))
 {
     if (!dst || !src) return zamStsNullPtr;
     bool misaligned = misaligned16(dst);
     if (ZamStatus st = checkChannels(src, channels, len, misaligned); st != zamStsOk) return st;
-    if (channels == 2) {
+    if (channels == 2)
         pair(src[0], src[1], len, dst);
-    } else {
-        for (int c = 0; c < channels; ++c) {
-            const T* s = src[c];
-            for (int i = 0; i < len; ++i) dst[i * channels + c] = s[i];
-        }
-    }
+    else
+        any(src, channels, len, dst);
     return misaligned ? zamStsMisalignedData : zamStsOk;
 }
 
@@ -79,12 +75,12 @@ private:
 
 ZAM_API ZamStatus zamsInterleave_16s(const int16_t** ppSrc, int channels, int len, int16_t* pDst)
 {
-    return interleave<int16_t>(ppSrc, channels, len, pDst, interleave2_16s_avx2);
+    return interleave<int16_t>(ppSrc, channels, len, pDst, interleave2_16s_avx2, interleaveN_16s_avx2);
 }
 
 ZAM_API ZamStatus zamsInterleave_32f(const float** ppSrc, int channels, int len, float* pDst)
 {
-    return interleave<float>(ppSrc, channels, len, pDst, interleave2_32f_avx2);
+    return interleave<float>(ppSrc, channels, len, pDst, interleave2_32f_avx2, interleaveN_32f_avx2);
 }
 
 ZAM_API ZamStatus zamsDeinterleave_16s(const int16_t* pSrc, int channels, int len, int16_t** ppDst)

@@ -61,11 +61,11 @@ struct RunResult {
     std::vector<int16_t> pcm;
 };
 
-// zamac-decode input > raw PCM (16-bit interleaved, no header).
-inline RunResult decodeRaw(const std::string& input)
+// zamac-decode [options] input > raw PCM (16-bit interleaved, no header).
+inline RunResult decodeRaw(const std::string& input, const std::string& options = "")
 {
     const std::string out = scratch("out.raw");
-    const std::string cmd = "'" + toolPath() + "' '" + input + "' > '" + out + "' 2>/dev/null";
+    const std::string cmd = "'" + toolPath() + "' " + options + " '" + input + "' > '" + out + "' 2>/dev/null";
     const int status = std::system(cmd.c_str());
     RunResult r;
     if (status != -1 && WIFEXITED(status)) r.exitCode = WEXITSTATUS(status);

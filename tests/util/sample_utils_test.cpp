@@ -285,17 +285,32 @@ TEST(SampleKernels, VectorPathsMatchScalarTwins)
         ASSERT_EQ(fva, fsa);
         ASSERT_EQ(fvb, fsb);
 
-        for (int channels = 1; channels <= 4; ++channels) {
+        for (int channels : {1, 2, 3, 4, 5, 6, 7, 8, 9, 11, 16, 19}) {
             std::vector<std::vector<float>> ch(channels);
+            std::vector<std::vector<int16_t>> pcm(channels);
             std::vector<const float*> ptrs;
-            for (auto& c : ch) {
-                c = randomFloats(len, -40000.0f, 40000.0f);
-                ptrs.push_back(c.data());
+            std::vector<const int16_t*> pcmPtrs;
+            for (int c = 0; c < channels; ++c) {
+                ch[c] = randomFloats(len, -40000.0f, 40000.0f);
+                pcm[c] = randomPcm(len);
+                ptrs.push_back(ch[c].data());
+                pcmPtrs.push_back(pcm[c].data());
             }
-            std::vector<int16_t> jv(channels * len), js(channels * len);
+            // One spare element after each output shows that nothing is written past it.
+            std::vector<int16_t> jv(channels * len + 1, 7), js(jv), iv(jv), is(jv);
+            std::vector<float> fiv(channels * len + 1, 7.0f), fis(fiv);
             join_32f16s_avx2(ptrs.data(), channels, len, jv.data());
             join_32f16s_scalar(ptrs.data(), channels, len, js.data());
             ASSERT_EQ(jv, js) << channels << " channels, len " << len;
+            interleaveN_16s_avx2(pcmPtrs.data(), channels, len, iv.data());
+            interleaveN_16s_scalar(pcmPtrs.data(), channels, len, is.data());
+            ASSERT_EQ(iv, is) << channels << " channels, len " << len;
+            interleaveN_32f_avx2(ptrs.data(), channels, len, fiv.data());
+            interleaveN_32f_scalar(ptrs.data(), channels, len, fis.data());
+            ASSERT_EQ(fiv, fis) << channels << " channels, len " << len;
+            ASSERT_EQ(jv.back(), 7);
+            ASSERT_EQ(iv.back(), 7);
+            ASSERT_EQ(fiv.back(), 7.0f);
         }
 
         auto mant = randomPcm(len);

@@ -8,11 +8,18 @@
  *                                       zamsDecodePrgCfgElt_AAC
  *   per channel      zamsNoiselessDecoder_LC_AAC (zamsNoiselessDecode_AAC when the
  *                    channel has noise-substituted bands), zamsQuantInv_AAC_32s_I
- *   per pair         zamsDecodeMsStereo_AAC_32s_I, zamsDecodeIsStereo_AAC_32s
+ *                    (Main, LTP: zamsNoiselessDecode_AAC; pairs: zamsDecodeChanPairElt_MP4_AAC for LTP)
+ *   per pair         zamsDecodeMsStereo_AAC_32s_I
+ *   Main             zamsFDPInv_32f_I and the predictor resets (aac_prediction.c)
+ *   per pair         zamsDecodeIsStereo_AAC_32s
  *   per channel      zamsDeinterleaveSpectrum_AAC_32s (eight short windows),
  *                    zamsDecodePNS_AAC_32s / zamsDecodeMsPNS_AAC_32s,
- *                    zamsDecodeTNS_AAC_32s_I
- *   filter bank      zamsMDCTInv_32f, windows and overlap-add (aac_filterbank.c)
+ *   LTP              zamsLongTermPredict_AAC_32s, zamsMDCTFwd_AAC_32s_I,
+ *                    zamsLongTermReconstruct_AAC_32s (aac_prediction.c)
+ *   per channel      zamsDecodeTNS_AAC_32s_I
+ *   filter bank      zamsMDCTInv_32f, windows and overlap-add (aac_filterbank.c), or
+ *                    with --fixed zamsMDCTInv_AAC_32s_I (aac_fixed.c)
+ *   LTP              zamsLtpUpdate_AAC_32s
  *   output           zamsJoin_32f16s_D2L to interleaved 16-bit PCM
  *
  * Choices of this decoder:
@@ -21,8 +28,11 @@
  *    header) is reported with its number and concealed by silence: all its spectra are
  *    taken as zero, so the previous frame's tail still fades out through the overlap.
  *  - Coupling channel elements (CCE) are parsed and skipped: the coupling is not applied.
- *  - SBR and PS data in fill elements are ignored (reported once): only the AAC-LC core
- *    is decoded. Main, SSR and LTP object types are refused with a message.
+ *  - HE-AAC: SBR data in a fill element after an element (implicit signalling) switch
+ *    on SBR for the whole stream when the first frame has them: the output rate is
+ *    twice the core rate, a mono core (possibly with parametric stereo) becomes two
+ *    channels (sbr_decoder.c). With --fixed, SBR is not applied (reported once): the
+ *    AAC core is decoded. The SSR object type is refused with a message.
  *  - The ADTS CRC is not verified.
  *  - Elements are matched to the channel layout by type in order of appearance (and by
  *    instance tag when a program configuration lists them).
@@ -32,9 +42,12 @@
 #include <string.h>
 
 #include "aac_filterbank.h"
+#include "aac_fixed.h"
 #include "aac_layout.h"
+#include "aac_prediction.h"
 #include "aac_sf_code.h"
 #include "decoder.h"
+#include "sbr_decoder.h"
 #include "zamac.h"
 
 enum { ID_SCE = 0, ID_CPE = 1, ID_CCE = 2, ID_LFE = 3, ID_DSE = 4, ID_PCE = 5, ID_FIL = 6, ID_END = 7 };
@@ -81,6 +94,7 @@ typedef struct {
     int16_t scaleFactors[8 * 64];  /* max_sfb per group, group after group */
     uint8_t codebooks[8 * 64];
     int8_t tnsCoef[64];
+    AacLtpData ltp;                /* LTP: this channel's long-term prediction data */
     int32_t* grouped;              /* 1024: quantized, then dequantized, in stream order */
     int32_t* spectrum;             /* 1024: final spectrum in window order */
     int hasNoise, hasIntensity;
@@ -90,10 +104,15 @@ typedef struct {
     AacFilterBank bank;
     AacLayout layout;
     AacChannelHistory history[AAC_MAX_CHANNELS];
+    AacPrediction prediction;      /* Main and LTP state per output channel */
+    AacFixedBank* fixedBank;       /* --fixed */
+    int objectType;                /* 1 Main, 2 LC, 4 LTP */
     int32_t* outSpectrum[AAC_MAX_CHANNELS];  /* final spectrum of each output channel */
     int outSequence[AAC_MAX_CHANNELS], outShape[AAC_MAX_CHANNELS], outPresent[AAC_MAX_CHANNELS];
     float* pcm[AAC_MAX_CHANNELS];
     int16_t* interleaved;
+    AacSbr* sbr;                   /* HE-AAC: SBR and PS after the filter bank */
+    long sbrFrames;
 
     ChannelWork work[2];
     AacChanPairElt pair;
@@ -127,6 +146,9 @@ static void* aligned_zeroed(size_t bytes)
 static void decoder_free(AacDecoder* d)
 {
     aac_filterbank_free(&d->bank);
+    aac_sbr_free(d->sbr);
+    aac_prediction_free(&d->prediction);
+    free(d->fixedBank);
     for (int c = 0; c < AAC_MAX_CHANNELS; ++c) {
         free(d->outSpectrum[c]);
         free(d->pcm[c]);
@@ -149,7 +171,7 @@ static int decoder_init(AacDecoder* d, const DecodeOptions* options, PcmSink* si
     int ok = 1;
     for (int c = 0; c < AAC_MAX_CHANNELS; ++c) {
         d->outSpectrum[c] = (int32_t*)aligned_zeroed(1024 * sizeof(int32_t));
-        d->pcm[c] = (float*)aligned_zeroed(1024 * sizeof(float));
+        d->pcm[c] = (float*)aligned_zeroed(2048 * sizeof(float));
         ok = ok && d->outSpectrum[c] && d->pcm[c];
         aac_history_reset(&d->history[c]);
     }
@@ -158,7 +180,8 @@ static int decoder_init(AacDecoder* d, const DecodeOptions* options, PcmSink* si
         d->work[i].spectrum = (int32_t*)aligned_zeroed(1024 * sizeof(int32_t));
         ok = ok && d->work[i].grouped && d->work[i].spectrum;
     }
-    d->interleaved = (int16_t*)aligned_zeroed(1024 * AAC_MAX_CHANNELS * sizeof(int16_t));
+    d->interleaved = (int16_t*)aligned_zeroed(2048 * AAC_MAX_CHANNELS * sizeof(int16_t));
+    if (options->fixed) ok = ok && (d->fixedBank = (AacFixedBank*)aligned_zeroed(sizeof(AacFixedBank)));
     return ok && d->interleaved ? 0 : -1;
 }
 
@@ -194,33 +217,39 @@ static int window_length(const AacIcsInfo* ics)
 }
 
 /* individual_channel_stream(): noiseless decoding and inverse quantization. */
-static ZamStatus decode_channel_stream(AacDecoder* d, Cursor* c, ChannelWork* ch, AacIcsInfo* ics, int commonWindow)
+static ZamStatus decode_channel_stream(AacDecoder* d, Cursor* c, ChannelWork* ch, AacIcsInfo* ics, int commonWin)
 {
     memset(&ch->info, 0, sizeof ch->info);
     ch->info.sampling_frequency_index = d->samplingIndex;
     ch->info.num_pred_sfb = 0;
     ch->info.pIcsInfo = ics;
     const Cursor start = *c;
-    ZamStatus status = zamsNoiselessDecoder_LC_AAC(&c->byte, &c->bit, commonWindow, &ch->info, ch->scaleFactors,
-                                                   ch->grouped, ch->codebooks, ch->tnsCoef);
+    ZamStatus status = zamStsAacSfCbErr;
+    if (d->objectType == AAC_OBJECT_LC)
+        status = zamsNoiselessDecoder_LC_AAC(&c->byte, &c->bit, commonWin, &ch->info, ch->scaleFactors, ch->grouped,
+                                             ch->codebooks, ch->tnsCoef);
+    else
+        ch->info.num_pred_sfb = d->objectType == AAC_OBJECT_MAIN ? d->prediction.predSfbMax : 0;
     ch->hasNoise = 0;
     if (status == zamStsAacSfCbErr) {
         /* A noise-substituted band (code book 13): read the channel again with the
          * decoder that knows noise bands. */
         *c = start;
         ch->info.pIcsInfo = ics;
+        if (!commonWin) d->mainHeader.ltp[0].ltp_data_present = 0;
         status = zamsNoiselessDecode_AAC(&c->byte, &c->bit, &d->mainHeader, ch->scaleFactors, ch->grouped,
-                                         ch->codebooks, ch->tnsCoef, &ch->info, 0, 0, commonWindow, 0, 2);
+                                         ch->codebooks, ch->tnsCoef, &ch->info, 0, 0, commonWin, 0, d->objectType);
         if (status >= 0) {
             separate_noise_energies(ch, ics->num_window_groups * ics->max_sfb);
-            ch->hasNoise = 1;
+            for (int i = 0; i < ics->num_window_groups * ics->max_sfb; ++i) ch->hasNoise |= ch->codebooks[i] == 13;
         }
+        if (!commonWin) ch->ltp = d->mainHeader.ltp[0];
     }
     if (status < 0) {
         d->error = "channel stream";
         return status;
     }
-    if (ics->predictor_data_present) {
+    if (ics->predictor_data_present && d->objectType == AAC_OBJECT_LC) {
         d->error = "prediction data in an AAC-LC stream";
         return zamStsBadData;
     }
@@ -274,7 +303,7 @@ static ZamStatus substitute_noise(AacDecoder* d, ChannelWork* ch, const AacIcsIn
 
 /* Everything after the stereo tools: window order, noise, TNS. */
 static ZamStatus finish_channel(AacDecoder* d, ChannelWork* ch, const AacIcsInfo* ics, int pairChannel,
-                                const uint8_t* msUsed)
+                                const uint8_t* msUsed, int output)
 {
     ZamStatus status = zamStsOk;
     const int winLen = window_length(ics);
@@ -297,6 +326,12 @@ static ZamStatus finish_channel(AacDecoder* d, ChannelWork* ch, const AacIcsInfo
             d->error = "noise substitution";
             return status;
         }
+    }
+    status = aac_prediction_ltp(&d->prediction, output, ch->spectrum, ics, &ch->ltp,
+                                output >= 0 ? d->history[output].previousShape : 0, &ch->info, ch->tnsCoef);
+    if (status < 0) {
+        d->error = "long-term prediction";
+        return status;
     }
     if (ch->info.tns_data_present) {
         status = zamsDecodeTNS_AAC_32s_I(ch->spectrum, ch->info.n_filt, ch->info.length, ch->info.order,
@@ -332,16 +367,26 @@ static void describe(AacDecoder* d, const char* label, const AacIcsInfo* ics, co
              ch->info.tns_data_present ? " tns" : "", extra);
 }
 
+/* AAC Main: frequency-domain prediction of one channel (between M/S and intensity). */
+static ZamStatus predict_main(AacDecoder* d, int output, ChannelWork* ch, const AacIcsInfo* ics)
+{
+    ZamStatus status = aac_prediction_main(&d->prediction, output, ch->grouped, ics, ch->codebooks);
+    if (status < 0) d->error = "prediction";
+    return status;
+}
+
 /* single_channel_element() and lfe_channel_element(). */
 static ZamStatus decode_single(AacDecoder* d, Cursor* c, int type, int tag)
 {
     ChannelWork* ch = &d->work[0];
     ZamStatus status = decode_channel_stream(d, c, ch, &ch->ics, 0);
     if (status < 0) return status;
-    status = finish_channel(d, ch, &ch->ics, -1, NULL);
-    if (status < 0) return status;
     int outputs[2];
     aac_layout_place(&d->layout, type == ID_LFE ? AAC_ELEMENT_LFE : AAC_ELEMENT_SCE, tag, outputs);
+    aac_sbr_element(d->sbr, type == ID_LFE ? 0 : 1, outputs);
+    status = predict_main(d, outputs[0], ch, &ch->ics);
+    if (status >= 0) status = finish_channel(d, ch, &ch->ics, -1, NULL, outputs[0]);
+    if (status < 0) return status;
     deliver_channel(d, outputs[0], ch, &ch->ics);
     if (d->options->info) {
         char label[16];
@@ -357,7 +402,17 @@ static ZamStatus decode_pair(AacDecoder* d, Cursor* c, int tag)
     ChannelWork* left = &d->work[0];
     ChannelWork* right = &d->work[1];
     AacChanPairElt* pair = &d->pair;
-    ZamStatus status = zamsDecodeChanPairElt_AAC(&c->byte, &c->bit, &left->ics, pair, 0);
+    ZamStatus status;
+    if (d->objectType == AAC_OBJECT_LTP) {
+        d->mainHeader.ltp[0].ltp_data_present = d->mainHeader.ltp[1].ltp_data_present = 0;
+        status = zamsDecodeChanPairElt_MP4_AAC(&c->byte, &c->bit, &left->ics, pair, &d->mainHeader, 0,
+                                               AAC_OBJECT_LTP);
+        left->ltp = d->mainHeader.ltp[0];
+        right->ltp = d->mainHeader.ltp[1];
+    } else {
+        status = zamsDecodeChanPairElt_AAC(&c->byte, &c->bit, &left->ics, pair,
+                                           d->objectType == AAC_OBJECT_MAIN ? d->prediction.predSfbMax : 0);
+    }
     if (status < 0) {
         d->error = "channel pair header";
         return status;
@@ -384,6 +439,11 @@ static ZamStatus decode_pair(AacDecoder* d, Cursor* c, int tag)
             return status;
         }
     }
+    int outputs[2];
+    aac_layout_place(&d->layout, AAC_ELEMENT_CPE, tag, outputs);
+    status = predict_main(d, outputs[0], left, leftIcs);
+    if (status >= 0) status = predict_main(d, outputs[1], right, rightIcs);
+    if (status < 0) return status;
     if (common && right->hasIntensity) {
         status = zamsDecodeIsStereo_AAC_32s(left->grouped, right->grouped, right->scaleFactors, right->codebooks,
                                             leftIcs->num_window_groups, leftIcs->window_group_length,
@@ -399,12 +459,11 @@ static ZamStatus decode_pair(AacDecoder* d, Cursor* c, int tag)
         memset(d->noiseState, 0, sizeof d->noiseState);
         left->hasNoise = right->hasNoise = 1;
     }
-    status = finish_channel(d, left, leftIcs, correlated ? 0 : -1, &pair->ms_used[0][0]);
-    if (status >= 0) status = finish_channel(d, right, rightIcs, correlated ? 1 : -1, &pair->ms_used[0][0]);
+    status = finish_channel(d, left, leftIcs, correlated ? 0 : -1, &pair->ms_used[0][0], outputs[0]);
+    if (status >= 0)
+        status = finish_channel(d, right, rightIcs, correlated ? 1 : -1, &pair->ms_used[0][0], outputs[1]);
     if (status < 0) return status;
-
-    int outputs[2];
-    aac_layout_place(&d->layout, AAC_ELEMENT_CPE, tag, outputs);
+    aac_sbr_element(d->sbr, 2, outputs);
     deliver_channel(d, outputs[0], left, leftIcs);
     deliver_channel(d, outputs[1], right, rightIcs);
     if (d->options->info) {
@@ -464,15 +523,14 @@ static ZamStatus skip_coupling(AacDecoder* d, Cursor* c)
     return zamStsOk;
 }
 
-/* fill_element(): the payload is skipped; an SBR payload is reported once. */
+/* fill_element(): an SBR payload is kept for the element before it; others are skipped. */
 static ZamStatus skip_fill(AacDecoder* d, Cursor* c)
 {
     int32_t count = 0;
     uint8_t payload[272];
     ZamStatus status = zamsDecodeFillElt_AAC(&c->byte, &c->bit, &count, payload);
     if (status < 0) return status;
-    const int extension = count > 0 ? payload[0] >> 4 : 0;
-    if (extension == 13 || extension == 14) d->sawSbr = 1;  /* EXT_SBR_DATA, EXT_SBR_DATA_CRC */
+    if (aac_sbr_payload(d->sbr, payload, count)) d->sawSbr = 1;
     return zamStsOk;
 }
 
@@ -481,6 +539,7 @@ static ZamStatus skip_fill(AacDecoder* d, Cursor* c)
 static ZamStatus decode_elements(AacDecoder* d, Cursor* c, const uint8_t* end, AacProgramConfig* program)
 {
     aac_layout_new_block(&d->layout);
+    aac_sbr_block_start(d->sbr);
     for (int ch = 0; ch < AAC_MAX_CHANNELS; ++ch) d->outPresent[ch] = 0;
     d->elementText[0] = '\0';
     d->error = NULL;
@@ -546,6 +605,14 @@ static int send_format(AacDecoder* d)
         fprintf(stderr, "zamac-decode: the stream has no audio channels\n");
         return -1;
     }
+    if (aac_sbr_block_has_sbr(d->sbr) && d->sampleRate <= 48000 && !d->fixedBank) {  /* implicit HE-AAC signalling */
+        const int mono = d->layout.channels == 1;
+        d->sampleRate = aac_sbr_enable(d->sbr, mono);
+        if (mono) d->layout.channels = 2, d->layout.channelMask = 0x3;
+        if (d->options->info)
+            printf("HE-AAC: SBR%s, output %d Hz%s\n", d->options->sbrMode == SBR_MODE_LP ? " (low power)" : "",
+                   d->sampleRate, mono ? "; mono core: two channels (parametric stereo when signalled)" : "");
+    }
     if (d->options->info) {
         char positions[96];
         aac_layout_describe(&d->layout, positions, sizeof positions);
@@ -555,35 +622,55 @@ static int send_format(AacDecoder* d)
     return d->sink->format(d->sink->ctx, d->sampleRate, d->layout.channels, d->layout.channelMask);
 }
 
+static void report_bad_frame(AacDecoder* d, const char* why, ZamStatus status, const char* outcome);
+
 /* Filter bank and output for one raw data block. A channel without an element in the
  * block (or every channel, when the block was corrupt) gets an all-zero spectrum. */
 static int render_block(AacDecoder* d, int concealed)
 {
     const int channels = d->layout.channels;
     const float* sources[AAC_MAX_CHANNELS];
+    const int16_t* fixedSources[AAC_MAX_CHANNELS];
     for (int ch = 0; ch < channels; ++ch) {
         if (concealed || !d->outPresent[ch]) {
             memset(d->outSpectrum[ch], 0, 1024 * sizeof(int32_t));
             d->outSequence[ch] = AAC_ONLY_LONG_SEQUENCE;
             d->outShape[ch] = d->history[ch].previousShape;
         }
-        ZamStatus status = aac_filterbank_run(&d->bank, d->outSpectrum[ch], d->outSequence[ch], d->outShape[ch],
-                                              &d->history[ch], d->pcm[ch]);
+        ZamStatus status;
+        if (d->fixedBank) {
+            status = aac_fixed_run(d->fixedBank, ch, d->outSpectrum[ch], d->outSequence[ch], d->outShape[ch],
+                                   d->history[ch].previousShape);
+            d->history[ch].previousShape = d->outShape[ch] & 1;
+            aac_prediction_update(&d->prediction, ch, d->fixedBank->time[ch], d->fixedBank->overlap[ch]);
+            fixedSources[ch] = d->fixedBank->pcm[ch];
+        } else {
+            status = aac_filterbank_run(&d->bank, d->outSpectrum[ch], d->outSequence[ch], d->outShape[ch],
+                                        &d->history[ch], d->pcm[ch]);
+            aac_prediction_update_float(&d->prediction, ch, d->pcm[ch], d->history[ch].overlap);
+        }
         if (status < 0) {
             fprintf(stderr, "zamac-decode: inverse MDCT failed (status %d)\n", status);
             return -1;
         }
         sources[ch] = d->pcm[ch];
     }
+    int samples = 1024, damaged = 0;
+    if (aac_sbr_enabled(d->sbr)) {
+        samples = aac_sbr_render(d->sbr, d->pcm, channels, concealed, &damaged);
+        if (samples < 0) return -1;
+        if (damaged) report_bad_frame(d, "damaged SBR data", 0, "core only for this frame");
+    }
     d->stats->framesDecoded++;
-    d->stats->audioSeconds += 1024.0 / d->sampleRate;
-    if (d->sink->writeFloat) return d->sink->writeFloat(d->sink->ctx, sources, channels, 1024);
-    ZamStatus status = zamsJoin_32f16s_D2L(sources, channels, 1024, d->interleaved);
+    d->stats->audioSeconds += (double)samples / d->sampleRate;
+    if (d->sink->writeFloat && !d->fixedBank) return d->sink->writeFloat(d->sink->ctx, sources, channels, samples);
+    ZamStatus status = d->fixedBank ? zamsInterleave_16s(fixedSources, channels, 1024, d->interleaved)
+                                    : zamsJoin_32f16s_D2L(sources, channels, samples, d->interleaved);
     if (status < 0) {
         fprintf(stderr, "zamac-decode: sample conversion failed (status %d)\n", status);
         return -1;
     }
-    return d->sink->write(d->sink->ctx, d->interleaved, 1024);
+    return d->sink->write(d->sink->ctx, d->interleaved, samples);
 }
 
 /* Reports a frame that cannot be decoded. why: what went wrong; status: the failing
@@ -626,7 +713,7 @@ static void show_notices(AacDecoder* d)
         fprintf(stderr, "zamac-decode: the stream has coupling channel elements; they are skipped, not applied\n");
         d->cceReported = 1;
     }
-    if (d->sawSbr && !d->sbrReported) {
+    if (d->sawSbr && !d->sbrReported && d->formatSent && !aac_sbr_enabled(d->sbr)) {
         fprintf(stderr, "zamac-decode: the stream carries SBR (HE-AAC) data, which is ignored: "
                         "the output is the AAC-LC core at %d Hz\n", d->sampleRate);
         d->sbrReported = 1;
@@ -651,6 +738,7 @@ static int decode_block(AacDecoder* d, Cursor* c, const uint8_t* end, AacProgram
     if (wasOpen && status >= 0) {
         /* The first block fixed the layout; decode it again with the final channel order. */
         aac_layout_close(&d->layout);
+        aac_prediction_reset(&d->prediction);
         *c = start;
         status = decode_elements(d, c, end, program);
     }
@@ -721,8 +809,8 @@ static size_t find_adts(const uint8_t* data, size_t size, size_t pos, AdtsFixedF
 
 static int set_stream_format(AacDecoder* d, int objectType, int samplingIndex, const char* container, int mpegVersion)
 {
-    if (objectType != 2) {
-        fprintf(stderr, "zamac-decode: AAC %s (object type %d) is not supported; only AAC-LC (object type 2) is\n",
+    if (objectType != AAC_OBJECT_LC && objectType != AAC_OBJECT_MAIN && objectType != AAC_OBJECT_LTP) {
+        fprintf(stderr, "zamac-decode: AAC %s (object type %d) is not supported; only Main, LC and LTP are\n",
                 objectType >= 1 && objectType <= 4 ? kProfileNames[objectType - 1] : "?", objectType);
         return -1;
     }
@@ -732,7 +820,16 @@ static int set_stream_format(AacDecoder* d, int objectType, int samplingIndex, c
     }
     d->samplingIndex = samplingIndex;
     d->sampleRate = kSampleRates[samplingIndex];
-    if (d->options->info) printf("stream: %s, MPEG-%d AAC LC, %d Hz\n", container, mpegVersion, d->sampleRate);
+    d->sbr = aac_sbr_create(d->sampleRate, d->options->sbrMode);
+    if (!d->sbr) return -1;
+    d->objectType = objectType;
+    if (aac_prediction_init(&d->prediction, objectType, samplingIndex) != 0) {
+        fprintf(stderr, "zamac-decode: out of memory\n");
+        return -1;
+    }
+    if (d->options->info)
+        printf("stream: %s, MPEG-%d AAC %s, %d Hz\n", container, mpegVersion, kProfileNames[objectType - 1],
+               d->sampleRate);
     return 0;
 }
 
@@ -753,6 +850,7 @@ static int decode_adts(AacDecoder* d, const uint8_t* data, size_t size)
     if (!frame) return 1;
     AacProgramConfig program;
     memset(&program, 0, sizeof program);
+    size_t filled = 0; /* bytes of the buffer that hold data of an earlier frame */
     int stop = 0;
     while (pos < size && !stop) {
         AdtsFixedFields here;
@@ -785,9 +883,12 @@ static int decode_adts(AacDecoder* d, const uint8_t* data, size_t size)
             continue;
         }
 
-        /* The frame, with zero padding behind it for readers that run past a damaged end. */
+        /* The frame, with zero padding behind it for readers that run past a damaged end:
+         * the buffer starts zeroed and the readers only read it, so only the part of
+         * a longer earlier frame beyond this one needs clearing. */
         memcpy(frame, data + pos, length);
-        memset(frame + length, 0, FRAME_PADDING);
+        if (filled > length) memset(frame + length, 0, filled - length);
+        filled = length;
         uint8_t* cursor = frame;
         d->frameBytes = (long)length;
         AacAdtsFrameHeader header;
@@ -872,6 +973,10 @@ int aac_decode(const uint8_t* data, size_t size, const DecodeOptions* options, P
     const int result = size >= 4 && memcmp(data, "ADIF", 4) == 0 ? decode_adif(d, data, size)
                                                                   : decode_adts(d, data, size);
     if (result != 0 && d->frameNumber > 0) fprintf(stderr, "zamac-decode: no frame could be decoded\n");
+    if (options->info && d->sbr && aac_sbr_enabled(d->sbr))
+        printf("HE-AAC: parametric stereo %s\n", aac_sbr_has_ps(d->sbr)
+                   ? (options->sbrMode == SBR_MODE_LP ? "present, not applied in low-power mode" : "present")
+                   : "absent");
     decoder_free(d);
     free(d);
     return result;

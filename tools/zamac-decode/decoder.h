@@ -22,6 +22,8 @@ typedef struct {
     int verbose;  /* report every concealed frame on stderr (the first few are always reported) */
     int quiet;    /* no per-frame reports on stderr (fuzzing, --quiet) */
     int gapless;  /* announce the encoder delay and padding a stream declares (sink->trim) */
+    int fixed;    /* integer stages: MP3 entirely, AAC from the dequantizer through the filter bank */
+    int sbrMode;  /* HE-AAC: 0 high quality, 1 low power (--sbr-lp), 2 core rate (--downsample) */
 } DecodeOptions;
 
 /* Where decoded PCM goes. format() is called once before the first write(); a

@@ -281,9 +281,9 @@ static int compare_with(const char* path, const Sink* s)
 /* The track's samples, each behind an ADTS header, followed by decoder padding. */
 static uint8_t* mp4_to_adts(const uint8_t* data, const Mp4Track* t, size_t* size, char* why, size_t whySize)
 {
-    if (t->coreObjectType != 2) {
-        snprintf(why, whySize, "AAC object type %d in the MP4 track is not supported; only AAC-LC (object type 2, "
-                 "also as the core of HE-AAC) is", t->coreObjectType);
+    if (t->coreObjectType != 1 && t->coreObjectType != 2 && t->coreObjectType != 4) {
+        snprintf(why, whySize, "AAC object type %d in the MP4 track is not supported; only Main, LC (also as the "
+                 "core of HE-AAC) and LTP (object types 1, 2 and 4) are", t->coreObjectType);
         return NULL;
     }
     size_t total = 0;
@@ -333,13 +333,18 @@ static void usage(FILE* out)
 {
     fprintf(out,
             "Usage: zamac-decode [OPTION]... INPUT\n"
-            "Decode an MP3 or AAC-LC (ADTS, ADIF, MP4/M4A) file to WAVE or raw PCM.\n"
+            "Decode an MP3 or AAC (LC, Main, LTP, HE-AAC v1/v2; ADTS, ADIF, MP4/M4A) file\n"
+            "to WAVE or raw PCM.\n"
             "INPUT '-' is standard input.\n"
             "\n"
             "  -o, --output=FILE    write a WAVE file ('-': WAVE on standard output); without\n"
             "                       -o, raw little-endian PCM goes to standard output\n"
             "  -f, --format=FMT     sample format: s16 (default), s24 or f32 (float, not clipped)\n"
             "  -r, --raw            raw PCM instead of WAVE, also with -o\n"
+            "      --fixed          decode with the integer (fixed-point) stages only\n"
+            "      --sbr-lp         HE-AAC: low-power SBR (real-valued; parametric stereo is\n"
+            "                       not applied)\n"
+            "      --downsample     HE-AAC: output at the core rate (down-sampling synthesis)\n"
             "      --no-gapless     keep the encoder delay and padding that a LAME tag, an MP4\n"
             "                       edit list or iTunSMPB declares (by default they are\n"
             "                       removed, as mpg123 and ffmpeg do)\n"
@@ -359,7 +364,7 @@ static void usage(FILE* out)
             "Exit status: 0 decoded, 1 failure, 2 bad command line.\n");
 }
 
-enum { OPT_NO_GAPLESS = 256, OPT_FRAMES, OPT_COMPARE };
+enum { OPT_NO_GAPLESS = 256, OPT_FRAMES, OPT_COMPARE, OPT_FIXED, OPT_SBR_LP, OPT_DOWNSAMPLE };
 
 int main(int argc, char** argv)
 {
@@ -369,10 +374,12 @@ int main(int argc, char** argv)
         {"raw", no_argument, NULL, 'r'},           {"no-gapless", no_argument, NULL, OPT_NO_GAPLESS},
         {"info", no_argument, NULL, 'i'},          {"frames", no_argument, NULL, OPT_FRAMES},
         {"bench", no_argument, NULL, 'b'},         {"compare", required_argument, NULL, OPT_COMPARE},
+        {"fixed", no_argument, NULL, OPT_FIXED},   {"sbr-lp", no_argument, NULL, OPT_SBR_LP},
+        {"downsample", no_argument, NULL, OPT_DOWNSAMPLE},
         {"verbose", no_argument, NULL, 'v'},       {"quiet", no_argument, NULL, 'q'},
         {"help", no_argument, NULL, 'h'},          {"version", no_argument, NULL, 'V'},
         {NULL, 0, NULL, 0}};
-    DecodeOptions options = {0, 0, 0, 0, 1};
+    DecodeOptions options = {.gapless = 1};
     const char* output = NULL;
     const char* compare = NULL;
     int raw = 0, info = 0, frames = 0, quiet = 0, format = WAV_S16, c;
@@ -388,6 +395,9 @@ int main(int argc, char** argv)
             break;
         case 'r': raw = 1; break;
         case OPT_NO_GAPLESS: options.gapless = 0; break;
+        case OPT_FIXED: options.fixed = 1; break;
+        case OPT_SBR_LP: options.sbrMode = 1; break;
+        case OPT_DOWNSAMPLE: options.sbrMode = 2; break;
         case 'i': info = 1; break;
         case OPT_FRAMES: frames = 1; break;
         case 'b': options.bench = 1; break;

@@ -195,12 +195,14 @@ int mp3_decode(const uint8_t* data, size_t size, const DecodeOptions* options, P
                first.version == MP3_MPEG1 ? "1" : (first.version == MP3_MPEG2 ? "2" : "2.5"), first.sampleRate,
                outChannels, outChannels == 1 ? "" : "s", frames);
 
-    Mp3Layer3* l3 = mp3_layer3_create();
+    Mp3Layer3* l3 = options->fixed ? NULL : mp3_layer3_create();
+    Mp3Layer3Fixed* l3Fixed = options->fixed ? mp3_layer3_fixed_create() : NULL;
     uint8_t* reservoir = (uint8_t*)calloc(1, RESERVOIR_BYTES + MAX_FRAME_BYTES + MP3_MAIN_PADDING);
     int16_t* pcm = (int16_t*)malloc(sizeof(int16_t) * 1152 * 2);
-    if (!l3 || !reservoir || !pcm) {
+    if ((!l3 && !l3Fixed) || !reservoir || !pcm) {
         fprintf(stderr, "zamac-decode: out of memory\n");
         mp3_layer3_destroy(l3);
+        mp3_layer3_fixed_destroy(l3Fixed);
         free(reservoir);
         free(pcm);
         return 1;
@@ -255,8 +257,11 @@ int mp3_decode(const uint8_t* data, size_t size, const DecodeOptions* options, P
             started = 1;
             int bad = 0;
             if (concealed) {
-                mp3_layer3_conceal_frame(l3, &h, outChannels, pcm);
+                if (l3Fixed) mp3_layer3_fixed_conceal_frame(l3Fixed, &h, outChannels, pcm);
+                else mp3_layer3_conceal_frame(l3, &h, outChannels, pcm);
                 bad = 1;
+            } else if (l3Fixed) {
+                bad = mp3_layer3_fixed_decode_frame(l3Fixed, &h, &fh, si, scfsi, mainData, mainBits, outChannels, pcm);
             } else {
                 bad = mp3_layer3_decode_frame(l3, &h, &fh, si, scfsi, mainData, mainBits, outChannels, pcm);
             }
@@ -293,6 +298,7 @@ int mp3_decode(const uint8_t* data, size_t size, const DecodeOptions* options, P
         fprintf(stderr, "zamac-decode: %ld bytes skipped while looking for frames\n", framer.skippedBytes);
 
     mp3_layer3_destroy(l3);
+    mp3_layer3_fixed_destroy(l3Fixed);
     free(reservoir);
     free(pcm);
     if (stats->framesDecoded == 0) {

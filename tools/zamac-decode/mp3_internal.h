@@ -54,4 +54,14 @@ int mp3_layer3_decode_frame(Mp3Layer3* l3, const Mp3Header* header, const Mp3Fra
  * overlap and the synthesis banks run on so that the timing stays. */
 void mp3_layer3_conceal_frame(Mp3Layer3* l3, const Mp3Header* header, int outChannels, int16_t* pcm);
 
+/* The same in integers only (mp3_layer3_fixed.c, zamac-decode --fixed). */
+typedef struct Mp3Layer3Fixed Mp3Layer3Fixed;
+
+Mp3Layer3Fixed* mp3_layer3_fixed_create(void);
+void mp3_layer3_fixed_destroy(Mp3Layer3Fixed* l3);
+int mp3_layer3_fixed_decode_frame(Mp3Layer3Fixed* l3, const Mp3Header* header, const Mp3FrameHeader* fh,
+                                  Mp3SideInfo* si, int32_t* scfsi, const uint8_t* main, long mainBits,
+                                  int outChannels, int16_t* pcm);
+void mp3_layer3_fixed_conceal_frame(Mp3Layer3Fixed* l3, const Mp3Header* header, int outChannels, int16_t* pcm);
+
 #endif
