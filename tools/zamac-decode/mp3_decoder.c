@@ -291,7 +291,9 @@ int mp3_decode(const uint8_t* data, size_t size, const DecodeOptions* options, P
         }
     }
     if (flush && formatSent && !stop) {
-        mp3_layer3_conceal_frame(l3, &first, outChannels, pcm);  /* the last samples out of the banks */
+        /* the last samples out of the banks */
+        if (l3Fixed) mp3_layer3_fixed_conceal_frame(l3Fixed, &first, outChannels, pcm);
+        else mp3_layer3_conceal_frame(l3, &first, outChannels, pcm);
         sink->write(sink->ctx, pcm, first.samples);
     }
     if (framer.skippedBytes > 0 && options->verbose)
