@@ -100,6 +100,7 @@ TEST_P(Gapless, LameStreamsDecodeToTheInputLength)
     const std::string wav = makeInput(c.rate, c.channels, frames), mp3 = scratch("in.mp3");
     ASSERT_TRUE(sh(std::string("lame --quiet ") + c.options + " '" + wav + "' '" + mp3 + "'"));
     EXPECT_EQ(decodedFrames("'" + mp3 + "'"), frames);
+    EXPECT_EQ(decodedFrames("--fixed '" + mp3 + "'"), frames);
     EXPECT_GT(decodedFrames("--no-gapless '" + mp3 + "'"), frames + 1000);
     std::remove(wav.c_str());
     std::remove(mp3.c_str());

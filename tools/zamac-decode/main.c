@@ -527,7 +527,7 @@ int main(int argc, char** argv)
     free(data);
     if (failed) return TOOL_EXIT_FAILURE;
 
-    if (!quiet) {
+    if (!quiet && !info) {  /* --info has said it all on stdout */
         const double seconds = sink.sampleRate ? (double)sink.framesWritten / sink.sampleRate : 0;
         fprintf(stderr, "%s: %s, %d Hz, %d channel%s, %.2f s, %ld frames (%ld concealed)", shown,
                 fmt.kind == INPUT_MP4 ? "AAC (MP4)" : isAac ? "AAC" : "MP3", sink.sampleRate, sink.channels, sink.channels == 1 ? "" : "s", seconds,

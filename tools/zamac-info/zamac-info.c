@@ -56,8 +56,13 @@ int main(int argc, char** argv)
         tool_error("unexpected argument '%s'", argv[optind]);
         return TOOL_EXIT_USAGE;
     }
-    /* No processor check first: telling what the processor lacks is this tool's job. */
+    /* No processor check first: telling what the processor has is this tool's job.
+     * The library itself (built for AVX2) is called only when the processor has it. */
     unsigned long long features = zamGetEnabledCpuFeatures();
+    printf("cpu features");
+    for (size_t i = 0; i < sizeof kFeatures / sizeof kFeatures[0]; ++i)
+        if (features & kFeatures[i].bit) printf(" %s", kFeatures[i].name);
+    printf("\n");
     if (!(features & ZAM_CPU_AVX2) || !(features & ZAM_CPU_FMA)) {
         printf("warning      this processor lacks AVX2 or FMA, which zamac requires\n");
         return TOOL_EXIT_FAILURE;
@@ -67,11 +72,6 @@ int main(int argc, char** argv)
     printf("version      %s (%d.%d.%d build %d, cpu code %.4s)\n", v->versionText, v->majorVersion,
            v->minorVersion, v->updateNumber, v->buildNumber, v->cpuCode);
     printf("build date   %s\n", v->buildDate);
-
-    printf("cpu features");
-    for (size_t i = 0; i < sizeof kFeatures / sizeof kFeatures[0]; ++i)
-        if (features & kFeatures[i].bit) printf(" %s", kFeatures[i].name);
-    printf("\n");
 
     int cache = 0;
     if (zamGetMaxCacheSizeB(&cache) == ZAMCORE_STS_OK)
