@@ -2340,10 +2340,15 @@ ZamStatus zamsPredictCoef_SBR_C_32f_D2L(const float* const* pSrcRe, const float*
  * (synthesis).
  *
  * Computation: the window sums run on 256-bit vectors; the modulation is a
- * pre-twiddle, the internal complex FFT (32 points for the analysis and the
- * 64-band synthesis, 16 for the down-sampling synthesis, twice per slot for the
- * synthesis: a DCT-IV of the real parts and a DST-IV of the imaginary parts) and a
- * post-twiddle. Nothing is allocated after InitAlloc.
+ * pre-twiddle, one internal complex FFT per slot and a post-twiddle (analysis: 32
+ * points, the odd-frequency DFT of the 64 real values u; synthesis: M points,
+ * which carry the DCT-IV of the real parts and the DST-IV of the imaginary parts
+ * of the pre-twiddled input at once). Nothing is allocated after InitAlloc.
+ * Time per slot (bench/sbr_qmf_bench.cpp, one frame of 32 slots, on a shared
+ * machine): analysis about 100 ns, 64-band synthesis about 210 ns, down-sampling
+ * synthesis about 115 ns; a straightforward implementation of the formulas
+ * (shift registers, plain loops, one full-size fftwf transform per slot) takes
+ * 4 to 6 times as long.
  *
  * State objects: the header (tag, ownership flag, kind, position) at the first
  * 16-byte boundary of the memory, the internal FFT spec at a 64-byte boundary
