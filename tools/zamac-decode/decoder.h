@@ -22,6 +22,7 @@ typedef struct {
     int verbose;  /* report every concealed frame on stderr (the first few are always reported) */
     int quiet;    /* no per-frame reports on stderr (fuzzing, --quiet) */
     int gapless;  /* announce the encoder delay and padding a stream declares (sink->trim) */
+    int fixed;    /* AAC: the integer synthesis filter bank instead of the float one */
 } DecodeOptions;
 
 /* Where decoded PCM goes. format() is called once before the first write(); a

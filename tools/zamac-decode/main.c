@@ -273,7 +273,7 @@ static void usage(FILE* out)
 {
     fprintf(out,
             "Usage: zamac-decode [OPTION]... INPUT\n"
-            "Decode an MP3 or AAC-LC (ADTS, ADIF) file to WAVE or raw PCM.\n"
+            "Decode an MP3 or AAC (LC, Main, LTP; ADTS, ADIF) file to WAVE or raw PCM.\n"
             "INPUT '-' is standard input.\n"
             "\n"
             "  -o, --output=FILE    write a WAVE file ('-': WAVE on standard output); without\n"
@@ -286,6 +286,8 @@ static void usage(FILE* out)
             "                       rate, duration, delay and padding, tags); no PCM unless -o\n"
             "      --frames         with --info: one line per frame\n"
             "  -b, --bench          decode without writing and print the decoding speed\n"
+            "      --fixed          AAC: integer synthesis filter bank (no floating point after\n"
+            "                       the dequantizer, except in AAC Main prediction)\n"
             "      --compare=REF    compare the decoded samples with the WAVE file REF\n"
             "                       (alignment, largest difference, PSNR)\n"
             "  -v, --verbose        report every concealed frame\n"
@@ -298,7 +300,7 @@ static void usage(FILE* out)
             "Exit status: 0 decoded, 1 failure, 2 bad command line.\n");
 }
 
-enum { OPT_NO_GAPLESS = 256, OPT_FRAMES, OPT_COMPARE };
+enum { OPT_NO_GAPLESS = 256, OPT_FRAMES, OPT_COMPARE, OPT_FIXED };
 
 int main(int argc, char** argv)
 {
@@ -308,10 +310,11 @@ int main(int argc, char** argv)
         {"raw", no_argument, NULL, 'r'},           {"no-gapless", no_argument, NULL, OPT_NO_GAPLESS},
         {"info", no_argument, NULL, 'i'},          {"frames", no_argument, NULL, OPT_FRAMES},
         {"bench", no_argument, NULL, 'b'},         {"compare", required_argument, NULL, OPT_COMPARE},
+        {"fixed", no_argument, NULL, OPT_FIXED},
         {"verbose", no_argument, NULL, 'v'},       {"quiet", no_argument, NULL, 'q'},
         {"help", no_argument, NULL, 'h'},          {"version", no_argument, NULL, 'V'},
         {NULL, 0, NULL, 0}};
-    DecodeOptions options = {0, 0, 0, 0, 1};
+    DecodeOptions options = {0, 0, 0, 0, 1, 0};
     const char* output = NULL;
     const char* compare = NULL;
     int raw = 0, info = 0, frames = 0, quiet = 0, format = WAV_S16, c;
@@ -329,6 +332,7 @@ int main(int argc, char** argv)
         case OPT_NO_GAPLESS: options.gapless = 0; break;
         case 'i': info = 1; break;
         case OPT_FRAMES: frames = 1; break;
+        case OPT_FIXED: options.fixed = 1; break;
         case 'b': options.bench = 1; break;
         case OPT_COMPARE: compare = optarg; break;
         case 'v': options.verbose = 1; break;
