@@ -14,6 +14,7 @@ typedef struct {
     int noMidSide;         /* disables M/S stereo */
     int noIntensity;       /* disables intensity stereo (otherwise used at the lowest rates) */
     int noPns;             /* disables noise substitution (otherwise used at low rates) */
+    int fixedBank;         /* the library's integer analysis bank instead of the float MDCT */
     int tns;               /* enables temporal noise shaping of long windows */
 } AacConfig;
 
