@@ -15,7 +15,7 @@ typedef struct {
     int noIntensity;       /* disables intensity stereo (otherwise used at the lowest rates) */
     int noPns;             /* disables noise substitution (otherwise used at low rates) */
     int fixedBank;         /* the library's integer analysis bank instead of the float MDCT */
-    int tns;               /* enables temporal noise shaping of long windows */
+    int noTns;             /* disables temporal noise shaping of long windows */
 } AacConfig;
 
 /* Where the PCM comes from: read() fills up to `frames` interleaved frames of float

@@ -366,7 +366,7 @@ static void analyse_element(AacEncoder* e, int index)
             ch->numGroups = 1;
             ch->groupLen[0] = 1;
             ch->grouping = 0;
-            if (e->cfg.tns && el->type != AAC_LFE)
+            if (!e->cfg.noTns && el->type != AAC_LFE)
                 aac_tns_analyse(ch, e->samplingIndex, e->cfg.sampleRate);
             else
                 ch->tnsPresent = 0;
