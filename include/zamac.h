@@ -1914,7 +1914,7 @@ ZamStatus zamsJointStereoEncode_MP3_32s_I(int32_t* pSrcDstL, int32_t* pSrcDstR, 
  *
  * Inner loop: the smallest global_gain whose Huffman bits fit the budget left by the
  * scale factors (a binary search; after an amplification a walk up from the last
- * gain). Outer loop (at most 24 passes): the bands whose noise exceeds pXmin get
+ * gain). Outer loop (at most 10 passes): the bands whose noise exceeds pXmin get
  * their scale factor raised by one; scalefac_scale is set (and the factors halved,
  * rounded up) when a factor outgrows its length; the loop ends when no band is over,
  * every band with a scale factor is amplified, a factor outgrows even the larger

@@ -130,6 +130,10 @@ def c_array(values, per_line, fmt):
     return "\n".join(lines)
 
 
+# Size classes of the big-values tables for the encoder's packed bit counts.
+PACKED_CLASSES = [(1,), (2, 3), (5, 6), (7, 8, 9), (10, 11, 12), (13, 15), (16, 24)]
+
+
 def main():
     pairs = read_pairs()
     quads = read_quads()
@@ -261,6 +265,29 @@ def main():
     out.append("const int16_t kSfbLongBuiltIn[6][23] = {")
     for r in long_rows:
         out.append("    {" + ", ".join(str(v) for v in r) + "},")
+    out.append("};")
+    out.append("")
+    # Bits of a pair (code and sign bits, no linbits) for the tables of one size class
+    # at once, 16 bits per table, index x * 16 + y: the encoder's table choice adds
+    # them over a region in one pass.
+    packed_rows = []
+    for tables in PACKED_CLASSES:
+        row = []
+        for x in range(16):
+            for y in range(16):
+                v = 0
+                for k, t in enumerate(tables):
+                    n = info[t][5]
+                    if x < n and y < n:
+                        length = next(len(c) for cx, cy, c in pairs[t]["codes"] if cx == x and cy == y)
+                        v |= (length + (x > 0) + (y > 0)) << (16 * k)
+                row.append(v)
+        packed_rows.append(row)
+    out.append(f"alignas(64) const uint64_t kPairBitsPacked[{len(PACKED_CLASSES)}][256] = {{")
+    for tables, row in zip(PACKED_CLASSES, packed_rows):
+        out.append("    {  // tables " + ", ".join(str(t) for t in tables))
+        out.append(c_array(row, 4, lambda v: f"0x{v:012X}"))
+        out.append("    },")
     out.append("};")
     out.append("")
     out.append("const int16_t kSfbShortBuiltIn[6][14] = {")

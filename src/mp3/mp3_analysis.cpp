@@ -20,7 +20,8 @@ constexpr int kSlots = 18;
 
 inline int32_t toFixed(float v)
 {
-    const float c = std::fmin(std::fmax(v * kSubbandScale, -2147483520.0f), 2147483520.0f);
+    float c = v * kSubbandScale;
+    c = c < -2147483520.0f ? -2147483520.0f : (c > 2147483520.0f ? 2147483520.0f : c);
     return static_cast<int32_t>(std::lrint(c));
 }
 

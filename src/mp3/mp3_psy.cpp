@@ -5,6 +5,8 @@
 // mask ratio per scale-factor band, the perceptual entropy and the block type with
 // its start and stop transitions, one granule late. All state sits in the caller's
 // record; its tables are built on the first call for a sampling rate.
+#include <immintrin.h>
+
 #include <algorithm>
 #include <cmath>
 #include <cstring>
@@ -164,16 +166,29 @@ void spectrum(const PsyState& st, const int16_t* src, int stride, int n, const f
 // threshold before pre-echo control and quiet.
 void partitionThreshold(const Partitions& p, const float* energy, const float* c, float fixedSnr, float* eb, float* nb)
 {
-    float cb[kMaxPart];
+    float cb[kMaxPart] = {};
     for (int b = 0; b < p.count; ++b) {
         float e = 0.0f, ec = 0.0f;
         for (int w = p.start[b]; w < p.start[b + 1]; ++w) e += energy[w], ec += c ? energy[w] * c[w] : 0.0f;
         eb[b] = e;
         cb[b] = ec;
     }
+    alignas(32) float ebPad[kMaxPart] = {}, cbPad[kMaxPart] = {};
+    std::memcpy(ebPad, eb, sizeof(float) * p.count);
+    std::memcpy(cbPad, cb, sizeof(float) * p.count);
+    const int rounded = (p.count + 7) & ~7;  // rows are zero beyond count
     for (int b = 0; b < p.count; ++b) {
+        __m256 e8 = _mm256_setzero_ps(), c8 = _mm256_setzero_ps();
+        for (int k = 0; k < rounded; k += 8) {
+            const __m256 s = _mm256_loadu_ps(p.spread[b] + k);
+            e8 = _mm256_fmadd_ps(s, _mm256_load_ps(ebPad + k), e8);
+            c8 = _mm256_fmadd_ps(s, _mm256_load_ps(cbPad + k), c8);
+        }
+        alignas(32) float lanes[16];
+        _mm256_store_ps(lanes, e8);
+        _mm256_store_ps(lanes + 8, c8);
         float ecb = 0.0f, ct = 0.0f;
-        for (int k = 0; k < p.count; ++k) ecb += p.spread[b][k] * eb[k], ct += p.spread[b][k] * cb[k];
+        for (int i = 0; i < 8; ++i) ecb += lanes[i], ct += lanes[8 + i];
         float snr = fixedSnr;
         if (c) {
             const float cbb = ecb > 0.0f ? ct / ecb : 0.0f;

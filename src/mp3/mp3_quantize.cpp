@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cmath>
 #include <cstring>
 
@@ -18,7 +19,7 @@ namespace zam::mp3 {
 namespace {
 
 constexpr int kMaxIx = 8206;  // 15 + 2^13 - 1: the largest value table 23/31 carry
-constexpr int kMaxOuterPasses = 24;
+constexpr int kMaxOuterPasses = 10;
 constexpr int8_t kPretab[22] = {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1, 1, 1, 1, 2, 2, 3, 3, 3, 2, 0};
 // Region counts by the number of long bands the big values reach (a common split).
 constexpr int8_t kSubdivide[23][2] = {{0, 0}, {0, 0}, {0, 0}, {0, 0}, {0, 0}, {0, 1}, {1, 1}, {1, 1},
@@ -41,56 +42,68 @@ constexpr std::array<float, kPow43Small> makePow43()
 alignas(64) constexpr std::array<float, kPow43Small> kPow43 = makePow43();
 inline float pow43(int n) { return n < kPow43Small ? kPow43[n] : static_cast<float>(n * std::cbrt(static_cast<double>(n))); }
 
+// 2^(n/16) and 2^(n/4) for any int n: a power of two times a fraction table.
+constexpr double exp2Const(double f)  // 2^f for 0 <= f < 1
+{
+    const double x = f * 0.69314718055994530942;
+    double term = 1.0, sum = 1.0;
+    for (int k = 1; k < 30; ++k) sum += term *= x / k;
+    return sum;
+}
+constexpr std::array<float, 16> makeSixteenths()
+{
+    std::array<float, 16> t{};
+    for (int i = 0; i < 16; ++i) t[i] = static_cast<float>(exp2Const(i / 16.0));
+    return t;
+}
+constexpr std::array<float, 16> kSixteenths = makeSixteenths();
+
+inline float pow2Sixteenths(int n)
+{
+    const int e = std::clamp(n >> 4, -126, 127);
+    return kSixteenths[n & 15] * std::bit_cast<float>((e + 127) << 23);
+}
+
 // ------------------------------------------------------------- bit counting
 
-inline int pairBits(const uint32_t* codes, int size, int linbits, int x, int y)
-{
-    if (linbits == 0) return static_cast<int>(codes[x * size + y] & 31) + (x != 0) + (y != 0);
-    const int xi = std::min(x, 15), yi = std::min(y, 15);
-    return static_cast<int>(codes[xi * 16 + yi] & 31) + (x != 0) + (y != 0) + linbits * ((xi == 15) + (yi == 15));
-}
-
-int regionBits(const int* ix, int from, int to, int table)
-{
-    const PairTableInfo& info = kPairTables[table];
-    const uint32_t* codes = kPairEncode + info.encodeOffset;
-    int bits = 0;
-    for (int i = from; i < to; i += 2) bits += pairBits(codes, info.size, info.linbits, ix[i], ix[i + 1]);
-    return bits;
-}
-
-// The cheapest table for the pairs in [from, to) and its bits.
+// The cheapest table for the pairs in [from, to) and its bits: one pass adds the
+// packed bit counts of every table of the size class the largest value needs.
 int bestTable(const int* ix, int from, int to, int& table)
 {
-    if (from >= to) {
-        table = 0;
-        return 0;
-    }
+    table = 0;
+    if (from >= to) return 0;
     int maxV = 0;
     for (int i = from; i < to; ++i) maxV = std::max(maxV, ix[i]);
-    if (maxV == 0) {
-        table = 0;
-        return 0;
-    }
-    int candidates[4], n = 0;
-    if (maxV < 15) {
-        static constexpr int8_t kBySize[][3] = {{1, 0, 0}, {2, 3, 0}, {5, 6, 0}, {7, 8, 9}, {7, 8, 9}, {10, 11, 12}, {10, 11, 12}};
-        if (maxV <= 7) {
-            for (int t : kBySize[maxV - 1]) if (t) candidates[n++] = t;
-        } else {
-            candidates[n++] = 13;
-            candidates[n++] = 15;
-        }
+    if (maxV == 0) return 0;
+    static constexpr int8_t kClass[16] = {0, 0, 1, 2, 3, 3, 4, 4, 5, 5, 5, 5, 5, 5, 5, 5};
+    static constexpr int8_t kTables[7][3] = {{1, 0, 0}, {2, 3, 0}, {5, 6, 0}, {7, 8, 9}, {10, 11, 12}, {13, 15, 0}, {16, 24, 0}};
+    const int cls = maxV < 16 ? kClass[maxV] : 6;
+    const uint64_t* packed = kPairBitsPacked[cls];
+    uint64_t sum = 0;
+    int escapes = 0;
+    if (cls < 6) {
+        for (int i = from; i < to; i += 2) sum += packed[ix[i] * 16 + ix[i + 1]];
     } else {
-        int lin = 0;
-        while (15 + (1 << lin) - 1 < maxV) ++lin;
-        for (int t = 16; t < 24; ++t) if (kPairTables[t].linbits >= lin) { candidates[n++] = t; break; }
-        for (int t = 24; t < 32; ++t) if (kPairTables[t].linbits >= lin) { candidates[n++] = t; break; }
+        for (int i = from; i < to; i += 2) {
+            const int x = std::min(ix[i], 15), y = std::min(ix[i + 1], 15);
+            sum += packed[x * 16 + y];
+            escapes += (x == 15) + (y == 15);
+        }
+    }
+    if (cls == 6) {
+        int best = 1 << 30;
+        for (int family = 0; family < 2; ++family) {
+            int t = family ? 24 : 16;
+            while (t < (family ? 31 : 23) && 15 + (1 << kPairTables[t].linbits) - 1 < maxV) ++t;
+            const int bits = static_cast<int>((sum >> (16 * family)) & 0xFFFF) + escapes * kPairTables[t].linbits;
+            if (bits < best) best = bits, table = t;
+        }
+        return best;
     }
     int best = 1 << 30;
-    for (int k = 0; k < n; ++k) {
-        const int b = regionBits(ix, from, to, candidates[k]);
-        if (b < best) best = b, table = candidates[k];
+    for (int k = 0; k < 3 && kTables[cls][k]; ++k) {
+        const int bits = static_cast<int>((sum >> (16 * k)) & 0xFFFF);
+        if (bits < best) best = bits, table = kTables[cls][k];
     }
     return best;
 }
@@ -265,7 +278,7 @@ struct Quantizer {
         const __m256 round = _mm256_set1_ps(0.4054f);
         for (int b = 0; b < layout.count; ++b) {
             const Band& band = layout.band[b];
-            const float q = std::exp2(-3.0f / 16.0f * static_cast<float>(gain - 118 - shift(b)));
+            const float q = pow2Sixteenths(-3 * (gain - 118 - shift(b)));
             const __m256 qv = _mm256_set1_ps(q);
             int i = band.start;
             const int end = band.start + band.width;
@@ -304,7 +317,7 @@ struct Quantizer {
         float total = 0.0f;
         for (int b = 0; b < layout.count; ++b) {
             const Band& band = layout.band[b];
-            const float step = std::exp2(0.25f * static_cast<float>(gain - 118 - shift(b)));
+            const float step = pow2Sixteenths(4 * (gain - 118 - shift(b)));
             float noise = 0.0f;
             for (int i = band.start; i < band.start + band.width; ++i) {
                 const float d = x[i] - pow43(ix[i]) * step;

@@ -44,6 +44,10 @@ extern const uint32_t kQuadBSigned[256];
 extern const uint8_t kQuadBSignedLength[256];
 // Long band boundaries, row = ID * 3 + sampling_frequency.
 extern const int16_t kSfbLongBuiltIn[6][23];
+// Bits (code and signs, no linbits) of the pair x * 16 + y in the tables of one size
+// class, 16 bits per table from the low end: {1}, {2, 3}, {5, 6}, {7, 8, 9},
+// {10, 11, 12}, {13, 15}, {16, 24} (the codes of 16..23 and 24..31).
+extern const uint64_t kPairBitsPacked[7][256];
 // Short band boundaries of one window, same rows.
 extern const int16_t kSfbShortBuiltIn[6][14];
 

@@ -367,7 +367,7 @@ static int encode_frame(Mp3Encoder* e)
     const int given = reservoir_end_frame(&e->res, used);
     if (e->set.vbrQuality < 0) {
         /* Bits given up are bits the quantizer could have used: aim stricter. */
-        if (given > 64 && e->noiseOffsetDb > -12.0f) e->noiseOffsetDb -= 0.5f;
+        if (given > 64 && e->noiseOffsetDb > -30.0f) e->noiseOffsetDb -= 1.0f;
         else if (e->res.bits < e->res.maxBits / 2 && e->noiseOffsetDb < 0.0f) e->noiseOffsetDb += 0.25f;
     }
     e->granule += e->granules;
