@@ -352,6 +352,8 @@ static void usage(FILE* out)
             "                       rate, duration, delay and padding, tags); no PCM unless -o\n"
             "      --frames         with --info: one line per frame\n"
             "  -b, --bench          decode without writing and print the decoding speed\n"
+            "      --fixed          AAC: integer synthesis filter bank (no floating point after\n"
+            "                       the dequantizer, except in AAC Main prediction)\n"
             "      --compare=REF    compare the decoded samples with the WAVE file REF\n"
             "                       (alignment, largest difference, PSNR)\n"
             "  -v, --verbose        report every concealed frame\n"
@@ -400,6 +402,7 @@ int main(int argc, char** argv)
         case OPT_DOWNSAMPLE: options.sbrMode = 2; break;
         case 'i': info = 1; break;
         case OPT_FRAMES: frames = 1; break;
+        case OPT_FIXED: options.fixed = 1; break;
         case 'b': options.bench = 1; break;
         case OPT_COMPARE: compare = optarg; break;
         case 'v': options.verbose = 1; break;

@@ -14,7 +14,8 @@ typedef struct {
     int noMidSide;         /* disables M/S stereo */
     int noIntensity;       /* disables intensity stereo (otherwise used at the lowest rates) */
     int noPns;             /* disables noise substitution (otherwise used at low rates) */
-    int tns;               /* enables temporal noise shaping of long windows */
+    int fixedBank;         /* the library's integer analysis bank instead of the float MDCT */
+    int noTns;             /* disables temporal noise shaping of long windows */
 } AacConfig;
 
 /* Where the PCM comes from: read() fills up to `frames` interleaved frames of float

@@ -5,7 +5,8 @@
  *   window decision  aac_psy_detect_attack on the next frame; the four window
  *                    sequences follow from this frame's and the next frame's attacks
  *   filter bank      sine (long) / Kaiser-Bessel-derived (short) windows, zamsMDCTFwd_32f
- *                    at 2048 and 256 points; eight short windows are grouped and
+ *                    at 2048 and 256 points (or, with --fixed, the integer analysis bank
+ *                    zamsMDCTFwd_AAC_32s); eight short windows are grouped and
  *                    interleaved into the bit-stream order
  *   TNS              aac_tns_analyse (long windows), filtering by zamsEncodeTNS_AAC_32s_I
  *   psychoacoustics  aac_psy_analyse: band energies and masking thresholds
@@ -52,6 +53,8 @@ typedef struct {
     uint8_t* work;
     float* windowed;
     float* windowOrder;
+    int32_t* fixedTime;    /* integer filter bank: 2048 samples in, 1024 coefficients out */
+    int32_t* fixedSpec;
     float longWindow[2][1024], shortWindow[2][128];
     AacCodes codes;
 
@@ -150,6 +153,8 @@ static void encoder_free(AacEncoder* e)
     free(e->work);
     free(e->windowed);
     free(e->windowOrder);
+    free(e->fixedTime);
+    free(e->fixedSpec);
     free(e->out);
     for (int c = 0; c < AAC_MAX_CHANNELS; ++c) {
         free(e->buffer[c]);
@@ -207,8 +212,10 @@ static int encoder_init(AacEncoder* e, const AacConfig* cfg)
     e->work = (uint8_t*)aligned_zeroed((size_t)(wl > ws ? wl : ws) + 64);
     e->windowed = (float*)aligned_zeroed(2048 * sizeof(float));
     e->windowOrder = (float*)aligned_zeroed(1024 * sizeof(float));
+    e->fixedTime = (int32_t*)aligned_zeroed(2048 * sizeof(int32_t));
+    e->fixedSpec = (int32_t*)aligned_zeroed(1024 * sizeof(int32_t));
     e->out = (uint8_t*)aligned_zeroed(8192 + 1024);
-    int ok = e->work && e->windowed && e->windowOrder && e->out;
+    int ok = e->work && e->windowed && e->windowOrder && e->out && e->fixedTime && e->fixedSpec;
     for (int c = 0; c < n; ++c) {
         e->buffer[c] = (float*)aligned_zeroed(3072 * sizeof(float));
         e->ch[c].spec = (float*)aligned_zeroed(1024 * sizeof(float));
@@ -245,10 +252,18 @@ static int encoder_init(AacEncoder* e, const AacConfig* cfg)
 
 /* ------------------------------------------------------------ filter bank */
 
-/* MDCT of one channel's block (2048 samples) into 1024 coefficients in window order. */
+/* MDCT of one channel's block (2048 samples) into 1024 coefficients in window order:
+ * the float MDCT with the windows above, or the library's integer AAC analysis bank. */
 static void transform(AacEncoder* e, const float* block, int sequence, int shape, int previousShape, float* out)
 {
     float* x = e->windowed;
+    if (e->cfg.fixedBank) {
+        int32_t* t = e->fixedTime;
+        for (int n = 0; n < 2048; ++n) t[n] = (int32_t)lrintf(block[n] * 256.0f); /* 8 fractional bits */
+        zamsMDCTFwd_AAC_32s(t, e->fixedSpec, sequence, shape, previousShape);
+        for (int k = 0; k < 1024; ++k) out[k] = (float)e->fixedSpec[k] * 0.125f; /* 3 fractional bits */
+        return;
+    }
     if (sequence == AAC_EIGHT_SHORT) {
         for (int w = 0; w < 8; ++w) {
             const float* rise = e->shortWindow[w == 0 ? previousShape : shape];
@@ -351,7 +366,7 @@ static void analyse_element(AacEncoder* e, int index)
             ch->numGroups = 1;
             ch->groupLen[0] = 1;
             ch->grouping = 0;
-            if (e->cfg.tns && el->type != AAC_LFE)
+            if (!e->cfg.noTns && el->type != AAC_LFE)
                 aac_tns_analyse(ch, e->samplingIndex, e->cfg.sampleRate);
             else
                 ch->tnsPresent = 0;

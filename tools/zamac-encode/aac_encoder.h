@@ -4,10 +4,11 @@
  *   aac_encoder.c   the road of a frame: input, window decision, filter bank, psychoacoustic
  *                   model, stereo, rate control, bit-stream writing, ADTS framing
  *   aac_psy.c       transient detection, window grouping, per-band energies and thresholds
- *   aac_stereo.c    M/S decision per band
+ *   aac_stereo.c    intensity stereo and M/S decisions per band
  *   aac_quant.c     scale factors, quantization, section data by dynamic programming, bit counts
  *   aac_tns.c       temporal noise shaping analysis (filtering by zamsEncodeTNS_AAC_32s_I)
  *   aac_bitstream.c raw_data_block and ADTS header writer
+ *   aac_main.c      the command line of an AAC run (main.c hands it over)
  */
 #ifndef ZAMAC_ENCODE_AAC_ENCODER_H
 #define ZAMAC_ENCODE_AAC_ENCODER_H

@@ -38,7 +38,8 @@ static void usage(FILE* out)
             "    --no-ms         no mid/side stereo\n"
             "    --no-is         no intensity stereo (used below 32 kbps per channel)\n"
             "    --no-pns        no noise substitution (used below 64 kbps per channel)\n"
-            "    --tns           temporal noise shaping of long windows\n"
+            "    --no-tns        no temporal noise shaping (used in long windows)\n"
+            "    --fixed         the integer analysis filter bank instead of the float MDCT\n"
             "    --quiet         no summary\n"
             "    -h, --help      this text\n"
             "    --version       the version of the tool and the library\n",
@@ -96,12 +97,13 @@ int aac_main(int argc, char** argv)
 {
     AacConfig cfg = {0};
     int kbps = 0, vbr = -1, quiet = 0;
-    enum { OPT_AAC = 256, OPT_LOWPASS, OPT_NO_MS, OPT_NO_IS, OPT_NO_PNS, OPT_TNS, OPT_QUIET, OPT_VERSION };
+    enum { OPT_AAC = 256, OPT_LOWPASS, OPT_NO_MS, OPT_NO_IS, OPT_NO_PNS, OPT_TNS, OPT_FIXED, OPT_QUIET, OPT_VERSION };
     static const struct option longOptions[] = {
         {"aac", no_argument, NULL, OPT_AAC},         {"help", no_argument, NULL, 'h'},
         {"lowpass", required_argument, NULL, OPT_LOWPASS}, {"no-ms", no_argument, NULL, OPT_NO_MS},
         {"no-is", no_argument, NULL, OPT_NO_IS},     {"no-pns", no_argument, NULL, OPT_NO_PNS},
-        {"tns", no_argument, NULL, OPT_TNS},         {"quiet", no_argument, NULL, OPT_QUIET},
+        {"no-tns", no_argument, NULL, OPT_TNS},         {"quiet", no_argument, NULL, OPT_QUIET},
+        {"fixed", no_argument, NULL, OPT_FIXED},
         {"silent", no_argument, NULL, OPT_QUIET},    {"version", no_argument, NULL, OPT_VERSION},
         {NULL, 0, NULL, 0}};
     int opt;
@@ -136,7 +138,8 @@ int aac_main(int argc, char** argv)
         case OPT_NO_MS: cfg.noMidSide = 1; break;
         case OPT_NO_IS: cfg.noIntensity = 1; break;
         case OPT_NO_PNS: cfg.noPns = 1; break;
-        case OPT_TNS: cfg.tns = 1; break;
+        case OPT_TNS: cfg.noTns = 1; break;
+        case OPT_FIXED: cfg.fixedBank = 1; break;
         case OPT_QUIET: quiet = 1; break;
         case OPT_VERSION: tool_print_version(stdout); return TOOL_EXIT_OK;
         case 'h': usage(stdout); return TOOL_EXIT_OK;

@@ -83,13 +83,9 @@ static void choose_books(AacChannel* ch, int g, int cost[][NB])
     uint8_t cont[65][NB];
     for (int k = 0; k < NB; ++k) dp[0][k] = INF;
     for (int b = 0; b < nb; ++b) {
-        int best = INF, bestK = 0;
+        int best = INF;
         for (int k = 0; k < NB; ++k)
-            if (dp[b][k] < best) {
-                best = dp[b][k];
-                bestK = k;
-            }
-        (void)bestK;
+            if (dp[b][k] < best) best = dp[b][k];
         for (int k = 0; k < NB; ++k) {
             dp[b + 1][k] = INF;
             if (cost[b][k] >= INF) continue;

@@ -1,8 +1,8 @@
 /*
  * Temporal noise shaping analysis (ISO/IEC 14496-3, 4.6.9) for long windows: a
  * linear predictor over frequency, from the autocorrelation of the spectrum above
- * about 1.4 kHz, by the Levinson-Durbin recursion. When its prediction gain is worth
- * the side information, the reflection coefficients are quantized with 4 bits and
+ * about 1.4 kHz (each band brought to unit energy), by the Levinson-Durbin recursion.
+ * When its prediction gain reaches 2, the reflection coefficients are quantized with 4 bits and
  * the spectrum is filtered by the library (zamsEncodeTNS_AAC_32s_I), which applies
  * exactly the filter the decoder inverts.
  */
@@ -26,10 +26,19 @@ void aac_tns_analyse(AacChannel* ch, int samplingIndex, int sampleRate)
     if (top - startBand < 4) return;
     const int lo = t->offset[startBand], hi = t->offset[top];
 
+    /* the spectrum with each band brought to unit energy, so that the loudest bands do
+     * not decide the filter alone */
+    float w[1024];
+    for (int b = startBand; b < top; ++b) {
+        double e = 0.0;
+        for (int n = t->offset[b]; n < t->offset[b + 1]; ++n) e += (double)ch->spec[n] * ch->spec[n];
+        const float g = e > 0.0 ? (float)(1.0 / sqrt(e / (t->offset[b + 1] - t->offset[b]))) : 0.0f;
+        for (int n = t->offset[b]; n < t->offset[b + 1]; ++n) w[n] = ch->spec[n] * g;
+    }
     double r[TNS_ORDER + 1];
     for (int k = 0; k <= TNS_ORDER; ++k) {
         double s = 0.0;
-        for (int n = lo + k; n < hi; ++n) s += (double)ch->spec[n] * ch->spec[n - k];
+        for (int n = lo + k; n < hi; ++n) s += (double)w[n] * w[n - k];
         r[k] = s;
     }
     if (r[0] <= 1e-3 * (hi - lo)) return;
@@ -48,7 +57,7 @@ void aac_tns_analyse(AacChannel* ch, int samplingIndex, int sampleRate)
         err *= 1.0 - k * k;
     }
     const double gain = r[0] / err;
-    if (gain < 1.4) return;
+    if (gain < 2.0) return;
 
     /* quantize: the decoder's coefficient is sin(i / ((8 -/+ 0.5) / (pi / 2))) */
     int order = 0;
