@@ -432,6 +432,7 @@ ZamStatus zamsVLCDecodeUTupleBlock_1u16s(uint8_t** ppBitStream, int* pBitOffset,
                                          const VlcDecodeUTupleSpec* pVLCSpec);
 ZamStatus zamsVLCDecodeUTupleEscBlock_AAC_1u16s(uint8_t** ppBitStream, int* pBitOffset, int16_t* pData,
                                                 int dstLen, const VlcDecodeUTupleSpec* pVLCSpec);
+/* The tuple form of the MP3 escape block decoder: pairs with linbits escapes, as above. */
 ZamStatus zamsVLCDecodeUTupleEscBlock_MP3_1u16s(uint8_t** ppBitStream, int* pBitOffset, int linbits,
                                                 int16_t* pData, int dstLen, const VlcDecodeUTupleSpec* pVLCSpec);
 
@@ -2397,6 +2398,9 @@ ZamStatus zamsAnalysisFilterFree_SBR_RToC_32f(SbrAnalysisSpec_RToC_32f* pSpec);
 ZamStatus zamsAnalysisFilterFree_SBR_RToC_32f32fc(SbrAnalysisSpec_RToC_32f32fc* pSpec);
 ZamStatus zamsAnalysisFilterFree_SBR_RToR_32f(SbrAnalysisSpec_RToR_32f* pSpec);
 
+/* The 64-band synthesis objects: Init places the object in pMem (GetSize bytes, any
+ * address) and clears its 1280-value v buffer; InitAlloc takes the memory from zamMalloc;
+ * Free releases InitAlloc memory and leaves the tag. */
 ZamStatus zamsSynthesisFilterInit_SBR_CToR_32f(SbrSynthesisSpec_CToR_32f** ppSpec, uint8_t* pMem);
 ZamStatus zamsSynthesisFilterInit_SBR_CToR_32fc32f(SbrSynthesisSpec_CToR_32fc32f** ppSpec, uint8_t* pMem);
 ZamStatus zamsSynthesisFilterInit_SBR_RToR_32f(SbrSynthesisSpec_RToR_32f** ppSpec, uint8_t* pMem);
@@ -2407,6 +2411,7 @@ ZamStatus zamsSynthesisFilterFree_SBR_CToR_32f(SbrSynthesisSpec_CToR_32f* pSpec)
 ZamStatus zamsSynthesisFilterFree_SBR_CToR_32fc32f(SbrSynthesisSpec_CToR_32fc32f* pSpec);
 ZamStatus zamsSynthesisFilterFree_SBR_RToR_32f(SbrSynthesisSpec_RToR_32f* pSpec);
 
+/* The down-sampling synthesis objects (640-value v buffer), with the same rules. */
 ZamStatus zamsSynthesisDownFilterInit_SBR_CToR_32f(SbrSynthesisDownSpec_CToR_32f** ppSpec, uint8_t* pMem);
 ZamStatus zamsSynthesisDownFilterInit_SBR_CToR_32fc32f(SbrSynthesisDownSpec_CToR_32fc32f** ppSpec, uint8_t* pMem);
 ZamStatus zamsSynthesisDownFilterInit_SBR_RToR_32f(SbrSynthesisDownSpec_RToR_32f** ppSpec, uint8_t* pMem);
@@ -2562,6 +2567,8 @@ ZamStatus zamsAnalysisFilter_SBRHQ_32s32sc(const int32_t* pSrc, int32_t* const* 
 ZamStatus zamsAnalysisFilter_SBRLP_32s(const int32_t* pSrc, int32_t* const* ppDst, int numSlots, int numBands,
                                        SbrAnalysisSpecLP_32s* pSpec);
 
+/* Integer 64-band synthesis: the two GetSize names are one function; objects, checks
+ * and scales as described above for the integer banks. */
 ZamStatus zamsSynthesisFilterGetSize_SBRHQ_32sc32s(int* pSize);
 ZamStatus zamsSynthesisFilterGetSize_SBRLP_32s(int* pSize);
 ZamStatus zamsSynthesisFilterInit_SBRHQ_32sc32s(SbrSynthesisSpecHQ_32sc32s** ppSpec, uint8_t* pMem);
@@ -2575,6 +2582,8 @@ ZamStatus zamsSynthesisFilter_SBRHQ_32sc32s(const int32_t* const* ppSrc, int32_t
 ZamStatus zamsSynthesisFilter_SBRLP_32s(const int32_t* const* ppSrc, int32_t* pDst, int numSlots,
                                         SbrSynthesisSpecLP_32s* pSpec);
 
+/* Integer down-sampling synthesis (32 outputs per slot at the core rate): the two
+ * GetSize names are one function; objects, checks and scales as above. */
 ZamStatus zamsSynthesisDownFilterGetSize_SBRHQ_32sc32s(int* pSize);
 ZamStatus zamsSynthesisDownFilterGetSize_SBRLP_32s(int* pSize);
 ZamStatus zamsSynthesisDownFilterInit_SBRHQ_32sc32s(SbrSynthesisDownSpecHQ_32sc32s** ppSpec, uint8_t* pMem);
