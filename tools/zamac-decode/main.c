@@ -402,7 +402,6 @@ int main(int argc, char** argv)
         case OPT_DOWNSAMPLE: options.sbrMode = 2; break;
         case 'i': info = 1; break;
         case OPT_FRAMES: frames = 1; break;
-        case OPT_FIXED: options.fixed = 1; break;
         case 'b': options.bench = 1; break;
         case OPT_COMPARE: compare = optarg; break;
         case 'v': options.verbose = 1; break;
