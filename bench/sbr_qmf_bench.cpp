@@ -191,6 +191,67 @@ void BM_PsHybridAnalysis(benchmark::State& state)
 }
 BENCHMARK(BM_PsHybridAnalysis)->Arg(20)->Arg(34);
 
+// ------------------------------------------------------------------ the integer banks
+
+template <typename Spec, ZamStatus (*GetSize)(int*), ZamStatus (*Init)(Spec**, uint8_t*)>
+Spec* makeFixed(std::vector<uint8_t>& mem)
+{
+    return make<Spec, GetSize, Init>(mem);
+}
+
+std::vector<int32_t> intNoise(size_t n, double scale)
+{
+    auto f = noise(n, static_cast<float>(scale));
+    return std::vector<int32_t>(f.begin(), f.end());
+}
+
+void BM_SbrFixedAnalysis(benchmark::State& state)
+{
+    const bool hq = state.range(0) == 0;
+    std::vector<uint8_t> mem;
+    auto* a = makeFixed<SbrAnalysisSpecHQ_32s32sc, zamsAnalysisFilterGetSize_SBRHQ_32s32sc,
+                        zamsAnalysisFilterInit_SBRHQ_32s32sc>(mem);
+    std::vector<uint8_t> mem2;
+    auto* b = makeFixed<SbrAnalysisSpecLP_32s, zamsAnalysisFilterGetSize_SBRLP_32s, zamsAnalysisFilterInit_SBRLP_32s>(mem2);
+    auto pcm = intNoise(32 * kSlots, 1 << 22);
+    std::vector<int32_t> q(64 * kSlots);
+    std::vector<int32_t*> rows;
+    for (int s = 0; s < kSlots; ++s) rows.push_back(q.data() + 64 * s);
+    for (auto _ : state) {
+        if (hq)
+            zamsAnalysisFilter_SBRHQ_32s32sc(pcm.data(), rows.data(), kSlots, 32, a);
+        else
+            zamsAnalysisFilter_SBRLP_32s(pcm.data(), rows.data(), kSlots, 32, b);
+    }
+    perSlot(state);
+    state.SetLabel(hq ? "HQ" : "LP");
+}
+BENCHMARK(BM_SbrFixedAnalysis)->Arg(0)->Arg(1);
+
+// range(0): bit 0 down-sampling, bit 1 low power
+void BM_SbrFixedSynthesis(benchmark::State& state)
+{
+    const bool down = state.range(0) & 1, lp = state.range(0) & 2;
+    std::vector<uint8_t> mem;
+    auto* c = makeFixed<SbrSynthesisSpecHQ_32sc32s, zamsSynthesisFilterGetSize_SBRHQ_32sc32s,
+                        zamsSynthesisFilterInit_SBRHQ_32sc32s>(mem);
+    auto x = intNoise(128 * kSlots, 1 << 16);
+    std::vector<const int32_t*> rows;
+    for (int s = 0; s < kSlots; ++s) rows.push_back(x.data() + 128 * s);
+    std::vector<int32_t> out(64 * kSlots);
+    auto* d = reinterpret_cast<SbrSynthesisSpecLP_32s*>(c);  // same object layout, tag checked below
+    if (lp) zamsSynthesisFilterInit_SBRLP_32s(&d, mem.data());
+    for (auto _ : state) {
+        if (!lp && !down) zamsSynthesisFilter_SBRHQ_32sc32s(rows.data(), out.data(), kSlots, c);
+        if (!lp && down) zamsSynthesisDownFilter_SBRHQ_32sc32s(rows.data(), out.data(), kSlots, (SbrSynthesisDownSpecHQ_32sc32s*)c);
+        if (lp && !down) zamsSynthesisFilter_SBRLP_32s(rows.data(), out.data(), kSlots, d);
+        if (lp && down) zamsSynthesisDownFilter_SBRLP_32s(rows.data(), out.data(), kSlots, (SbrSynthesisDownSpecLP_32s*)d);
+    }
+    perSlot(state);
+    state.SetLabel(std::string(lp ? "LP" : "HQ") + (down ? " down" : " 64 bands"));
+}
+BENCHMARK(BM_SbrFixedSynthesis)->Arg(0)->Arg(2)->Arg(1)->Arg(3);
+
 // ------------------------------------------------------------------ the straightforward form
 
 using cf = std::complex<float>;
