@@ -2,9 +2,11 @@
 // decodes (high quality), the low-power and down-sampling paths, and damaged input.
 #include <gtest/gtest.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <cmath>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
@@ -52,7 +54,9 @@ Wav readWav(const std::string& path)
     return w;
 }
 
-const std::string kStderr = "/tmp/zamac-he-stderr.txt";
+// Scratch files of this process (several test programs may run at once).
+const std::string kScratch = "/tmp/zamac-he-" + std::to_string(getpid()) + "-";
+const std::string kStderr = kScratch + "stderr.txt";
 
 // Runs the tool; returns its exit status, or -1 when a signal ended it, or -2 when a
 // sanitizer reported a finding (the sanitizer build).
@@ -86,7 +90,7 @@ struct Stream {
 
 class HeAac : public ::testing::TestWithParam<Stream> {
 protected:
-    std::string out(const char* tag) const { return "/tmp/zamac-he-" + std::string(GetParam().name) + tag + ".wav"; }
+    std::string out(const char* tag) const { return kScratch + GetParam().name + tag + ".wav"; }
 };
 
 // High quality: the reference's rate and length (every frame, the first included),
@@ -140,6 +144,12 @@ const Stream kStreams[] = {
     {"sbr_32k_mono_quiet", kMono},      {"sbr_44k_stereo_loud_vbr", kStereo}, {"ps_24k_wide", kPs},
     {"sbr_48k_mono_voicemusic", kMono},
 };
+// Removes the scratch files once the suite is done.
+struct ScratchCleanup : ::testing::Environment {
+    void TearDown() override { std::system(("rm -f " + kScratch + "*").c_str()); }
+};
+[[maybe_unused]] const auto* const kCleanup = ::testing::AddGlobalTestEnvironment(new ScratchCleanup);
+
 INSTANTIATE_TEST_SUITE_P(Shared, HeAac, ::testing::ValuesIn(kStreams),
                          [](const ::testing::TestParamInfo<Stream>& i) { return std::string(i.param.name); });
 
@@ -159,10 +169,11 @@ TEST(HeAacRobustness, TruncationsAndBitFlips)
                 const int flips = trial < 8 ? 4 : 60;
                 for (int i = 0; i < flips; ++i) damaged[rng() % damaged.size()] ^= char(1 << (rng() % 8));
             }
-            const std::string path = std::string("/tmp/zamac-he-damaged-") + name + ".aac";
+            const std::string path = kScratch + "damaged-" + name + ".aac";
             std::ofstream(path, std::ios::binary) << damaged;
-            const int status = decode(path, "/tmp/zamac-he-damaged.wav", trial % 3 == 1 ? "--sbr-lp" : trial % 3 == 2 ? "--downsample" : "");
+            const int status = decode(path, kScratch + "damaged.wav", trial % 3 == 1 ? "--sbr-lp" : trial % 3 == 2 ? "--downsample" : "");
             EXPECT_GE(status, 0) << name << " trial " << trial;
+            std::remove(path.c_str());
         }
     }
 }

@@ -277,7 +277,26 @@ static void mix(PsState* ps, const PsData* data, int nBands, int nHyb)
         }
         const int start = data->border[e], stop = data->border[e + 1];
         const float width = 1.0f / (float)(stop - start > 0 ? stop - start : 1);
-        for (int k = 0; k < nBands; ++k) {
+        int phases = ipdOn;  /* imaginary matrix parts: with IPD/OPD, or still fading out */
+        for (int b = 0; b < nPar && !phases; ++b)
+            for (int j = 0; j < 4; ++j) phases |= ps->hPrev[1][b][j] != 0.0f;
+        for (int k = 0; k < nBands && !phases; ++k) {
+            const int b = kToI[k];
+            float c[4], step[4];
+            for (int j = 0; j < 4; ++j) {
+                c[j] = ps->hPrev[0][b][j];
+                step[j] = (h[0][b][j] - c[j]) * width;
+            }
+            for (int n = start + 1; n <= stop; ++n) {
+                for (int j = 0; j < 4; ++j) c[j] += step[j];
+                const float lr = ps->sRe[n][k], li = ps->sIm[n][k], rr = ps->dRe[n][k], ri = ps->dIm[n][k];
+                ps->sRe[n][k] = c[0] * lr + c[2] * rr;
+                ps->sIm[n][k] = c[0] * li + c[2] * ri;
+                ps->dRe[n][k] = c[1] * lr + c[3] * rr;
+                ps->dIm[n][k] = c[1] * li + c[3] * ri;
+            }
+        }
+        for (int k = 0; k < nBands && phases; ++k) {
             const int b = kToI[k];
             const float sign = (k < nHyb && neg[k]) ? -1.0f : 1.0f;
             float c[4], ci[4], step[4], stepI[4];
