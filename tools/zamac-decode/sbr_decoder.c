@@ -29,7 +29,6 @@
  * A frame without usable SBR data (none yet, or damaged) goes through the same banks
  * with the whole low band and no high band: the core, upsampled.
  */
-#include <math.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -270,7 +269,7 @@ static int32_t to_fixed(float v)
     const float q = 4.0f * v;
     if (q >= 1073741824.0f) return 1073741824;
     if (q <= -1073741824.0f) return -1073741824;
-    return (int32_t)lrintf(q);
+    return (int32_t)(q >= 0.0f ? q + 0.5f : q - 0.5f);  /* nearest, halves away from 0 */
 }
 
 static void synthesis_fixed(AacSbr* s, Banks* b, int index, float (*xRe)[64], float (*xIm)[64], int16_t* out)
