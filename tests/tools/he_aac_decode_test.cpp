@@ -138,6 +138,25 @@ TEST_P(HeAac, LowPowerAndDownsampling)
     EXPECT_GT(psnr(half, ds, 0), 15.0);
 }
 
+// --fixed (integer core, QMF banks and predictor): within 3 dB of the float path's
+// PSNR against the reference in each mode (--downsample: against the float path).
+TEST_P(HeAac, FixedPointWithinThreeDecibels)
+{
+    const Stream& p = GetParam();
+    const std::string src = kVectors + p.name + ".aac";
+    const Wav ref = readWav(kVectors + p.name + ".ref.wav");
+    for (const std::string mode : {"", "--sbr-lp ", "--downsample "}) {
+        ASSERT_EQ(decode(src, out("fl"), mode), 0) << mode;
+        ASSERT_EQ(decode(src, out("fx"), mode + "--fixed"), 0) << mode;
+        const Wav fl = readWav(out("fl")), fx = readWav(out("fx"));
+        ASSERT_EQ(fx.frames(), fl.frames()) << mode;
+        for (int c = 0; c < ref.channels; ++c) {
+            if (mode == "--downsample ") EXPECT_GE(psnr(fl, fx, c), 95.0) << mode << c;
+            else EXPECT_GE(psnr(ref, fx, c), psnr(ref, fl, c) - 3.0) << mode << "channel " << c;
+        }
+    }
+}
+
 const Stream kStreams[] = {
     {"sbr_16k_mono_speech", kMono},     {"ps_22k_pluck", kPs},          {"sbr_24k_mono_sweep_vbr", kMono},
     {"sbr_32k_stereo_bursts", kStereo}, {"sbr_44k_mono_hits", kMono},   {"ps_48k_onset_vbr", kPs},
@@ -171,7 +190,8 @@ TEST(HeAacRobustness, TruncationsAndBitFlips)
             }
             const std::string path = kScratch + "damaged-" + name + ".aac";
             std::ofstream(path, std::ios::binary) << damaged;
-            const int status = decode(path, kScratch + "damaged.wav", trial % 3 == 1 ? "--sbr-lp" : trial % 3 == 2 ? "--downsample" : "");
+            const int status = decode(path, kScratch + "damaged.wav", std::string(trial % 3 == 1 ? "--sbr-lp" : trial % 3 == 2 ? "--downsample" : "") +
+                                                    (trial & 1 ? " --fixed" : ""));
             EXPECT_GE(status, 0) << name << " trial " << trial;
             std::remove(path.c_str());
         }

@@ -31,8 +31,8 @@
  *  - HE-AAC: SBR data in a fill element after an element (implicit signalling) switch
  *    on SBR for the whole stream when the first frame has them: the output rate is
  *    twice the core rate, a mono core (possibly with parametric stereo) becomes two
- *    channels (sbr_decoder.c). With --fixed, SBR is not applied (reported once): the
- *    AAC core is decoded. The SSR object type is refused with a message.
+ *    channels (sbr_decoder.c); with --fixed through the integer QMF banks and predictor
+ *    from the core's 32-bit PCM (aac_sbr_render_fixed). The SSR object type is refused with a message.
  *  - The ADTS CRC is not verified.
  *  - Elements are matched to the channel layout by type in order of appearance (and by
  *    instance tag when a program configuration lists them).
@@ -605,7 +605,7 @@ static int send_format(AacDecoder* d)
         fprintf(stderr, "zamac-decode: the stream has no audio channels\n");
         return -1;
     }
-    if (aac_sbr_block_has_sbr(d->sbr) && d->sampleRate <= 48000 && !d->fixedBank) {  /* implicit HE-AAC signalling */
+    if (aac_sbr_block_has_sbr(d->sbr) && d->sampleRate <= 48000) {  /* implicit HE-AAC signalling */
         const int mono = d->layout.channels == 1;
         d->sampleRate = aac_sbr_enable(d->sbr, mono);
         if (mono) d->layout.channels = 2, d->layout.channelMask = 0x3;
@@ -656,7 +656,18 @@ static int render_block(AacDecoder* d, int concealed)
         sources[ch] = d->pcm[ch];
     }
     int samples = 1024, damaged = 0;
-    if (aac_sbr_enabled(d->sbr)) {
+    if (aac_sbr_enabled(d->sbr) && d->fixedBank) {
+        const int32_t* core[AAC_MAX_CHANNELS];
+        int16_t* out[AAC_MAX_CHANNELS];
+        for (int ch = 0; ch < channels; ++ch) {
+            core[ch] = d->fixedBank->time[ch];
+            out[ch] = d->fixedBank->sbrPcm[ch];
+            fixedSources[ch] = d->fixedBank->sbrPcm[ch];
+        }
+        samples = aac_sbr_render_fixed(d->sbr, core, out, channels, concealed, &damaged);
+        if (samples < 0) return -1;
+        if (damaged) report_bad_frame(d, "damaged SBR data", 0, "core only for this frame");
+    } else if (aac_sbr_enabled(d->sbr)) {
         samples = aac_sbr_render(d->sbr, d->pcm, channels, concealed, &damaged);
         if (samples < 0) return -1;
         if (damaged) report_bad_frame(d, "damaged SBR data", 0, "core only for this frame");
@@ -664,7 +675,7 @@ static int render_block(AacDecoder* d, int concealed)
     d->stats->framesDecoded++;
     d->stats->audioSeconds += (double)samples / d->sampleRate;
     if (d->sink->writeFloat && !d->fixedBank) return d->sink->writeFloat(d->sink->ctx, sources, channels, samples);
-    ZamStatus status = d->fixedBank ? zamsInterleave_16s(fixedSources, channels, 1024, d->interleaved)
+    ZamStatus status = d->fixedBank ? zamsInterleave_16s(fixedSources, channels, samples, d->interleaved)
                                     : zamsJoin_32f16s_D2L(sources, channels, samples, d->interleaved);
     if (status < 0) {
         fprintf(stderr, "zamac-decode: sample conversion failed (status %d)\n", status);
@@ -820,7 +831,7 @@ static int set_stream_format(AacDecoder* d, int objectType, int samplingIndex, c
     }
     d->samplingIndex = samplingIndex;
     d->sampleRate = kSampleRates[samplingIndex];
-    d->sbr = aac_sbr_create(d->sampleRate, d->options->sbrMode);
+    d->sbr = aac_sbr_create(d->sampleRate, d->options->sbrMode, d->fixedBank != NULL);
     if (!d->sbr) return -1;
     d->objectType = objectType;
     if (aac_prediction_init(&d->prediction, objectType, samplingIndex) != 0) {

@@ -15,6 +15,7 @@ typedef struct {
     int32_t overlap[AAC_MAX_CHANNELS][1024];  /* 8 fractional bits */
     int32_t time[AAC_MAX_CHANNELS][1024];     /* the last frame's output, 8 fractional bits */
     int16_t pcm[AAC_MAX_CHANNELS][1024];
+    int16_t sbrPcm[AAC_MAX_CHANNELS][2048];   /* HE-AAC: the SBR output */
 } AacFixedBank;
 
 /* One channel's frame: spectrum (3 fractional bits) -> time[ch] and pcm[ch]. */

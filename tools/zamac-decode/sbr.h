@@ -137,9 +137,11 @@ typedef struct {
 } SbrChannel;
 
 /* High-frequency generation into xHigh (same row layout as the low band): rows
- * 2*tEnv[0]+2 .. 2*tEnv[numEnv]+1, columns kx .. kx+m-1. lowPower: real data only. */
+ * 2*tEnv[0]+2 .. 2*tEnv[numEnv]+1, columns kx .. kx+m-1. lowPower: real data only.
+ * fixedRows (--fixed, else NULL): the integer analysis rows of ch->xRe/xIm (32 (re, im)
+ * pairs, or 32 values with lowPower), from which the integer predictor runs. */
 void sbr_hf_generate(SbrChannel* ch, const SbrFreq* f, const SbrFrame* fr, float (*hRe)[64], float (*hIm)[64],
-                     int lowPower);
+                     int lowPower, const int32_t (*fixedRows)[64]);
 /* Envelope and noise floor values of an element's channels (4.6.18.3.5). */
 void sbr_dequantize(const SbrFreq* f, const SbrFrame* fr, int channels, int coupled,
                     float env[2][SBR_MAX_ENV][SBR_MAX_BANDS], float noise[2][SBR_MAX_NOISE][SBR_MAX_NQ]);

@@ -13,6 +13,19 @@
  *   synthesis      64-band QMF to 2048 samples (32-band down-sampling synthesis to
  *                  1024 with --downsample)
  *
+ * With --fixed (aac_sbr_render_fixed) the banks and the predictor are the integer ones:
+ *   analysis       zamsAnalysisFilter_SBRHQ_32s32sc (_SBRLP_32s with --sbr-lp) of the
+ *                  core's 32-bit PCM (8 fractional bits); the integer rows are kept for
+ *   generation     zamsPredictOneCoef_SBRHQ_32sc_D2L / _SBRLP_32s_D2L per low subband
+ *   synthesis      zamsSynthesisFilter_SBRHQ_32sc32s / _SBRLP_32s, with --downsample
+ *                  zamsSynthesisDownFilter_SBRHQ_32sc32s, rounded to saturated 16-bit PCM.
+ * No integer stage exists for the rest, which runs on the integer QMF samples taken
+ * as floats: the rows are converted once after the analysis (to_float_rows) and the
+ * predictor coefficients after the predictor (sbr_hf_generate); the patching, the
+ * envelope and gain computation of the HF adjuster, the aliasing degree (--sbr-lp)
+ * and the PS mixing stay in float; the synthesis matrix is converted back to
+ * integers before the synthesis (to_fixed_rows).
+ *
  * A frame without usable SBR data (none yet, or damaged) goes through the same banks
  * with the whole low band and no high band: the core, upsampled.
  */
@@ -33,6 +46,13 @@ typedef struct {
     SbrSynthesisSpec_CToR_32f* hqSyn[2];
     SbrSynthesisSpec_RToR_32f* lpSyn[2];
     SbrSynthesisDownSpec_CToR_32fc32f* downSyn[2];
+    /* --fixed */
+    SbrAnalysisSpecHQ_32s32sc* fixHq;
+    SbrAnalysisSpecLP_32s* fixLp;
+    SbrSynthesisSpecHQ_32sc32s* fixHqSyn[2];
+    SbrSynthesisSpecLP_32s* fixLpSyn[2];
+    SbrSynthesisDownSpecHQ_32sc32s* fixDownSyn[2];
+    int32_t q[SBR_XSLOTS][64];  /* integer low band rows: 32 (re, im) pairs, or 32 values (LP) */
 } Banks;
 
 typedef struct {
@@ -48,7 +68,7 @@ typedef struct {
 } SbrSlot;
 
 struct AacSbr {
-    int coreRate, mode, enabled, monoToStereo;
+    int coreRate, mode, fixed, enabled, monoToStereo;
     int slotCount;
     int blockHasSbr, psSeen;
     int goodCount, goodChannels[MAX_SLOTS], goodOutputs[MAX_SLOTS][2];  /* the last clean block's elements */
@@ -57,15 +77,18 @@ struct AacSbr {
     float hRe[SBR_XSLOTS][64], hIm[SBR_XSLOTS][64];
     float xRe[2][XROWS][64], xIm[2][XROWS][64];
     float il[SBR_SLOTS][128];
+    int32_t qs[SBR_SLOTS][128];  /* --fixed: synthesis input rows */
+    int32_t out32[2048];
     float env[2][SBR_MAX_ENV][SBR_MAX_BANDS], noise[2][SBR_MAX_NOISE][SBR_MAX_NQ];
 };
 
-AacSbr* aac_sbr_create(int coreRate, int mode)
+AacSbr* aac_sbr_create(int coreRate, int mode, int fixed)
 {
     AacSbr* s = (AacSbr*)calloc(1, sizeof *s);
     if (!s) return NULL;
     s->coreRate = coreRate;
     s->mode = mode;
+    s->fixed = fixed;
     return s;
 }
 
@@ -78,7 +101,12 @@ static void free_banks(Banks* b)
         zamsSynthesisFilterFree_SBR_CToR_32f(b->hqSyn[i]);
         zamsSynthesisFilterFree_SBR_RToR_32f(b->lpSyn[i]);
         zamsSynthesisDownFilterFree_SBR_CToR_32fc32f(b->downSyn[i]);
+        zamsSynthesisFilterFree_SBRHQ_32sc32s(b->fixHqSyn[i]);
+        zamsSynthesisFilterFree_SBRLP_32s(b->fixLpSyn[i]);
+        zamsSynthesisDownFilterFree_SBRHQ_32sc32s(b->fixDownSyn[i]);
     }
+    zamsAnalysisFilterFree_SBRHQ_32s32sc(b->fixHq);
+    zamsAnalysisFilterFree_SBRLP_32s(b->fixLp);
 }
 
 void aac_sbr_free(AacSbr* s)
@@ -149,10 +177,18 @@ static int create_slot(AacSbr* s, SbrSlot* e)
         e->ch[c]->lowPower = s->mode == SBR_MODE_LP;
         Banks* b = &e->banks[c];
         ZamStatus st;
-        if (s->mode == SBR_MODE_LP) st = zamsAnalysisFilterInitAlloc_SBR_RToR_32f(&b->lp);
+        if (s->fixed) {
+            st = s->mode == SBR_MODE_LP ? zamsAnalysisFilterInitAlloc_SBRLP_32s(&b->fixLp)
+                                        : zamsAnalysisFilterInitAlloc_SBRHQ_32s32sc(&b->fixHq);
+            for (int i = 0; i < 2 && st >= 0; ++i) {
+                if (s->mode == SBR_MODE_LP) st = zamsSynthesisFilterInitAlloc_SBRLP_32s(&b->fixLpSyn[i]);
+                else if (s->mode == SBR_MODE_DOWNSAMPLE) st = zamsSynthesisDownFilterInitAlloc_SBRHQ_32sc32s(&b->fixDownSyn[i]);
+                else st = zamsSynthesisFilterInitAlloc_SBRHQ_32sc32s(&b->fixHqSyn[i]);
+            }
+        } else if (s->mode == SBR_MODE_LP) st = zamsAnalysisFilterInitAlloc_SBR_RToR_32f(&b->lp);
         else if (s->mode == SBR_MODE_DOWNSAMPLE) st = zamsAnalysisFilterInitAlloc_SBR_RToC_32f32fc(&b->il);
         else st = zamsAnalysisFilterInitAlloc_SBR_RToC_32f(&b->hq);
-        for (int i = 0; i < 2 && st >= 0; ++i) {
+        for (int i = 0; i < 2 && st >= 0 && !s->fixed; ++i) {
             if (s->mode == SBR_MODE_LP) st = zamsSynthesisFilterInitAlloc_SBR_RToR_32f(&b->lpSyn[i]);
             else if (s->mode == SBR_MODE_DOWNSAMPLE) st = zamsSynthesisDownFilterInitAlloc_SBR_CToR_32fc32f(&b->downSyn[i]);
             else st = zamsSynthesisFilterInitAlloc_SBR_CToR_32f(&b->hqSyn[i]);
@@ -193,6 +229,77 @@ static void analysis(AacSbr* s, Banks* b, SbrChannel* ch, const float* pcm)
     for (int l = 0; l < SBR_SLOTS; ++l) {
         memset(re[l] + 32, 0, 32 * sizeof(float));
         memset(im[l] + 32, 0, 32 * sizeof(float));
+    }
+}
+
+/* --fixed: 32 core samples per slot (32-bit PCM, 8 fractional bits) into the integer
+ * low band rows, which are then taken as floats for the stages without an integer
+ * counterpart. The integer analysis of PCM x 2^8 is 4 times the float bank's output
+ * of the PCM (its output is the float transform / 64), hence the factor 1/4. */
+static void analysis_fixed(AacSbr* s, Banks* b, SbrChannel* ch, const int32_t* core)
+{
+    memmove(b->q[0], b->q[SBR_SLOTS], SBR_HFGEN * sizeof b->q[0]);
+    memmove(ch->xRe[0], ch->xRe[SBR_SLOTS], SBR_HFGEN * sizeof ch->xRe[0]);
+    memmove(ch->xIm[0], ch->xIm[SBR_SLOTS], SBR_HFGEN * sizeof ch->xIm[0]);
+    int32_t* rows[SBR_SLOTS];
+    for (int l = 0; l < SBR_SLOTS; ++l) rows[l] = b->q[SBR_HFGEN + l];
+    if (s->mode == SBR_MODE_LP) zamsAnalysisFilter_SBRLP_32s(core, rows, SBR_SLOTS, 32, b->fixLp);
+    else zamsAnalysisFilter_SBRHQ_32s32sc(core, rows, SBR_SLOTS, 32, b->fixHq);
+    /* integer to float boundary: the HF generator's patching, the HF adjuster and PS */
+    for (int l = 0; l < SBR_SLOTS; ++l) {
+        float* re = ch->xRe[SBR_HFGEN + l];
+        float* im = ch->xIm[SBR_HFGEN + l];
+        for (int k = 0; k < 32; ++k) {
+            if (s->mode == SBR_MODE_LP) {
+                re[k] = 0.25f * (float)rows[l][k];
+                im[k] = 0.0f;
+            } else {
+                re[k] = 0.25f * (float)rows[l][2 * k];
+                im[k] = 0.25f * (float)rows[l][2 * k + 1];
+            }
+        }
+        memset(re + 32, 0, 32 * sizeof(float));
+        memset(im + 32, 0, 32 * sizeof(float));
+    }
+}
+
+/* Float to integer boundary before the synthesis: x 4, rounded, saturated to 2^30. */
+static int32_t to_fixed(float v)
+{
+    const float q = 4.0f * v;
+    if (q >= 1073741824.0f) return 1073741824;
+    if (q <= -1073741824.0f) return -1073741824;
+    return (int32_t)(q >= 0.0f ? q + 0.5f : q - 0.5f);  /* nearest, halves away from 0 */
+}
+
+static void synthesis_fixed(AacSbr* s, Banks* b, int index, float (*xRe)[64], float (*xIm)[64], int16_t* out)
+{
+    const int32_t* rows[SBR_SLOTS];
+    const int bands = s->mode == SBR_MODE_DOWNSAMPLE ? 32 : 64;
+    for (int l = 0; l < SBR_SLOTS; ++l) {
+        int32_t* q = s->qs[l];
+        for (int k = 0; k < bands; ++k) {
+            if (s->mode == SBR_MODE_LP) {
+                q[k] = to_fixed(xRe[l][k]);
+            } else {
+                q[2 * k] = to_fixed(xRe[l][k]);
+                q[2 * k + 1] = to_fixed(xIm[l][k]);
+            }
+        }
+        rows[l] = q;
+    }
+    int samples = 2048;
+    if (s->mode == SBR_MODE_LP) {
+        zamsSynthesisFilter_SBRLP_32s(rows, s->out32, SBR_SLOTS, b->fixLpSyn[index]);
+    } else if (s->mode == SBR_MODE_DOWNSAMPLE) {
+        zamsSynthesisDownFilter_SBRHQ_32sc32s(rows, s->out32, SBR_SLOTS, b->fixDownSyn[index]);
+        samples = 1024;
+    } else {
+        zamsSynthesisFilter_SBRHQ_32sc32s(rows, s->out32, SBR_SLOTS, b->fixHqSyn[index]);
+    }
+    for (int n = 0; n < samples; ++n) {
+        const int32_t v = (int32_t)(((int64_t)s->out32[n] + 128) >> 8);  /* half up, as the core */
+        out[n] = (int16_t)(v > 32767 ? 32767 : v < -32768 ? -32768 : v);
     }
 }
 
@@ -256,7 +363,14 @@ static void synthesis(AacSbr* s, Banks* b, int index, float (*xRe)[64], float (*
 }
 
 /* One element: returns -1 when its SBR data were damaged (the core is output). */
-static int render_slot(AacSbr* s, SbrSlot* e, float* const* pcm, int concealed)
+/* pcm: the float path's channels (core in, output out); with --fixed core and out. */
+typedef struct {
+    float* const* pcm;
+    const int32_t* const* core;
+    int16_t* const* out;
+} SbrIo;
+
+static int render_slot(AacSbr* s, SbrSlot* e, const SbrIo* io, int concealed)
 {
     int result = 0, valid = 0, reset = 0;
     const int channels = e->channels == 0 ? 1 : e->channels;
@@ -274,9 +388,11 @@ static int render_slot(AacSbr* s, SbrSlot* e, float* const* pcm, int concealed)
         SbrChannel* ch = e->ch[c];
         const int out = e->outputs[c];
         if (out < 0) continue;
-        analysis(s, &e->banks[c], ch, pcm[out]);
+        if (s->fixed) analysis_fixed(s, &e->banks[c], ch, io->core[out]);
+        else analysis(s, &e->banks[c], ch, io->pcm[out]);
         if (valid) {
-            sbr_hf_generate(ch, f, &e->frame[c], s->hRe, s->hIm, lowPower);
+            sbr_hf_generate(ch, f, &e->frame[c], s->hRe, s->hIm, lowPower,
+                            s->fixed ? (const int32_t (*)[64])e->banks[c].q : NULL);
             sbr_hf_adjust(ch, f, &e->reader.header, &e->frame[c], (const float (*)[SBR_MAX_BANDS])s->env[c],
                           (const float (*)[SBR_MAX_NQ])s->noise[c], (const float (*)[64])s->hRe,
                           (const float (*)[64])s->hIm, reset);
@@ -300,14 +416,15 @@ static int render_slot(AacSbr* s, SbrSlot* e, float* const* pcm, int concealed)
     }
     for (int c = 0; c < (stereo ? 2 : channels); ++c) {
         const int out = stereo ? e->outputs[0] + c : e->outputs[c];
-        if (out >= 0) synthesis(s, &e->banks[stereo ? 0 : c], c, s->xRe[c], s->xIm[c], pcm[out]);
+        if (out < 0) continue;
+        if (s->fixed) synthesis_fixed(s, &e->banks[stereo ? 0 : c], c, s->xRe[c], s->xIm[c], io->out[out]);
+        else synthesis(s, &e->banks[stereo ? 0 : c], c, s->xRe[c], s->xIm[c], io->pcm[out]);
     }
     return result;
 }
 
-int aac_sbr_render(AacSbr* s, float* const* pcm, int channels, int concealed, int* damaged)
+static int render(AacSbr* s, const SbrIo* io, int concealed, int* damaged)
 {
-    (void)channels;
     *damaged = 0;
     if (concealed) {
         /* a corrupt block: its elements are unknown, the last clean block's run on */
@@ -330,7 +447,22 @@ int aac_sbr_render(AacSbr* s, float* const* pcm, int channels, int concealed, in
             fprintf(stderr, "zamac-decode: out of memory for SBR\n");
             return -1;
         }
-        if (render_slot(s, e, pcm, concealed) < 0) ++*damaged;
+        if (render_slot(s, e, io, concealed) < 0) ++*damaged;
     }
     return s->mode == SBR_MODE_DOWNSAMPLE ? 1024 : 2048;
+}
+
+int aac_sbr_render(AacSbr* s, float* const* pcm, int channels, int concealed, int* damaged)
+{
+    (void)channels;
+    const SbrIo io = {pcm, NULL, NULL};
+    return render(s, &io, concealed, damaged);
+}
+
+int aac_sbr_render_fixed(AacSbr* s, const int32_t* const* core, int16_t* const* out, int channels, int concealed,
+                         int* damaged)
+{
+    (void)channels;
+    const SbrIo io = {NULL, core, out};
+    return render(s, &io, concealed, damaged);
 }

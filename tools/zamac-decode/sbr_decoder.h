@@ -13,7 +13,8 @@ enum { SBR_MODE_HQ = 0, SBR_MODE_LP = 1, SBR_MODE_DOWNSAMPLE = 2 };
 
 typedef struct AacSbr AacSbr;
 
-AacSbr* aac_sbr_create(int coreRate, int mode);
+/* fixed: the integer banks and predictor (aac_sbr_render_fixed). */
+AacSbr* aac_sbr_create(int coreRate, int mode, int fixed);
 void aac_sbr_free(AacSbr* s);
 
 /* A raw data block starts; its elements follow with aac_sbr_element() in order. */
@@ -37,5 +38,9 @@ int aac_sbr_enabled(const AacSbr* s);
  * room for 2048). Returns the output samples per channel; damaged SBR data in an
  * element makes that element core only for the block, counted in *damaged. */
 int aac_sbr_render(AacSbr* s, float* const* pcm, int channels, int concealed, int* damaged);
+/* The same for an object made with fixed: core[c] the core's 1024 samples as 32-bit
+ * PCM with 8 fractional bits, out[c] room for 2048 16-bit samples. */
+int aac_sbr_render_fixed(AacSbr* s, const int32_t* const* core, int16_t* const* out, int channels, int concealed,
+                         int* damaged);
 
 #endif

@@ -1,7 +1,7 @@
 /*
  * SBR high-frequency generation (ISO/IEC 14496-3, 4.6.18.6): chirp factors from the
  * inverse-filtering modes, the second-order predictor of each low subband
- * (zamsPredictCoef_SBR_*), and the patches that copy the whitened low band up.
+ * (zamsPredictCoef_SBR_*; with --fixed zamsPredictOneCoef_SBR*_D2L), and the patches that copy the whitened low band up.
  */
 #include <string.h>
 
@@ -53,7 +53,7 @@ static void aliasing_degree(const SbrChannel* ch, int k0, float* degree)
 }
 
 void sbr_hf_generate(SbrChannel* ch, const SbrFreq* f, const SbrFrame* fr, float (*hRe)[64], float (*hIm)[64],
-                     int lowPower)
+                     int lowPower, const int32_t (*fixedRows)[64])
 {
     float bw[SBR_MAX_NQ];
     chirp_factors(ch, f, fr, bw);
@@ -65,8 +65,24 @@ void sbr_hf_generate(SbrChannel* ch, const SbrFreq* f, const SbrFrame* fr, float
         rowsIm[l] = ch->xIm[l];
     }
     float a0Re[64] = {0}, a0Im[64] = {0}, a1Re[64] = {0}, a1Im[64] = {0};
-    if (lowPower) zamsPredictCoef_SBR_R_32f_D2L(rowsRe, a0Re, a1Re, f->k0, SBR_XSLOTS - 2);
-    else zamsPredictCoef_SBR_C_32f_D2L(rowsRe, rowsIm, a0Re, a0Im, a1Re, a1Im, f->k0, SBR_XSLOTS - 2);
+    if (fixedRows) {
+        /* the integer predictor; its Q29 coefficients become floats here for the
+         * patching below (integer to float boundary) */
+        const int32_t* q[SBR_XSLOTS];
+        for (int l = 0; l < SBR_XSLOTS; ++l) q[l] = fixedRows[l];
+        const float unit = 1.0f / 536870912.0f;
+        for (int k = 0; k < f->k0; ++k) {
+            int32_t a0[2] = {0, 0}, a1[2] = {0, 0};
+            if (lowPower) zamsPredictOneCoef_SBRLP_32s_D2L(q, a0, a1, k, SBR_XSLOTS - 2);
+            else zamsPredictOneCoef_SBRHQ_32sc_D2L(q, a0, a1, k, SBR_XSLOTS - 2);
+            a0Re[k] = unit * (float)a0[0], a0Im[k] = unit * (float)a0[1];
+            a1Re[k] = unit * (float)a1[0], a1Im[k] = unit * (float)a1[1];
+        }
+    } else if (lowPower) {
+        zamsPredictCoef_SBR_R_32f_D2L(rowsRe, a0Re, a1Re, f->k0, SBR_XSLOTS - 2);
+    } else {
+        zamsPredictCoef_SBR_C_32f_D2L(rowsRe, rowsIm, a0Re, a0Im, a1Re, a1Im, f->k0, SBR_XSLOTS - 2);
+    }
 
     float degree[64];
     if (lowPower) aliasing_degree(ch, f->k0, degree);
