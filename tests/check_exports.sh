@@ -54,7 +54,7 @@ while read -r prefix suffix; do
   if [[ "$prefix" =~ $lifecycle_exempt ]]; then continue; fi
   family_count=$((family_count + 1))
   for word in GetSize Init InitAlloc Free; do
-    if ! echo "$exported" | grep -qx "$prefix$word$suffix"; then
+    if ! grep -qx "$prefix$word$suffix" <<< "$exported"; then
       echo "stateful family $prefix...$suffix lacks $prefix$word$suffix"; status=1
     fi
   done
@@ -69,7 +69,7 @@ if [ "$sanitized" = 0 ]; then
       *) echo "unexpected NEEDED entry: $n"; status=1 ;;
     esac
   done
-  echo "$needed" | grep -q '^libzamcore\.so' || { echo "libzamcore is not NEEDED"; status=1; }
+  grep -q '^libzamcore\.so' <<< "$needed" || { echo "libzamcore is not NEEDED"; status=1; }
   bad=$(nm -D --undefined-only "$lib" | awk '{print $NF}' \
         | grep -E '^(malloc|calloc|realloc|free|aligned_alloc|posix_memalign|_Zn|_Zd|__cxa_[^f]|__gxx|_ZSt|_ZNSt)' || true)
   if [ -n "$bad" ]; then echo "forbidden imports:"; echo "$bad"; status=1; fi
