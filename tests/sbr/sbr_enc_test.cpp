@@ -4,6 +4,7 @@
 
 #include <cmath>
 #include <complex>
+#include <cstring>
 #include <cstdio>
 #include <random>
 #include <vector>
@@ -145,6 +146,103 @@ TEST(SbrEncAnalysis, ObjectAndChecks)
     EXPECT_EQ(zamsAnalysisFilterEncFree_SBR_32f((SbrEncAnalysisSpec_32f*)wrong), zamStsContextMismatch);
     EXPECT_EQ(zamsAnalysisFilterEncFree_SBR_32f(spec), zamStsOk);
     EXPECT_EQ(zamsAnalysisFilterEncFree_SBR_32f(nullptr), zamStsNullPtr);
+}
+
+}  // namespace
+
+namespace {
+
+// Rows of the encoder analysis of `in` (64 samples per slot).
+struct Rows {
+    std::vector<float> data;
+    std::vector<const float*> rows;
+    explicit Rows(const std::vector<float>& in)
+    {
+        SbrEncAnalysisSpec_32f* spec = nullptr;
+        zamsAnalysisFilterEncInitAlloc_SBR_32f(&spec);
+        data = analyse(in, spec);
+        zamsAnalysisFilterEncFree_SBR_32f(spec);
+        for (size_t s = 0; s < data.size() / 128; ++s) rows.push_back(data.data() + 128 * s);
+    }
+};
+
+// A click at sample t in quiet noise; frames of 32 slots; the detector runs on
+// frames 0..3 (the click in frame `frame`).
+class SbrTransient : public ::testing::TestWithParam<int> {};
+
+TEST_P(SbrTransient, FindsClickAtKnownSlot)
+{
+    const int t = GetParam();
+    auto in = noise(64 * 32 * 4, 5, 30.0f);
+    in[t] = 20000.0f;
+    Rows r(in);
+    SbrTransientState st{};
+    const int expected = (t + 320) / 64;  // analysis slot holding t + 320
+    const int frameOf = expected / 32;
+    int pos = -2, cls = -1;
+    zamsDetectTransient_SBR_32f(r.rows.data(), &pos, &cls, 32, 0, 64, 8.0f, &st);  // onset of the noise
+    st.prevFrameClass = ZAM_SBR_FIXFIX;
+    for (int f = 1; f < 4; ++f) {
+        ASSERT_EQ(zamsDetectTransient_SBR_32f(r.rows.data() + 32 * f, &pos, &cls, 32, 0, 64, 8.0f, &st), zamStsOk);
+        std::printf("click %d: frame %d pos %d class %d (expected slot %d)\n", t, f, pos, cls, expected % 32);
+        if (f == frameOf) {
+            EXPECT_GE(pos, expected % 32 - 2);
+            EXPECT_LE(pos, expected % 32);
+            EXPECT_EQ(cls, ZAM_SBR_FIXVAR);
+        } else {
+            EXPECT_EQ(pos, -1);
+            EXPECT_EQ(cls, f == frameOf + 1 ? ZAM_SBR_VARFIX : ZAM_SBR_FIXFIX);
+        }
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Positions, SbrTransient, ::testing::Values(2500, 3000, 3333, 4000, 4700, 5600));
+
+TEST(SbrTransient, ChecksInOrder)
+{
+    const auto in = noise(64 * 4, 1, 100.0f);
+    Rows r(in);
+    SbrTransientState st{}, before{};
+    int pos = 7, cls = 7;
+    const float* nullRows[4] = {r.rows[0], nullptr, r.rows[2], r.rows[3]};
+    EXPECT_EQ(zamsDetectTransient_SBR_32f(r.rows.data(), &pos, &cls, 4, 0, 64, 8.0f, nullptr), zamStsNullPtr);
+    EXPECT_EQ(zamsDetectTransient_SBR_32f(r.rows.data(), &pos, &cls, 4, 10, 55, 8.0f, &st), zamStsSize);
+    EXPECT_EQ(zamsDetectTransient_SBR_32f(r.rows.data(), &pos, &cls, 65, 0, 64, 0.0f, &st), zamStsSize);
+    EXPECT_EQ(zamsDetectTransient_SBR_32f(nullRows, &pos, &cls, 4, 0, 64, 0.0f, &st), zamStsBadArg);
+    EXPECT_EQ(zamsDetectTransient_SBR_32f(nullRows, &pos, &cls, 4, 0, 64, 8.0f, &st), zamStsNullPtr);
+    EXPECT_EQ(pos + cls, 14);
+    EXPECT_EQ(std::memcmp(&st, &before, sizeof st), 0);
+}
+
+}  // namespace
+
+namespace {
+
+TEST(SbrTnr, TonesHighNoiseNearZero)
+{
+    const int slots = 40;
+    std::vector<float> tone(64 * slots);
+    for (size_t i = 0; i < tone.size(); ++i) tone[i] = 10000.0f * std::sin(kPi * (10.5 / 64) * i);  // band 10 centre
+    Rows t(tone), w(noise(64 * slots, 11, 10000.0f));
+    float tnr[64];
+    ASSERT_EQ(zamsEstimateTNR_SBR_32f(t.rows.data() + 8, tnr, 32, 10, 1), zamStsOk);
+    std::printf("tone TNR %.1f dB\n", tnr[0]);
+    EXPECT_GT(tnr[0], 40.0f);
+    ASSERT_EQ(zamsEstimateTNR_SBR_32f(w.rows.data() + 8, tnr, 32, 0, 64), zamStsOk);
+    double mean = 0, worst = 0;
+    for (float v : tnr) mean += v / 64, worst = std::max(worst, double(v));
+    std::printf("noise TNR mean %.2f dB, max %.2f dB\n", mean, worst);
+    EXPECT_NEAR(mean, 3.0, 1.0);  // the band signals are twice oversampled
+    EXPECT_LT(worst, 7.0);
+    // Checks in order; nothing written on failure.
+    auto canary = zamtest::canaryVector<float>(64);
+    std::vector<const float*> holes(t.rows.begin(), t.rows.begin() + 4);
+    holes[3] = nullptr;
+    EXPECT_EQ(zamsEstimateTNR_SBR_32f(t.rows.data(), nullptr, 3, 0, 64), zamStsNullPtr);
+    EXPECT_EQ(zamsEstimateTNR_SBR_32f(holes.data(), canary.data(), 2, 0, 64), zamStsSize);
+    EXPECT_EQ(zamsEstimateTNR_SBR_32f(holes.data(), canary.data(), 4, 1, 64), zamStsSize);
+    EXPECT_EQ(zamsEstimateTNR_SBR_32f(holes.data(), canary.data(), 4, 0, 64), zamStsNullPtr);
+    EXPECT_TRUE(zamtest::untouched(canary));
 }
 
 }  // namespace
