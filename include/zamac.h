@@ -2704,7 +2704,7 @@ ZamStatus zamsDetectTransient_SBR_32f(const float* const* ppSrc, int* pPos, int*
  * second-order linear predictor of each band's slot sequence x(n),
  *   pDst[i] = 10 log10( sum_n |x(n)|^2 / min_{a1,a2} sum_n |x(n) + a1 x(n-1) + a2 x(n-2)|^2 ),
  * n = 2 .. numSlots-1, band k = startBand + i (covariance method, solved in double;
- * first order when the 2x2 system is singular). In dB: near 0 for noise, large for
+ * first order when the 2x2 system is singular). In dB: a few dB for noise, large for
  * tones (capped at 120 dB), 0 for a silent band. Measured over 32 slots: a
  * steady tone at a band centre 98.9 dB; white noise 3.1 dB on average over the
  * 64 bands (at most 5.5 dB), not 0: a complex QMF band signal is sampled at twice
