@@ -156,7 +156,7 @@ ZAM_API ZamStatus zamsAnalysisFilterEncInitAlloc_SBR_32f(SbrEncAnalysisSpec_32f*
     *ppSpec = reinterpret_cast<SbrEncAnalysisSpec_32f*>(mem);
     const int initBytes = fftInitBytes();
     auto* initBuf = static_cast<uint8_t*>(allocBytes(initBytes));
-    if (initBytes > 0 && !initBuf) return zamStsMemAlloc;  // the spec is kept, as the house rule says
+    if (initBytes > 0 && !initBuf) return zamStsMemAlloc;  // the object already placed is kept, as InitAlloc's rule says
     place(mem, initBuf, kOwnedByLibrary);
     if (initBuf) release(initBuf);
     return zamStsOk;

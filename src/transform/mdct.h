@@ -47,7 +47,7 @@ inline float twCos(const float* t, int n, int j)
 // scalar twins run the same steps without vector kernels.
 void mdctFwdCore(const float* src, float* dst, const MdctSpec32f* s, float* work, Kernels k);
 void mdctInvCore(const float* src, float* dst, const MdctSpec32f* s, float* work, Kernels k);
-// `count` transforms of length 12 or 36 (direction by the spec's tag): transform b
+// `count` transforms of length 12 or 36 (direction by the object's tag): transform b
 // reads src + b*srcStride and writes dst + b*dstStride (src and dst must not
 // overlap). Eight at a time run in the lanes of 256-bit vectors with exactly the
 // operations of the one-transform kernel, so the results are bit-identical to
