@@ -1,9 +1,10 @@
 // Streams made here by Debian's lame and ffmpeg (every sampling rate from 8 to
 // 48 kHz, MPEG-1, 2 and 2.5, mono, stereo, joint, forced M/S, dual channel, CBR and
 // VBR, CRC-protected; the test signal's clicks force short blocks) decoded by zamac-decode and
-// compared with mpg123's and ffmpeg's decodes of the same files. Those two remove
-// the encoder delay that the LAME tag announces and zamac-decode does not, so the
-// outputs are aligned first; then PSNR >= 96 dB over the common part, and >= 105 dB
+// compared with mpg123's and ffmpeg's decodes of the same files. All three remove
+// the delay and padding that the LAME tag announces; the outputs are still aligned
+// first (a stream without the tag keeps its delay); then PSNR >= 96 dB over the
+// common part, and >= 105 dB
 // for zamac-decode --fixed against mpg123.
 #include <gtest/gtest.h>
 
