@@ -2034,6 +2034,8 @@ typedef struct Mp3PsychoacousticState {
     int64_t opaque[24576];
 } Mp3PsychoacousticState;
 
+/* Psychoacoustic model 2 for one granule, as described above: fills *pDstInfo and
+ * moves the caller-held state *pState on by one granule. */
 ZamStatus zamsPsychoacousticModelTwo_MP3_16s(const int16_t* pSrc, Mp3PsychoacousticInfo* pDstInfo, int mode,
                                              const Mp3FrameHeader* pFrameHeader, Mp3PsychoacousticState* pState);
 
@@ -2557,6 +2559,8 @@ typedef struct SbrSynthesisSpecLP_32s SbrSynthesisSpecLP_32s;                 /*
 typedef struct SbrSynthesisDownSpecHQ_32sc32s SbrSynthesisDownSpecHQ_32sc32s; /* tag "eAMC" */
 typedef struct SbrSynthesisDownSpecLP_32s SbrSynthesisDownSpecLP_32s;         /* tag "fAMC" */
 
+/* Integer analysis: the two GetSize names are one function; objects, formats and
+ * checks as described above. */
 ZamStatus zamsAnalysisFilterGetSize_SBRHQ_32s32sc(int* pSize);
 ZamStatus zamsAnalysisFilterGetSize_SBRLP_32s(int* pSize);
 ZamStatus zamsAnalysisFilterInit_SBRHQ_32s32sc(SbrAnalysisSpecHQ_32s32sc** ppSpec, uint8_t* pMem);
@@ -2666,6 +2670,7 @@ ZamStatus zamsPredictOneCoef_SBRLP_32s_D2L(const int32_t* const* ppSrc, int32_t*
  * -> zamStsNullPtr; wrong tag -> zamStsContextMismatch. */
 typedef struct SbrEncAnalysisSpec_32f SbrEncAnalysisSpec_32f; /* tag "jAMC" */
 
+/* GetSize, Init, InitAlloc and Free of the encoder analysis object, as described above. */
 ZamStatus zamsAnalysisFilterEncGetSize_SBR_32f(int* pSpecSize, int* pInitBufSize);
 ZamStatus zamsAnalysisFilterEncInit_SBR_32f(SbrEncAnalysisSpec_32f** ppSpec, uint8_t* pMem, uint8_t* pInitBuf);
 ZamStatus zamsAnalysisFilterEncInitAlloc_SBR_32f(SbrEncAnalysisSpec_32f** ppSpec);
@@ -2718,6 +2723,8 @@ typedef struct SbrTransientState {
     int32_t numHistory;      /* slots of prevEnergy that are valid (0..4) */
 } SbrTransientState;
 
+/* Transient detection of one frame, as described above; *pState carries the
+ * statistics from one frame to the next. */
 ZamStatus zamsDetectTransient_SBR_32f(const float* const* ppSrc, int* pPos, int* pFrameClass, int numSlots,
                                       int startBand, int numBands, float thresholdDb, SbrTransientState* pState);
 
