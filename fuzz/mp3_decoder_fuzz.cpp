@@ -10,6 +10,7 @@
 
 #include "../tools/zamac-decode/mp3_decoder.c"
 #include "../tools/zamac-decode/mp3_layer3.c"
+#include "../tools/zamac-decode/mp3_layer3_fixed.c"
 #include "../tools/zamac-decode/mp3_tables.c"
 
 namespace {
