@@ -35,7 +35,12 @@ static void mp3_info(FILE* out, const uint8_t* data, const InputFormat* f, const
 {
     MpegHeader first, h;
     size_t pos = f->audioStart;
+    memset(&first, 0, sizeof first);
     size_t length = mpeg_frame_length(data + pos, f->audioEnd - pos, &first);
+    if (length == 0 || first.sampleRate <= 0) {
+        fprintf(out, "  format     MPEG audio, no complete frame at the start of the audio\n");
+        return;
+    }
     long frames = 0;
     unsigned long long bytes = 0;
     int vbr = 0, modes = 0;
@@ -52,7 +57,7 @@ static void mp3_info(FILE* out, const uint8_t* data, const InputFormat* f, const
         pos += length;
     }
     fprintf(out, "  format     MPEG-%s Layer III, %d Hz, %s%s\n",
-            first.version == 3 ? "1" : first.version == 2 ? "2" : "2.5", first.sampleRate, kModes[first.mode],
+            first.version == 3 ? "1" : first.version == 2 ? "2" : "2.5", first.sampleRate, kModes[first.mode & 3],
             (modes & ~(1 << first.mode)) ? " (mode changes)" : "");
     const double seconds = (double)s->frames * first.samples / first.sampleRate;
     if (first.freeFormat) fprintf(out, "  bit rate   free format\n");
