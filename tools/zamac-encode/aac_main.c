@@ -16,6 +16,7 @@
 #include <time.h>
 
 #include "aac_api.h"
+#include "encoder.h"
 #include "tool_cli.h"
 #include "tool_output.h"
 #include "tool_wav.h"
@@ -109,31 +110,16 @@ int aac_main(int argc, char** argv)
     int opt;
     optind = 1;
     while ((opt = getopt_long(argc, argv, "b:V:h", longOptions, NULL)) != -1) {
-        char* end = NULL;
         switch (opt) {
         case 'b':
-            kbps = (int)strtol(optarg, &end, 10);
-            if (*end || kbps <= 0) {
-                tool_error("-b: not a bit rate: %s", optarg);
-                return TOOL_EXIT_USAGE;
-            }
+            if (option_kbps(optarg, &kbps) != 0) return TOOL_EXIT_USAGE;
             break;
         case 'V':
-            vbr = (int)strtol(optarg, &end, 10);
-            if (*end || vbr < 0 || vbr > 9) {
-                tool_error("-V: quality is 0..9: %s", optarg);
-                return TOOL_EXIT_USAGE;
-            }
+            if (option_quality(optarg, &vbr) != 0) return TOOL_EXIT_USAGE;
             break;
-        case OPT_LOWPASS: {
-            const double khz = strtod(optarg, &end);
-            if (*end || khz <= 0.0) {
-                tool_error("--lowpass: not a frequency in kHz: %s", optarg);
-                return TOOL_EXIT_USAGE;
-            }
-            cfg.bandwidth = (int)(khz * 1000.0);
+        case OPT_LOWPASS:
+            if (option_lowpass_hz(optarg, &cfg.bandwidth) != 0) return TOOL_EXIT_USAGE;
             break;
-        }
         case OPT_AAC: break;
         case OPT_NO_MS: cfg.noMidSide = 1; break;
         case OPT_NO_IS: cfg.noIntensity = 1; break;

@@ -25,6 +25,11 @@ typedef struct {
     size_t size, capacity;
 } ByteBuffer;
 
+/* The rate options of both encoders (options.c): 0, or -1 after an error message. */
+int option_kbps(const char* arg, int* kbps);
+int option_quality(const char* arg, int* quality);
+int option_lowpass_hz(const char* arg, int* hz);
+
 int bytes_reserve(ByteBuffer* b, size_t extra);
 int bytes_append(ByteBuffer* b, const void* data, size_t n);
 

@@ -100,21 +100,12 @@ int main(int argc, char** argv)
                                                 {NULL, 0, NULL, 0}};
     int opt;
     while ((opt = getopt_long(argc, argv, "b:V:m:th", longOptions, NULL)) != -1) {
-        char* end = NULL;
         switch (opt) {
         case 'b':
-            set.bitrate = (int)strtol(optarg, &end, 10);
-            if (*end || set.bitrate <= 0) {
-                tool_error("-b: not a bit rate: %s", optarg);
-                return TOOL_EXIT_USAGE;
-            }
+            if (option_kbps(optarg, &set.bitrate) != 0) return TOOL_EXIT_USAGE;
             break;
         case 'V':
-            set.vbrQuality = (int)strtol(optarg, &end, 10);
-            if (*end || set.vbrQuality < 0 || set.vbrQuality > 9) {
-                tool_error("-V: quality is 0..9: %s", optarg);
-                return TOOL_EXIT_USAGE;
-            }
+            if (option_quality(optarg, &set.vbrQuality) != 0) return TOOL_EXIT_USAGE;
             break;
         case 'm':
             if (!strcmp(optarg, "j")) set.mode = CHANNELS_JOINT;
@@ -125,15 +116,9 @@ int main(int argc, char** argv)
                 return TOOL_EXIT_USAGE;
             }
             break;
-        case OPT_LOWPASS: {
-            const double khz = strtod(optarg, &end);
-            if (*end || khz <= 0.0) {
-                tool_error("--lowpass: not a frequency in kHz: %s", optarg);
-                return TOOL_EXIT_USAGE;
-            }
-            set.lowpassHz = (int)(khz * 1000.0);
+        case OPT_LOWPASS:
+            if (option_lowpass_hz(optarg, &set.lowpassHz) != 0) return TOOL_EXIT_USAGE;
             break;
-        }
         case 't': set.writeTag = 0; break;
         case OPT_QUIET: quiet = 1; break;
         case OPT_VERSION: tool_print_version(stdout); return TOOL_EXIT_OK;
