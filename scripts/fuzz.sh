@@ -8,6 +8,8 @@
 #   scripts/fuzz.sh 600 aac_        only the targets whose name contains "aac_"
 #
 # A machine shared with others: nice -n 19 scripts/fuzz.sh 600.
+# FUZZ_JOBS=N runs N targets at a time (default 1); a filter that ends in "$" must
+# match the end of the name (scripts/fuzz.sh 600 'mp3_decoder$').
 # At the end a table gives, per target, the executions, the coverage (libFuzzer's
 # "cov" edges and "ft" features), the corpus size and the findings; crashing inputs
 # are saved in build/fuzz/findings/<target>/. The exit status is 1 when anything
@@ -20,22 +22,23 @@ CC=clang CXX=clang++ cmake -S . -B build/fuzz -DCMAKE_BUILD_TYPE=RelWithDebInfo 
     -DZAMAC_FUZZ=ON -DZAMAC_TESTS=OFF >/dev/null
 cmake --build build/fuzz -j"$(nproc)" >/dev/null
 shopt -s nullglob
-table=()
 found=0
-for bin in build/fuzz/fuzz/fuzz_*; do
+jobs=${FUZZ_JOBS:-1}
+run_target() {
+  local bin=$1 name target corpus findings log row status=0
   name=$(basename "$bin")
   target=${name#fuzz_}
-  [ -n "$filter" ] && [[ "$name" != *"$filter"* ]] && continue
   corpus=build/fuzz/corpus/$target
   findings=build/fuzz/findings/$target
   log=build/fuzz/logs/$target.log
+  row=build/fuzz/logs/$target.row
   mkdir -p "$corpus" "$findings" "$(dirname "$log")"
-  seeds=()
+  local seeds=()
   [ -d "fuzz/seeds/$target" ] && seeds=("fuzz/seeds/$target")
   echo "== $target (${seconds}s)"
-  status=0
   "$bin" -max_total_time="$seconds" -print_final_stats=1 -artifact_prefix="$findings/" \
       -timeout=10 -rss_limit_mb=2048 "$corpus" "${seeds[@]}" >"$log" 2>&1 || status=$?
+  local execs last cov ft corp n
   execs=$(sed -n 's/^stat::number_of_executed_units: *//p' "$log" | tail -n 1)
   last=$(grep -E '^#[0-9]+' "$log" | tail -n 1 || true)
   cov=$(sed -n 's/.* cov: \([0-9]*\).*/\1/p' <<<"$last")
@@ -43,12 +46,32 @@ for bin in build/fuzz/fuzz/fuzz_*; do
   corp=$(sed -n 's/.* corp: \([0-9]*\/[0-9a-zA-Z]*\).*/\1/p' <<<"$last")
   n=$(ls "$findings" | wc -l)
   if [ "$status" -ne 0 ] || [ "$n" -ne 0 ]; then
-    found=1
+    echo "!! $target:"
     grep -E 'ERROR|runtime error|SUMMARY' "$log" | head -n 5 || true
   fi
-  table+=("$(printf '%-22s %12s %7s %7s %12s %s' "$target" "${execs:-?}" "${cov:-?}" "${ft:-?}" "${corp:-?}" "$n")")
-  tail -n 1 <<<"$last"
+  printf '%-22s %12s %7s %7s %12s %s\n' "$target" "${execs:-?}" "${cov:-?}" "${ft:-?}" \
+      "${corp:-?}" "$n" >"$row"
+}
+targets=()
+for bin in build/fuzz/fuzz/fuzz_*; do
+  name=$(basename "$bin")
+  if [ -n "$filter" ]; then
+    if [[ "$filter" == *'$' ]]; then
+      [[ "$name" == *"${filter%$}" ]] || continue
+    else
+      [[ "$name" == *"$filter"* ]] || continue
+    fi
+  fi
+  targets+=("$bin")
+  rm -f "build/fuzz/logs/${name#fuzz_}.row"
+  while [ "$(jobs -rp | wc -l)" -ge "$jobs" ]; do wait -n || true; done
+  run_target "$bin" &
 done
+wait
 printf '\n%-22s %12s %7s %7s %12s %s\n' target executions cov ft corpus findings
-printf '%s\n' "${table[@]}"
+for bin in "${targets[@]}"; do
+  row=build/fuzz/logs/$(basename "$bin" | sed 's/^fuzz_//').row
+  cat "$row"
+  [ "$(awk '{print $NF}' "$row")" = 0 ] || found=1
+done
 exit $found

@@ -28,6 +28,6 @@ ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \
   ctest --test-dir build/sanitize -j"$jobs" --output-on-failure
 
 phase "fuzz targets"
-./scripts/fuzz.sh "${ZAMAC_FUZZ_SECONDS:-4}"
+FUZZ_JOBS=${FUZZ_JOBS:-$(nproc)} ./scripts/fuzz.sh "${ZAMAC_FUZZ_SECONDS:-4}"
 phase "done"
 echo "all tests passed (release and sanitizer builds, short fuzz runs)"
