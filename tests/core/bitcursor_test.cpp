@@ -19,16 +19,6 @@ struct alignas(16) Bytes {
 
 // ------------------------------------------------------------------ reading
 
-TEST(ReadField, ThreeBitsAtOffsetSixCrossTheByte)
-{
-    const uint8_t data[] = {0b10110110, 0b10000000, 0, 0, 0};
-    const uint8_t* p = data;
-    int off = 6;
-    EXPECT_EQ(readField(p, off, 3), 0b101u);  // "10" from byte 0, "1" from byte 1
-    EXPECT_EQ(p, data + 1);
-    EXPECT_EQ(off, 1);
-}
-
 struct ReadCase {
     int offset, n;
     uint32_t expected;
@@ -82,93 +72,41 @@ TEST(AlignToByte, OnlyMovesInsideAByte)
 
 // ------------------------------------------------------------------ writing
 
-TEST(WriteField, TwelveBitsAtOffsetZeroOverwriteTwoBytes)
-{
-    uint8_t data[3] = {0xFF, 0xFF, 0xFF};
-    uint8_t* p = data;
-    int off = 0;
-    writeField(p, off, 0xABC, 12);
-    EXPECT_EQ(data[0], 0xAB);
-    EXPECT_EQ(data[1], 0xC0);  // last four bits on top, zeros below
-    EXPECT_EQ(data[2], 0xFF);
-    EXPECT_EQ(p, data + 1);
-    EXPECT_EQ(off, 4);
-}
+// One field written into a buffer of exactly the given bytes (on the heap, so that
+// the sanitizer build catches any touch beyond): the bytes after, and the cursor.
+struct WriteCase {
+    const char* what;
+    std::vector<uint8_t> before;
+    int startByte, startOffset;
+    uint32_t value;
+    int n;
+    std::vector<uint8_t> after;
+    int endByte, endOffset;
+};
 
-TEST(WriteField, ZeroBitsChangeNothing)
-{
-    uint8_t data[2] = {0x5A, 0x5A};
-    uint8_t* p = data;
-    int off = 3;
-    writeField(p, off, 0xFFFFFFFF, 0);
-    EXPECT_EQ(data[0], 0x5A);
-    EXPECT_EQ(p, data);
-    EXPECT_EQ(off, 3);
-}
+const WriteCase kWriteCases[] = {
+    {"twelve bits at offset 0: zeros below the last four", {0xFF, 0xFF, 0xFF}, 0, 0, 0xABC, 12, {0xAB, 0xC0, 0xFF}, 1, 4},
+    {"zero bits change nothing", {0x5A, 0x5A}, 0, 3, 0xFFFFFFFF, 0, {0x5A, 0x5A}, 0, 3},
+    {"inside a byte at offset 0: the bits after are cleared", {0xFF}, 0, 0, 0b101, 3, {0b10100000}, 0, 3},
+    {"inside a byte elsewhere: or-ed in", {0b10100000}, 0, 3, 0b11, 2, {0b10111000}, 0, 5},
+    {"started mid-byte: the leading bits stay", {0b11000000, 0xEE, 0xEE}, 0, 2, 0x3FF, 10, {0xFF, 0xF0, 0xEE}, 1, 4},
+    {"ending on a byte boundary leaves the next byte", {0, 0x77, 0x77}, 0, 4, 0x9, 4, {0x09, 0x77, 0x77}, 1, 0},
+    {"sixteen bits from a byte start", {0x09, 0x77, 0x77}, 1, 0, 0x1234, 16, {0x09, 0x12, 0x34}, 3, 0},
+    {"a field may end at the end of the buffer", {0xEE, 0xEE}, 0, 0, 0xBEEF, 16, {0xBE, 0xEF}, 2, 0},
+    {"thirty-two bits write zeros", {0xFF, 0xFF, 0xFF, 0xFF, 0xFF}, 0, 0, 0xFFFFFFFF, 32, {0, 0, 0, 0, 0xFF}, 4, 0},
+};
 
-TEST(WriteField, InsideOneByteOverwritesAtOffsetZeroAndOrsElsewhere)
+TEST(WriteField, HandWorkedBytesAndCursor)
 {
-    uint8_t data[1] = {0xFF};
-    uint8_t* p = data;
-    int off = 0;
-    writeField(p, off, 0b101, 3);
-    EXPECT_EQ(data[0], 0b10100000);  // bits after the field are cleared
-    writeField(p, off, 0b11, 2);
-    EXPECT_EQ(data[0], 0b10111000);
-    EXPECT_EQ(off, 5);
-}
-
-TEST(WriteField, FirstByteKeepsItsLeadingBitsWhenStartedMidByte)
-{
-    uint8_t data[3] = {0b11000000, 0xEE, 0xEE};
-    uint8_t* p = data;
-    int off = 2;
-    writeField(p, off, 0x3FF, 10);  // six ones finish byte 0, four ones start byte 1
-    EXPECT_EQ(data[0], 0xFF);
-    EXPECT_EQ(data[1], 0xF0);
-    EXPECT_EQ(data[2], 0xEE);
-    EXPECT_EQ(p, data + 1);
-    EXPECT_EQ(off, 4);
-}
-
-TEST(WriteField, EndingOnAByteBoundaryLeavesTheNextByteAlone)
-{
-    uint8_t data[3] = {0, 0x77, 0x77};
-    uint8_t* p = data;
-    int off = 4;
-    writeField(p, off, 0x9, 4);
-    EXPECT_EQ(data[0], 0x09);
-    EXPECT_EQ(data[1], 0x77);
-    EXPECT_EQ(p, data + 1);
-    EXPECT_EQ(off, 0);
-    writeField(p, off, 0x1234, 16);
-    EXPECT_EQ(data[1], 0x12);
-    EXPECT_EQ(data[2], 0x34);
-}
-
-TEST(WriteField, AFieldMayEndAtTheEndOfTheBuffer)
-{
-    // Exactly two bytes on the heap: the sanitizer build catches any touch beyond.
-    std::vector<uint8_t> out(2, 0xEE);
-    uint8_t* p = out.data();
-    int off = 0;
-    writeField(p, off, 0xBEEF, 16);
-    EXPECT_EQ(out[0], 0xBE);
-    EXPECT_EQ(out[1], 0xEF);
-    EXPECT_EQ(p, out.data() + 2);
-    EXPECT_EQ(off, 0);
-}
-
-TEST(WriteField, ThirtyTwoBitsWriteZeros)
-{
-    uint8_t data[5] = {0xFF, 0xFF, 0xFF, 0xFF, 0xFF};
-    uint8_t* p = data;
-    int off = 0;
-    writeField(p, off, 0xFFFFFFFF, 32);
-    EXPECT_EQ(p, data + 4);
-    EXPECT_EQ(off, 0);
-    for (int i = 0; i < 4; ++i) EXPECT_EQ(data[i], 0);
-    EXPECT_EQ(data[4], 0xFF);
+    for (const WriteCase& c : kWriteCases) {
+        std::vector<uint8_t> data = c.before;
+        uint8_t* p = data.data() + c.startByte;
+        int off = c.startOffset;
+        writeField(p, off, c.value, c.n);
+        EXPECT_EQ(data, c.after) << c.what;
+        EXPECT_EQ(p - data.data(), c.endByte) << c.what;
+        EXPECT_EQ(off, c.endOffset) << c.what;
+    }
 }
 
 TEST(WriteField, RandomFieldsReadBackThroughTheReader)
@@ -205,57 +143,40 @@ TEST(VlcPeek, WithinAndAcrossTheAlignedWord)
     EXPECT_EQ(vlcPeek(d.b.data(), 0, 32), 0x12345678u);
 }
 
-TEST(VlcWriteCode, ThreeBitCodeAtWordStartFillsOnes)
-{
-    Bytes d;
-    uint8_t* p = d.b.data();
-    int off = 0;
-    vlcWriteCode(p, off, 0b010, 3);
-    EXPECT_EQ(loadBE32(d.b.data()), 0x5FFFFFFFu);  // 010 then 29 ones
-    EXPECT_EQ(p, d.b.data());
-    EXPECT_EQ(off, 3);
-}
+// A code written into two aligned words: the rest of the cursor's word is filled
+// with ones; a spill takes the next word's old bytes as a little-endian value.
+struct CodeCase {
+    const char* what;
+    std::array<uint8_t, 8> before;
+    int startByte, startOffset;
+    uint32_t code;
+    int n;
+    std::array<uint8_t, 8> after;
+    int endByte, endOffset;
+};
 
-TEST(VlcWriteCode, KeepsTheBitsBeforeTheCursor)
-{
-    Bytes d;
-    storeBE32(d.b.data(), 0xABCD0000u);
-    uint8_t* p = d.b.data() + 2;
-    int off = 0;
-    vlcWriteCode(p, off, 0x5, 4);
-    EXPECT_EQ(loadBE32(d.b.data()), 0xABCD5FFFu);
-    EXPECT_EQ(p, d.b.data() + 2);
-    EXPECT_EQ(off, 4);
-}
+const CodeCase kCodeCases[] = {
+    {"three bits at the word start", {}, 0, 0, 0b010, 3, {0x5F, 0xFF, 0xFF, 0xFF}, 0, 3},
+    {"the bits before the cursor stay", {0xAB, 0xCD}, 2, 0, 0x5, 4, {0xAB, 0xCD, 0x5F, 0xFF}, 2, 4},
+    {"ending on the word end moves to the next word", {0, 0, 0, 0, 0x11, 0x22, 0x33, 0x44}, 3, 0, 0xA5, 8,
+     {0, 0, 0, 0xA5, 0x11, 0x22, 0x33, 0x44}, 4, 0},
+    // 1011 ends word 0; word 1 is 01 on top of the low 30 bits of 0x44332211.
+    {"a spill into the next word", {0xFF, 0xFF, 0xFF, 0x00, 0x11, 0x22, 0x33, 0x44}, 3, 4, 0b101101, 6,
+     {0xFF, 0xFF, 0xFF, 0x0B, 0x44, 0x33, 0x22, 0x11}, 4, 2},
+};
 
-TEST(VlcWriteCode, EndingOnTheWordEndMovesToTheNextWord)
+TEST(VlcWriteCode, HandWorkedWordsAndCursor)
 {
-    Bytes d;
-    storeBE32(d.b.data() + 4, 0x11223344u);
-    uint8_t* p = d.b.data() + 3;
-    int off = 0;
-    vlcWriteCode(p, off, 0xA5, 8);
-    EXPECT_EQ(loadBE32(d.b.data()), 0x000000A5u);
-    EXPECT_EQ(loadBE32(d.b.data() + 4), 0x11223344u);
-    EXPECT_EQ(p, d.b.data() + 4);
-    EXPECT_EQ(off, 0);
-}
-
-TEST(VlcWriteCode, SpillIntoTheNextWordTakesItsOldBytesLittleEndian)
-{
-    Bytes d;
-    storeBE32(d.b.data(), 0xFFFFFF00u);
-    // Next word's bytes 0x11 0x22 0x33 0x44: little-endian value 0x44332211.
-    const uint8_t next[] = {0x11, 0x22, 0x33, 0x44};
-    std::copy(next, next + 4, d.b.data() + 4);
-    uint8_t* p = d.b.data() + 3;
-    int off = 4;
-    vlcWriteCode(p, off, 0b101101, 6);  // 4 bits fit, 2 spill
-    EXPECT_EQ(loadBE32(d.b.data()), 0xFFFFFF0Bu);  // kept 28 bits then 1011
-    // Top 2 bits: 01; below: 0x44332211 masked to its low 30 bits.
-    EXPECT_EQ(loadBE32(d.b.data() + 4), (0b01u << 30) | (0x44332211u & 0x3FFFFFFFu));
-    EXPECT_EQ(p, d.b.data() + 4);
-    EXPECT_EQ(off, 2);
+    for (const CodeCase& c : kCodeCases) {
+        Bytes d;
+        std::copy(c.before.begin(), c.before.end(), d.b.begin());
+        uint8_t* p = d.b.data() + c.startByte;
+        int off = c.startOffset;
+        vlcWriteCode(p, off, c.code, c.n);
+        EXPECT_TRUE(std::equal(c.after.begin(), c.after.end(), d.b.begin())) << c.what;
+        EXPECT_EQ(p - d.b.data(), c.endByte) << c.what;
+        EXPECT_EQ(off, c.endOffset) << c.what;
+    }
 }
 
 TEST(VlcWriteCode, CodesReadBackThroughPeek)

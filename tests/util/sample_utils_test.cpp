@@ -34,16 +34,6 @@ std::vector<float> randomFloats(size_t n, float lo, float hi)
 
 // ------------------------------------------------------------- interleaving
 
-TEST(Interleave, ThreeChannelsTwoSamplesOrder)
-{
-    const int16_t c0[] = {1, 2}, c1[] = {3, 4}, c2[] = {5, 6};
-    const int16_t* src[] = {c0, c1, c2};
-    int16_t dst[6];
-    ASSERT_GE(zamsInterleave_16s(src, 3, 2, dst), 0);
-    const int16_t expected[] = {1, 3, 5, 2, 4, 6};
-    EXPECT_TRUE(std::equal(dst, dst + 6, expected));
-}
-
 class InterleaveRoundTrip : public ::testing::TestWithParam<std::tuple<int, int>> {};
 
 TEST_P(InterleaveRoundTrip, BothTypesRestoreTheChannels)
@@ -85,34 +75,6 @@ TEST_P(InterleaveRoundTrip, BothTypesRestoreTheChannels)
 
 INSTANTIATE_TEST_SUITE_P(Shapes, InterleaveRoundTrip,
                          ::testing::Combine(::testing::Values(1, 2, 3, 6), ::testing::Values(1, 7, 16, 33, 1000)));
-
-TEST(Interleave, CheckOrderAndNothingWritten)
-{
-    int16_t a[4] = {}, b[4] = {};
-    const int16_t* src[] = {a, b};
-    const int16_t* withNull[] = {a, nullptr};
-    auto dst = canaryVector<int16_t>(8);
-    EXPECT_EQ(zamsInterleave_16s(nullptr, 2, 4, dst.data()), zamStsNullPtr);
-    EXPECT_EQ(zamsInterleave_16s(src, 2, 4, nullptr), zamStsNullPtr);
-    EXPECT_EQ(zamsInterleave_16s(nullptr, 0, 0, nullptr), zamStsNullPtr);  // pointers before counts
-    EXPECT_EQ(zamsInterleave_16s(src, 0, 0, dst.data()), zamStsNumChannels);  // channels before length
-    EXPECT_EQ(zamsInterleave_16s(src, 2, 0, dst.data()), zamStsSize);
-    EXPECT_EQ(zamsInterleave_16s(withNull, 2, 0, dst.data()), zamStsSize);  // channel pointers after counts
-    EXPECT_EQ(zamsInterleave_16s(withNull, 2, 4, dst.data()), zamStsNullPtr);
-    EXPECT_TRUE(untouched(dst));
-}
-
-TEST(Deinterleave, NullChannelPointerWritesNothing)
-{
-    std::vector<float> src(12, 1.0f);
-    auto c0 = canaryVector<float>(4), c2 = canaryVector<float>(4);
-    float* dst[] = {c0.data(), nullptr, c2.data()};
-    EXPECT_EQ(zamsDeinterleave_32f(src.data(), 3, 4, dst), zamStsNullPtr);
-    EXPECT_TRUE(untouched(c0));
-    EXPECT_TRUE(untouched(c2));
-    EXPECT_EQ(zamsDeinterleave_32f(src.data(), -1, 4, dst), zamStsNumChannels);
-    EXPECT_EQ(zamsDeinterleave_32f(nullptr, 3, 4, dst), zamStsNullPtr);
-}
 
 TEST(Interleave, MisalignedPointersGiveTheWarningAndTheSameResult)
 {
@@ -175,23 +137,6 @@ TEST_P(JoinValues, ClampsAndRoundsHalfToEvenInEveryCallerMode)
 INSTANTIATE_TEST_SUITE_P(RoundingModes, JoinValues,
                          ::testing::Values(FE_TONEAREST, FE_DOWNWARD, FE_UPWARD, FE_TOWARDZERO));
 
-TEST(Join, CheckOrderUsesBadArgForCounts)
-{
-    float a[2] = {};
-    const float* src[] = {a, nullptr};
-    auto dst = canaryVector<int16_t>(4);
-    EXPECT_EQ(zamsJoin_32f16s_D2L(src, 1, 2, nullptr), zamStsNullPtr);
-    EXPECT_EQ(zamsJoin_32f16s_D2L(nullptr, 0, 2, dst.data()), zamStsBadArg);  // counts before the source
-    EXPECT_EQ(zamsJoin_32f16s_D2L(src, 1, 0, dst.data()), zamStsBadArg);
-    EXPECT_EQ(zamsJoin_32f16s_D2L(nullptr, 1, 2, dst.data()), zamStsNullPtr);
-    EXPECT_EQ(zamsJoin_32f16s_D2L(src, 2, 2, dst.data()), zamStsNullPtr);
-    EXPECT_TRUE(untouched(dst));
-    // Interleave reports the same empty length as a size error.
-    const int16_t* s16[] = {nullptr};
-    int16_t d16[1];
-    EXPECT_EQ(zamsInterleave_16s(s16, 1, 0, d16), zamStsSize);
-}
-
 TEST(Join, NaNBecomesTheLowerLimit)
 {
     const float nan = std::nanf("");
@@ -203,33 +148,17 @@ TEST(Join, NaNBecomesTheLowerLimit)
 
 // ------------------------------------------------------------------ makeFloat
 
-TEST(MakeFloat, WorkedValues)
-{
-    const int16_t mant[] = {16384, 16384, -32768, 1, 0, 12345};
-    const int16_t exp[] = {0, -1, 0, -15, 7, 3};
-    float out[6];
-    ASSERT_GE(zamsMakeFloat_16s32f(mant, exp, 6, out), 0);
-    EXPECT_EQ(out[0], 0.5f);
-    EXPECT_EQ(out[1], 1.0f);
-    EXPECT_EQ(out[2], -1.0f);
-    EXPECT_EQ(out[3], 1.0f);
-    EXPECT_EQ(out[4], 0.0f);
-    EXPECT_EQ(out[5], std::ldexp(12345.0f, -18));
-}
+// ------------------------------------------------------------------ makeFloat
 
-TEST(MakeFloat, ChecksAndAlignmentWarning)
+TEST(MakeFloat, ValuesAndAlignmentWarning)
 {
-    int16_t m[9] = {1, 2, 3, 4, 5, 6, 7, 8, 9}, e[9] = {};
-    auto out = canaryVector<float>(9);
-    EXPECT_EQ(zamsMakeFloat_16s32f(nullptr, e, 9, out.data()), zamStsNullPtr);
-    EXPECT_EQ(zamsMakeFloat_16s32f(m, e, 0, out.data()), zamStsSize);
-    EXPECT_EQ(zamsMakeFloat_16s32f(m, nullptr, 0, out.data()), zamStsNullPtr);
-    EXPECT_TRUE(untouched(out));
+    const int16_t m[9] = {16384, 16384, -32768, 1, 0, 12345, 7, -9, 32767}, e[9] = {0, -1, 0, -15, 7, 3, -20, 20, 1};
     OffsetBuffer<int16_t> am(9, 0), ae(9, 0);
     OffsetBuffer<float> ad(9, 0), sd(9, 8);
     std::copy(m, m + 9, am.data());
-    std::fill(ae.data(), ae.data() + 9, int16_t{0});
+    std::copy(e, e + 9, ae.data());
     EXPECT_EQ(zamsMakeFloat_16s32f(am.data(), ae.data(), 9, ad.data()), zamStsOk);
+    for (int i = 0; i < 9; ++i) EXPECT_EQ(ad.data()[i], std::ldexp(static_cast<float>(m[i]), -(15 + e[i]))) << i;
     EXPECT_EQ(zamsMakeFloat_16s32f(am.data(), ae.data(), 9, sd.data()), zamStsMisalignedData);
     EXPECT_TRUE(std::equal(ad.data(), ad.data() + 9, sd.data()));
 }
@@ -246,15 +175,49 @@ TEST(Scale, BandsUsedAsGiven)
     EXPECT_EQ(x, expected);
 }
 
-TEST(Scale, Checks)
+// Argument checks of the family, first failure wins, outputs canary-filled and
+// untouched: pointers before counts except where noted.
+TEST(SampleUtils, ChecksInOrderWriteNothing)
 {
-    auto x = canaryVector<float>(4);
+    int16_t a[4] = {}, b[4] = {};
+    const int16_t* src[] = {a, b};
+    const int16_t* withNull[] = {a, nullptr};
+    const float fa[4] = {};
+    const float* fsrc[] = {fa, nullptr};
+    std::vector<float> fsrc12(12, 1.0f);
+    auto dst = canaryVector<int16_t>(8);
+    auto c0 = canaryVector<float>(4), c2 = canaryVector<float>(4);
+    float* fdst[] = {c0.data(), nullptr, c2.data()};
+    int16_t m[2] = {1, 2}, e[2] = {};
     const float s[] = {1.0f};
     const int o[] = {0, 4};
-    EXPECT_EQ(zamsScale_32f_I(x.data(), nullptr, o, 1), zamStsNullPtr);
-    EXPECT_EQ(zamsScale_32f_I(x.data(), s, o, 0), zamStsSize);
-    EXPECT_EQ(zamsScale_32f_I(x.data(), s, nullptr, 0), zamStsNullPtr);
-    EXPECT_TRUE(untouched(x));
+    const std::pair<ZamStatus, ZamStatus> calls[] = {
+        {zamsInterleave_16s(nullptr, 2, 4, dst.data()), zamStsNullPtr},
+        {zamsInterleave_16s(src, 2, 4, nullptr), zamStsNullPtr},
+        {zamsInterleave_16s(nullptr, 0, 0, nullptr), zamStsNullPtr},
+        {zamsInterleave_16s(src, 0, 0, dst.data()), zamStsNumChannels},  // channels before length
+        {zamsInterleave_16s(src, 2, 0, dst.data()), zamStsSize},
+        {zamsInterleave_16s(withNull, 2, 0, dst.data()), zamStsSize},  // channel pointers after counts
+        {zamsInterleave_16s(withNull, 2, 4, dst.data()), zamStsNullPtr},
+        {zamsDeinterleave_32f(fsrc12.data(), 3, 4, fdst), zamStsNullPtr},
+        {zamsDeinterleave_32f(fsrc12.data(), -1, 4, fdst), zamStsNumChannels},
+        {zamsDeinterleave_32f(nullptr, 3, 4, fdst), zamStsNullPtr},
+        {zamsJoin_32f16s_D2L(fsrc, 1, 2, nullptr), zamStsNullPtr},
+        {zamsJoin_32f16s_D2L(nullptr, 0, 2, dst.data()), zamStsBadArg},  // counts before the source
+        {zamsJoin_32f16s_D2L(fsrc, 1, 0, dst.data()), zamStsBadArg},
+        {zamsJoin_32f16s_D2L(nullptr, 1, 2, dst.data()), zamStsNullPtr},
+        {zamsJoin_32f16s_D2L(fsrc, 2, 2, dst.data()), zamStsNullPtr},
+        {zamsMakeFloat_16s32f(nullptr, e, 2, c0.data()), zamStsNullPtr},
+        {zamsMakeFloat_16s32f(m, e, 0, c0.data()), zamStsSize},
+        {zamsMakeFloat_16s32f(m, nullptr, 0, c0.data()), zamStsNullPtr},
+        {zamsScale_32f_I(c0.data(), nullptr, o, 1), zamStsNullPtr},
+        {zamsScale_32f_I(c0.data(), s, o, 0), zamStsSize},
+        {zamsScale_32f_I(c0.data(), s, nullptr, 0), zamStsNullPtr},
+    };
+    for (size_t i = 0; i < std::size(calls); ++i) EXPECT_EQ(calls[i].first, calls[i].second) << "call " << i;
+    EXPECT_TRUE(untouched(dst));
+    EXPECT_TRUE(untouched(c0));
+    EXPECT_TRUE(untouched(c2));
 }
 
 // ------------------------------------------------ vector paths against twins
