@@ -162,17 +162,6 @@ TEST(VqPreliminary, TiesAndTheCut)
     EXPECT_EQ(preliminary({0}, {1}, {1}, {0}, 2, three).indices, (std::vector<int>{2, 1}));
 }
 
-TEST(VqPreliminary, SignSearchFindsNegatedVector)
-{
-    const int length = 19, height = 12;
-    Book book(randomFloats(static_cast<size_t>(length) * height), length);
-    std::vector<float> x(length), w(length, 1.0f);
-    for (int j = 0; j < length; ++j) x[j] = -book.row(7)[j];
-    const Prelim got = preliminary(x, w, {length}, {1}, 3, book);
-    EXPECT_EQ(got.indices[0], 7);
-    EXPECT_EQ(got.signs[0], 1);
-}
-
 // With height <= nCand the candidates are the code vectors in order, with the
 // signs the search chose; entries past the height get index j and flag 0.
 TEST(VqPreliminary, SmallBookListsEveryVector)
@@ -335,19 +324,6 @@ TEST(VqMain, ChecksAndEmptyCallWriteNothing)
 
 // ----------------------------------------------------------- reconstruction
 
-TEST(VqReconstruction, OppositeSignsCancel)
-{
-    Book book(randomFloats(30), 10);
-    const int idx[2] = {1, 2}, s0[2] = {1, -1}, s1[2] = {-1, 1};
-    const int* ppIdx[2] = {idx, idx};
-    const int* ppSign[2] = {s0, s1};
-    const int lengths[2] = {10, 7};
-    const VqCodeBook* books[2] = {book.book, book.book};
-    std::vector<float> out(17, 9.0f);
-    ASSERT_EQ(zamsVQReconstruction_32f(ppIdx, ppSign, lengths, 2, 2, out.data(), books), zamStsOk);
-    for (float v : out) EXPECT_EQ(v, 0.0f);
-}
-
 TEST(VqReconstruction, ThreeStagesAgainstDouble)
 {
     const int length = 12;
@@ -375,50 +351,6 @@ TEST(VqReconstruction, ThreeStagesAgainstDouble)
             }
         for (int j = 26; j < 30; ++j) EXPECT_EQ(out[j], 9.0f);
     }
-}
-
-// Preliminary search of two books, main search of their candidates, and
-// reconstruction with the chosen indices and signs rebuild a source made of one
-// signed code vector of each book.
-TEST(VqReconstruction, SearchesThenReconstructionRoundTrip)
-{
-    const int length = 16, height = 8;
-    Book a(randomFloats(static_cast<size_t>(length) * height), length);
-    Book b(randomFloats(static_cast<size_t>(length) * height), length);
-    const std::vector<int> lengths = {16, 11, 5};
-    std::vector<float> x, w;
-    const int pickA[3] = {3, 0, 7}, pickB[3] = {5, 5, 1};
-    const float signA[3] = {1, -1, 1}, signB[3] = {-1, 1, 1};
-    for (int i = 0; i < 3; ++i)
-        for (int m = 0; m < lengths[i]; ++m) {
-            x.push_back(std::fma(signB[i], b.row(pickB[i])[m], signA[i] * a.row(pickA[i])[m]) / 2);
-            w.push_back(1.0f);
-        }
-    // Every code vector is a candidate with both signs: list each twice.
-    std::vector<int> idxA, idxB, sgA, sgB;
-    for (int i = 0; i < 3; ++i)
-        for (int k = 0; k < 2 * height; ++k) {
-            idxA.push_back(k % height);
-            idxB.push_back(k % height);
-            sgA.push_back(k / height);
-            sgB.push_back(k / height);
-        }
-    const auto got = mainSelect(x, w, lengths, 2 * height, idxA, idxB, sgA, sgB, a, b, 2);
-    std::vector<int> i0, i1, s0, s1;
-    for (int i = 0; i < 3; ++i) {
-        EXPECT_EQ(got[i].indexA, pickA[i]);
-        EXPECT_EQ(got[i].indexB, pickB[i]);
-        i0.push_back(got[i].indexA);
-        i1.push_back(got[i].indexB);
-        s0.push_back(1 - 2 * got[i].signA);
-        s1.push_back(1 - 2 * got[i].signB);
-    }
-    const int* ppIdx[2] = {i0.data(), i1.data()};
-    const int* ppSign[2] = {s0.data(), s1.data()};
-    const VqCodeBook* books[2] = {a.book, b.book};
-    std::vector<float> out(x.size());
-    ASSERT_EQ(zamsVQReconstruction_32f(ppIdx, ppSign, lengths.data(), 3, 2, out.data(), books), zamStsOk);
-    for (size_t m = 0; m < x.size(); ++m) EXPECT_NEAR(out[m], x[m], 1e-6) << m;
 }
 
 TEST(VqReconstruction, ChecksAndEmptyCallWriteNothing)
