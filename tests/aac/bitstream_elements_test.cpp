@@ -284,32 +284,6 @@ TEST(AacFill, CountsAndEscapes)
     }
 }
 
-TEST(AacDataStreamAndFill, ArgumentChecks)
-{
-    std::vector<uint8_t> data(16, 0xFF);
-    uint8_t* p = data.data();
-    uint8_t* nullByte = nullptr;
-    int off = 0;
-    int32_t a = -7, b = -7;
-    uint8_t buf[4] = {1, 2, 3, 4};
-    EXPECT_EQ(zamsDecodeDatStrElt_AAC(nullptr, &off, &a, &b, buf), zamStsNullPtr);
-    EXPECT_EQ(zamsDecodeDatStrElt_AAC(&nullByte, &off, &a, &b, buf), zamStsNullPtr);
-    EXPECT_EQ(zamsDecodeDatStrElt_AAC(&p, nullptr, &a, &b, buf), zamStsNullPtr);
-    EXPECT_EQ(zamsDecodeDatStrElt_AAC(&p, &off, nullptr, &b, buf), zamStsNullPtr);
-    EXPECT_EQ(zamsDecodeDatStrElt_AAC(&p, &off, &a, nullptr, buf), zamStsNullPtr);
-    EXPECT_EQ(zamsDecodeDatStrElt_AAC(&p, &off, &a, &b, nullptr), zamStsNullPtr);
-    EXPECT_EQ(zamsDecodeFillElt_AAC(nullptr, &off, &a, buf), zamStsNullPtr);
-    EXPECT_EQ(zamsDecodeFillElt_AAC(&p, &off, nullptr, buf), zamStsNullPtr);
-    EXPECT_EQ(zamsDecodeFillElt_AAC(&p, &off, &a, nullptr), zamStsNullPtr);
-    off = 8;
-    EXPECT_EQ(zamsDecodeDatStrElt_AAC(&p, &off, &a, &b, buf), zamStsAacBitOffsetErr);
-    EXPECT_EQ(zamsDecodeFillElt_AAC(&p, &off, &a, buf), zamStsAacBitOffsetErr);
-    EXPECT_EQ(a, -7);
-    EXPECT_EQ(b, -7);
-    EXPECT_EQ(buf[0], 1);
-    EXPECT_EQ(p, data.data());
-}
-
 namespace {
 
 struct MainHeaderBuffers {
@@ -417,31 +391,75 @@ TEST(AacMainHeader, ShortGroupsTnsOrderStopAndShortLags)
     EXPECT_EQ(m2.h.ltp[0].ltp_long_used[21], 0);
 }
 
-TEST(AacMainHeader, ArgumentChecks)
+// Argument checks of the stream-header and element readers: pointers, then the bit
+// offset, counts and flags; the first failure wins, nothing is written and the
+// cursor stays.
+TEST(AacReaders, ArgumentChecksInOrderWriteNothing)
 {
-    std::vector<uint8_t> data(16, 0xFF);
+    std::vector<uint8_t> data(64, 0xFF);
     uint8_t* p = data.data();
     uint8_t* nullByte = nullptr;
-    int off = 0;
-    MainHeaderBuffers m;
-    EXPECT_EQ(zamsDecodeMainHeader_AAC(nullptr, &off, &m.h, 1, 0), zamStsNullPtr);
-    EXPECT_EQ(zamsDecodeMainHeader_AAC(&nullByte, &off, &m.h, 1, 0), zamStsNullPtr);
-    EXPECT_EQ(zamsDecodeMainHeader_AAC(&p, nullptr, &m.h, 1, 0), zamStsNullPtr);
-    EXPECT_EQ(zamsDecodeMainHeader_AAC(&p, &off, nullptr, 1, 0), zamStsNullPtr);
-    off = 8;
-    EXPECT_EQ(zamsDecodeMainHeader_AAC(&p, &off, &m.h, 3, 2), zamStsAacBitOffsetErr);
-    off = 0;
-    EXPECT_EQ(zamsDecodeMainHeader_AAC(&p, &off, &m.h, 3, 2), zamStsAacChanNumErr);
-    EXPECT_EQ(zamsDecodeMainHeader_AAC(&p, &off, &m.h, 0, 0), zamStsAacChanNumErr);
-    EXPECT_EQ(zamsDecodeMainHeader_AAC(&p, &off, &m.h, 1, 2), zamStsAacFlagErr);
-    EXPECT_EQ(zamsDecodeMainHeader_AAC(&p, &off, &m.h, 1, -1), zamStsAacFlagErr);
-    m.h.pMsUsed = nullptr;
-    EXPECT_EQ(zamsDecodeMainHeader_AAC(&p, &off, &m.h, 2, 0), zamStsNullPtr);
-    m.h.pMsUsed = m.msUsed;
+    int off0 = 0, off8 = 8, offNeg = -1;
+    int32_t a = -7, b = -7;
+    uint8_t buf[4] = {1, 2, 3, 4};
+    AacProgramConfig pce;
+    AacAdifHeader adif;
+    AacAdtsFrameHeader adts;
+    fillCanary(pce), fillCanary(adif), fillCanary(adts);
+    MainHeaderBuffers m, noMs;
+    noMs.h.pMsUsed = nullptr;
+    const std::pair<ZamStatus, ZamStatus> calls[] = {
+        {zamsDecodeDatStrElt_AAC(nullptr, &off0, &a, &b, buf), zamStsNullPtr},
+        {zamsDecodeDatStrElt_AAC(&nullByte, &off0, &a, &b, buf), zamStsNullPtr},
+        {zamsDecodeDatStrElt_AAC(&p, nullptr, &a, &b, buf), zamStsNullPtr},
+        {zamsDecodeDatStrElt_AAC(&p, &off0, nullptr, &b, buf), zamStsNullPtr},
+        {zamsDecodeDatStrElt_AAC(&p, &off0, &a, nullptr, buf), zamStsNullPtr},
+        {zamsDecodeDatStrElt_AAC(&p, &off0, &a, &b, nullptr), zamStsNullPtr},
+        {zamsDecodeDatStrElt_AAC(&p, &off8, &a, &b, buf), zamStsAacBitOffsetErr},
+        {zamsDecodeFillElt_AAC(nullptr, &off0, &a, buf), zamStsNullPtr},
+        {zamsDecodeFillElt_AAC(&p, &off0, nullptr, buf), zamStsNullPtr},
+        {zamsDecodeFillElt_AAC(&p, &off0, &a, nullptr), zamStsNullPtr},
+        {zamsDecodeFillElt_AAC(&p, &off8, &a, buf), zamStsAacBitOffsetErr},
+        {zamsDecodePrgCfgElt_AAC(nullptr, &off8, &pce), zamStsNullPtr},
+        {zamsDecodePrgCfgElt_AAC(&p, nullptr, &pce), zamStsNullPtr},
+        {zamsDecodePrgCfgElt_AAC(&p, &off8, nullptr), zamStsNullPtr},
+        {zamsDecodePrgCfgElt_AAC(&nullByte, &off8, &pce), zamStsNullPtr},
+        {zamsDecodePrgCfgElt_AAC(&p, &off8, &pce), zamStsAacBitOffsetErr},
+        {zamsDecodePrgCfgElt_AAC(&p, &offNeg, &pce), zamStsAacBitOffsetErr},
+        {zamsUnpackADIFHeader_AAC(nullptr, &adif, &pce, 0), zamStsNullPtr},
+        {zamsUnpackADIFHeader_AAC(&p, nullptr, &pce, 1), zamStsNullPtr},
+        {zamsUnpackADIFHeader_AAC(&p, &adif, nullptr, 1), zamStsNullPtr},
+        {zamsUnpackADIFHeader_AAC(&nullByte, &adif, &pce, 0), zamStsNullPtr},
+        {zamsUnpackADIFHeader_AAC(&p, &adif, &pce, 0), zamStsAacPceCountErr},
+        {zamsUnpackADIFHeader_AAC(&p, &adif, &pce, 17), zamStsAacPceCountErr},
+        {zamsUnpackADIFHeader_AAC(&p, &adif, &pce, -1), zamStsAacPceCountErr},
+        {zamsUnpackADTSFrameHeader_AAC(nullptr, &adts), zamStsNullPtr},
+        {zamsUnpackADTSFrameHeader_AAC(&p, nullptr), zamStsNullPtr},
+        {zamsUnpackADTSFrameHeader_AAC(&nullByte, &adts), zamStsNullPtr},
+        {zamsDecodeMainHeader_AAC(nullptr, &off0, &m.h, 1, 0), zamStsNullPtr},
+        {zamsDecodeMainHeader_AAC(&nullByte, &off0, &m.h, 1, 0), zamStsNullPtr},
+        {zamsDecodeMainHeader_AAC(&p, nullptr, &m.h, 1, 0), zamStsNullPtr},
+        {zamsDecodeMainHeader_AAC(&p, &off0, nullptr, 1, 0), zamStsNullPtr},
+        {zamsDecodeMainHeader_AAC(&p, &off8, &m.h, 3, 2), zamStsAacBitOffsetErr},
+        {zamsDecodeMainHeader_AAC(&p, &off0, &m.h, 3, 2), zamStsAacChanNumErr},
+        {zamsDecodeMainHeader_AAC(&p, &off0, &m.h, 0, 0), zamStsAacChanNumErr},
+        {zamsDecodeMainHeader_AAC(&p, &off0, &m.h, 1, 2), zamStsAacFlagErr},
+        {zamsDecodeMainHeader_AAC(&p, &off0, &m.h, 1, -1), zamStsAacFlagErr},
+        {zamsDecodeMainHeader_AAC(&p, &off0, &noMs.h, 2, 0), zamStsNullPtr},  // the flags' array of a pair
+    };
+    for (size_t i = 0; i < std::size(calls); ++i) EXPECT_EQ(calls[i].first, calls[i].second) << "call " << i;
+    EXPECT_EQ(a, -7);
+    EXPECT_EQ(b, -7);
+    EXPECT_EQ(buf[0], 1);
+    EXPECT_TRUE(zamtest::untouched(&pce, 1));
+    EXPECT_TRUE(zamtest::untouched(&adif, 1));
+    EXPECT_TRUE(zamtest::untouched(&adts, 1));
     EXPECT_TRUE(zamtest::untouched(m.msUsed, 480));
     EXPECT_EQ(m.h.pMsUsed, m.msUsed);
     EXPECT_EQ(static_cast<uint32_t>(m.h.window_sequence), kCanaryWord);
+    EXPECT_EQ(static_cast<uint32_t>(noMs.h.window_sequence), kCanaryWord);
     EXPECT_EQ(p, data.data());
+    EXPECT_EQ(off0 + off8 + offNeg, 7);
 }
 
 namespace {
