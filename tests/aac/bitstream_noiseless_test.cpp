@@ -49,6 +49,14 @@ void writeZeroQuads(BitWriter& w, int book, int values)
     for (int i = 0; i < values; i += 4) w.spectralTuple(book, zero);
 }
 
+using Ints = std::vector<int>;
+
+template <typename T>
+Ints ints(const T* p, int n)
+{
+    return Ints(p, p + n);
+}
+
 bool allZero(const int32_t* v, int n)
 {
     for (int i = 0; i < n; ++i) {
@@ -73,10 +81,8 @@ TEST(AacNoiseless, MaxSfbZeroInEveryGroupGivesZeroSpectrum)
         EXPECT_EQ(o.ics.num_window_groups, 8);
         for (int g = 0; g < 8; ++g) EXPECT_EQ(o.info.num_sec[g], 0);
         EXPECT_TRUE(allZero(o.spectrum, 1024));
-        EXPECT_EQ(o.info.num_window, 8);
-        EXPECT_EQ(o.info.frame_length, 128);
-        EXPECT_EQ(o.info.num_swb, 14);
-        EXPECT_EQ(o.info.global_gain, 90);
+        EXPECT_EQ((Ints{o.info.num_window, o.info.frame_length, o.info.num_swb, o.info.global_gain}),
+                  (Ints{8, 128, 14, 90}));
         EXPECT_TRUE(zamtest::untouched(o.sf, 8 * 64));  // no band, no scale factor
     }
 }
@@ -95,8 +101,7 @@ TEST(AacNoiseless, SectionLengthEscapePieces)
     ASSERT_EQ(r.status, zamStsOk);
     EXPECT_EQ(r.bitsUsed, 8 + 11 + 14 + 9 + 3);
     EXPECT_EQ(o.info.num_sec[0], 2);
-    EXPECT_EQ(o.info.sect_end[0], 31);
-    EXPECT_EQ(o.info.sect_end[1], 49);
+    EXPECT_EQ(ints(o.info.sect_end, 2), (Ints{31, 49}));
     EXPECT_TRUE(allZero(o.spectrum, 1024));
 }
 
@@ -138,11 +143,8 @@ TEST(AacNoiseless, ScaleFactorsRunFromGlobalGain)
         const Result r = form == 0 ? runLc(w, o) : runGeneral(w, o);
         ASSERT_EQ(r.status, zamStsOk);
         EXPECT_EQ(r.bitsUsed, static_cast<long>(w.bits()));
-        EXPECT_EQ(o.sf[0], -5);
-        EXPECT_EQ(o.sf[1], -2);
-        EXPECT_EQ(o.sf[2], -2);
-        EXPECT_EQ(o.sf[3], 58);
-        for (int b = 0; b < 4; ++b) EXPECT_EQ(o.cb[b], 1);
+        EXPECT_EQ(ints(o.sf, 4), (Ints{-5, -2, -2, 58}));
+        EXPECT_EQ(ints(o.cb, 4), (Ints{1, 1, 1, 1}));
     }
 }
 
@@ -164,12 +166,8 @@ TEST(AacNoiseless, IntensityPositionsRunFromZero)
     const Result r = runLc(w, o);
     ASSERT_EQ(r.status, zamStsOk);
     EXPECT_EQ(r.bitsUsed, static_cast<long>(w.bits()));
-    EXPECT_EQ(o.sf[0], 2);
-    EXPECT_EQ(o.sf[1], -3);
-    EXPECT_EQ(o.sf[2], 121);
-    EXPECT_EQ(o.sf[3], 1);
-    EXPECT_EQ(o.cb[0], 15);
-    EXPECT_EQ(o.cb[3], 14);
+    EXPECT_EQ(ints(o.sf, 4), (Ints{2, -3, 121, 1}));
+    EXPECT_EQ(ints(o.cb, 4), (Ints{15, 15, 1, 14}));
 }
 
 TEST(AacNoiseless, NoiseEnergySharesTheRunningValue)
@@ -188,9 +186,7 @@ TEST(AacNoiseless, NoiseEnergySharesTheRunningValue)
     const Result r = runGeneral(w, o);
     ASSERT_EQ(r.status, zamStsOk);
     EXPECT_EQ(r.bitsUsed, static_cast<long>(w.bits()));
-    EXPECT_EQ(o.sf[0], 10);
-    EXPECT_EQ(o.sf[1], 14);
-    EXPECT_EQ(o.sf[2], 15);
+    EXPECT_EQ(ints(o.sf, 3), (Ints{10, 14, 15}));
     EXPECT_TRUE(allZero(o.spectrum, 8));  // noise bands carry no values
 
     ChannelOutputs lc(kSfi44k);
@@ -268,14 +264,9 @@ TEST(AacNoiseless, TnsDataPackedOverWindows)
         const Result r = runLc(w, o);
         ASSERT_EQ(r.status, zamStsOk);
         EXPECT_EQ(r.bitsUsed, static_cast<long>(w.bits()));
-        EXPECT_EQ(o.info.n_filt[0], 1);
-        EXPECT_EQ(o.info.coef_res[0], 4);
-        EXPECT_EQ(o.info.length[0], 20);
-        EXPECT_EQ(o.info.order[0], 3);
-        EXPECT_EQ(o.info.direction[0], 1);
-        EXPECT_EQ(o.tnsCoef[0], 7);
-        EXPECT_EQ(o.tnsCoef[1], -8);
-        EXPECT_EQ(o.tnsCoef[2], -1);
+        const AacChanInfo& i = o.info;
+        EXPECT_EQ((Ints{i.n_filt[0], i.coef_res[0], i.length[0], i.order[0], i.direction[0]}), (Ints{1, 4, 20, 3, 1}));
+        EXPECT_EQ(ints(o.tnsCoef, 3), (Ints{7, -8, -1}));
         EXPECT_EQ(static_cast<uint8_t>(o.tnsCoef[3]), zamtest::kCanary);
     }
     {  // eight short: filters of windows 0 and 3 go to entries 0 and 1
@@ -300,19 +291,12 @@ TEST(AacNoiseless, TnsDataPackedOverWindows)
         const Result r = runLc(w, o);
         ASSERT_EQ(r.status, zamStsOk);
         EXPECT_EQ(r.bitsUsed, static_cast<long>(w.bits()));
-        EXPECT_EQ(o.info.n_filt[0], 1);
-        EXPECT_EQ(o.info.n_filt[1], 0);
-        EXPECT_EQ(o.info.n_filt[3], 1);
-        EXPECT_EQ(o.info.coef_res[0], 3);
-        EXPECT_EQ(o.info.coef_res[3], 4);
-        EXPECT_EQ(o.info.length[0], 5);
-        EXPECT_EQ(o.info.length[1], 9);
-        EXPECT_EQ(o.info.order[1], 1);
-        EXPECT_EQ(o.info.direction[0], 0);
-        EXPECT_EQ(o.info.direction[1], 1);
-        EXPECT_EQ(o.tnsCoef[0], 1);
-        EXPECT_EQ(o.tnsCoef[1], -2);
-        EXPECT_EQ(o.tnsCoef[2], -7);
+        EXPECT_EQ(ints(o.info.n_filt, 4), (Ints{1, 0, 0, 1}));
+        EXPECT_EQ((Ints{o.info.coef_res[0], o.info.coef_res[3]}), (Ints{3, 4}));
+        EXPECT_EQ(ints(o.info.length, 2), (Ints{5, 9}));
+        EXPECT_EQ(ints(o.info.order, 2), (Ints{2, 1}));
+        EXPECT_EQ(ints(o.info.direction, 2), (Ints{0, 1}));
+        EXPECT_EQ(ints(o.tnsCoef, 3), (Ints{1, -2, -7}));
     }
 }
 
@@ -348,15 +332,9 @@ TEST(AacNoiseless, GroupedBandInterleavedOrder)
         EXPECT_EQ(o.ics.num_window_groups, 2);
         EXPECT_EQ(o.ics.window_group_length[0], 3);
         EXPECT_EQ(o.ics.window_group_length[1], 5);
-        EXPECT_EQ(o.info.num_sec[0], 1);
-        EXPECT_EQ(o.info.num_sec[1], 2);
-        EXPECT_EQ(o.sf[0], 101);
-        EXPECT_EQ(o.sf[1], 103);
-        EXPECT_EQ(o.sf[2], 0);
-        EXPECT_EQ(o.sf[3], 102);
-        EXPECT_EQ(o.cb[1], 5);
-        EXPECT_EQ(o.cb[2], 0);
-        EXPECT_EQ(o.cb[3], 7);
+        EXPECT_EQ(ints(o.info.num_sec, 2), (Ints{1, 2}));
+        EXPECT_EQ(ints(o.sf, 4), (Ints{101, 103, 0, 102}));
+        EXPECT_EQ(ints(o.cb, 4), (Ints{5, 5, 0, 7}));
         EXPECT_EQ(std::vector<int32_t>(o.spectrum, o.spectrum + 1024), expected);
     }
 }

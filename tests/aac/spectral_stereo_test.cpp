@@ -129,22 +129,6 @@ TEST(SpectralIs, WorkedVectorsForPositionsMinusTenToTwenty)
         EXPECT_EQ(zam::aacIntensityScale(1000, p), kIntensity1000[p + 10]) << p;
         EXPECT_EQ(zam::aacIntensityScale(-777, p), kIntensityMinus777[p + 10]) << p;
     }
-    // Both books through the exported function: one long band per position.
-    const int32_t g[8] = {1};
-    for (int p = -10; p <= 20; ++p) {
-        for (int book : {14, 15}) {
-            std::vector<int32_t> l(1024, 1000), r(1024, 0);
-            l[1] = -777;
-            std::vector<int16_t> sf(49, static_cast<int16_t>(p));
-            std::vector<uint8_t> cb(49, 1);
-            cb[0] = static_cast<uint8_t>(book);
-            ASSERT_EQ(zamsDecodeIsStereo_AAC_32s(l.data(), r.data(), sf.data(), cb.data(), 1, g, 49, 4, 1024), zamStsOk);
-            const int sign = book == 15 ? 1 : -1;
-            EXPECT_EQ(r[0], sign * kIntensity1000[p + 10]) << p;
-            EXPECT_EQ(r[1], sign * kIntensityMinus777[p + 10]) << p;
-            for (int i = 4; i < 1024; ++i) ASSERT_EQ(r[i], 0);
-        }
-    }
 }
 
 TEST(SpectralIs, CloseToTheExactScaleOverAWideRange)
