@@ -236,7 +236,7 @@ private:
     void finish(Channel& c, std::vector<int32_t>& x)
     {
         if (c.ics.window_sequence == 2) {
-            std::vector<int32_t> out(1024);
+            std::vector<int32_t> out(1024, 0x5A5A5A5A);  // every coefficient must be written
             ASSERT_EQ(zamsDeinterleaveSpectrum_AAC_32s(x.data(), out.data(), c.ics.num_window_groups,
                                                        c.ics.window_group_length, c.ics.max_sfb, sfi_, 128),
                       zamStsOk);

@@ -46,49 +46,6 @@ TEST(SpectralMs, MaskTwoConvertsAllButNoiseAndIntensity)
     EXPECT_EQ(p.cb[4], 15);
 }
 
-TEST(SpectralMs, MaskOneFollowsTheFlagsOfEachGroup)
-{
-    // 32 kHz eight-short frame, groups 2, 5, 1, max_sfb 6.
-    Pair p;
-    const int32_t g[3] = {2, 5, 1};
-    std::mt19937 gen(3);
-    std::uniform_int_distribution<int32_t> value(-100000, 100000);
-    for (int i = 0; i < 1024; ++i) {
-        p.l[i] = value(gen);
-        p.r[i] = value(gen);
-    }
-    for (int gr = 0; gr < 3; ++gr)
-        for (int b = 0; b < 6; ++b) p.ms[gr * 60 + b] = static_cast<uint8_t>((gr + b) % 3 == 0);
-    p.cb[0 * 6 + 3] = 15;  // group 0 band 3: flag set -> swapped
-    p.cb[1 * 6 + 2] = 14;  // group 1 band 2: flag set -> swapped
-    p.cb[1 * 6 + 1] = 14;  // group 1 band 1: no flag -> kept
-    p.cb[2 * 6 + 2] = 13;  // group 2 band 2: flag set but noise -> untouched
-    const Pair before = p;
-    ASSERT_EQ(zamsDecodeMsStereo_AAC_32s_I(p.l.data(), p.r.data(), 1, p.ms.data(), p.cb.data(), 3, g, 6, 5, 128),
-              zamStsOk);
-    EXPECT_EQ(p.cb[3], 14);
-    EXPECT_EQ(p.cb[8], 15);
-    EXPECT_EQ(p.cb[7], 14);
-    EXPECT_EQ(p.cb[14], 13);
-    const uint16_t* off = zam::aacSwbOffsets(5, true);
-    int start = 0;
-    for (int gr = 0; gr < 3; ++gr) {
-        int pos = start;
-        for (int b = 0; b < 6; ++b) {
-            const int w = (off[b + 1] - off[b]) * g[gr];
-            const uint8_t book = before.cb[gr * 6 + b];
-            const bool convert = p.ms[gr * 60 + b] && book != 13 && book != 14 && book != 15;
-            for (int i = pos; i < pos + w; ++i) {
-                ASSERT_EQ(p.l[i], convert ? before.l[i] + before.r[i] : before.l[i]) << gr << " " << b;
-                ASSERT_EQ(p.r[i], convert ? before.l[i] - before.r[i] : before.r[i]) << gr << " " << b;
-            }
-            pos += w;
-        }
-        for (int i = pos; i < start + g[gr] * 128; ++i) ASSERT_EQ(p.l[i], before.l[i]);
-        start += g[gr] * 128;
-    }
-}
-
 TEST(SpectralMs, ButterflyTwinsAgreeAndWrap)
 {
     std::mt19937 gen(11);
@@ -145,33 +102,6 @@ TEST(SpectralIs, CloseToTheExactScaleOverAWideRange)
                 << l << " " << p;
         }
     }
-}
-
-TEST(SpectralIs, GroupedWalkWritesOnlyIntensityBands)
-{
-    const int32_t g[2] = {3, 5};
-    std::vector<int32_t> l(1024);
-    for (int i = 0; i < 1024; ++i) l[i] = 1000 + i;
-    auto r = canaryVector<int32_t>(1024);
-    std::vector<int16_t> sf(2 * 7);
-    std::vector<uint8_t> cb(2 * 7, 1);
-    for (int i = 0; i < 14; ++i) sf[i] = static_cast<int16_t>(i - 4);
-    cb[2] = 15;
-    cb[7 + 5] = 14;
-    ASSERT_EQ(zamsDecodeIsStereo_AAC_32s(l.data(), r.data(), sf.data(), cb.data(), 2, g, 7, 8, 128), zamStsOk);
-    const uint16_t* off = zam::aacSwbOffsets(8, true);
-    std::vector<bool> written(1024, false);
-    auto check = [&](int groupStart, int len, int band, int position, int sign) {
-        const int first = groupStart + off[band] * len;
-        for (int i = first; i < first + (off[band + 1] - off[band]) * len; ++i) {
-            EXPECT_EQ(r[i], sign * zam::aacIntensityScale(l[i], position)) << i;
-            written[i] = true;
-        }
-    };
-    check(0, 3, 2, sf[2], 1);
-    check(3 * 128, 5, 5, sf[12], -1);
-    for (int i = 0; i < 1024; ++i)
-        if (!written[i]) ASSERT_TRUE(untouched(&r[i], 1)) << i;
 }
 
 }  // namespace
