@@ -85,62 +85,32 @@ TEST(AacChanPair, LongWithPredictionAndMsMask)
     EXPECT_TRUE(zamtest::untouched(cpe.ms_used[1], 60 * 7));
 }
 
-struct GroupingCase {
-    uint32_t grouping;
-    std::vector<int> lengths;
-};
-
-class AacGrouping : public ::testing::TestWithParam<GroupingCase> {};
-
-// A 1 bit adds a window to the current group, bits 6 down to 0: 0x55 = 1010101
-// gives four groups of two windows.
-TEST_P(AacGrouping, GroupsFollowTheBits)
-{
-    const GroupingCase& gc = GetParam();
-    BitWriter w;
-    w.put(1, 1);
-    aactest::writeShortIcs(w, 3, static_cast<int>(gc.grouping));
-    w.put(2, 2);  // ms_mask_present 2: flags untouched
-    Cursor c(w);
-    AacIcsInfo ics;
-    AacChanPairElt cpe;
-    fillCanary(ics), fillCanary(cpe);
-    ASSERT_EQ(zamsDecodeChanPairElt_AAC(&c.p, &c.off, &ics, &cpe, 0), zamStsOk);
-    EXPECT_EQ(c.bits(), static_cast<long>(w.bits()));
-    EXPECT_EQ(ics.max_sfb, 3);
-    EXPECT_EQ(ics.scale_factor_grouping, static_cast<int32_t>(gc.grouping));
-    EXPECT_EQ(ics.predictor_data_present, 0);
-    ASSERT_EQ(ics.num_window_groups, static_cast<int32_t>(gc.lengths.size()));
-    for (size_t g = 0; g < gc.lengths.size(); ++g) EXPECT_EQ(ics.window_group_length[g], gc.lengths[g]);
-    EXPECT_EQ(cpe.ms_mask_present, 2);
-    EXPECT_TRUE(zamtest::untouched(cpe.ms_used[0], 480));
-}
-
-INSTANTIATE_TEST_SUITE_P(Bits, AacGrouping,
-                         ::testing::Values(GroupingCase{0x7F, {8}}, GroupingCase{0x00, {1, 1, 1, 1, 1, 1, 1, 1}},
-                                           GroupingCase{0x55, {2, 2, 2, 2}}, GroupingCase{0x6F, {3, 5}},
-                                           GroupingCase{0x3F, {1, 7}}, GroupingCase{0x7E, {7, 1}}));
-
+// Groups of 3 and 5 windows (1101111): mask 1 reads one flag per band of each
+// group; mask 2 reads none and leaves the flags untouched.
 TEST(AacChanPair, ShortMsMaskPerGroup)
 {
-    BitWriter w;
-    w.put(1, 1);
-    aactest::writeShortIcs(w, 2, 0x6F);  // groups 3 and 5
-    w.put(1, 2);
-    w.put(0b10, 2);  // group 0
-    w.put(0b01, 2);  // group 1
-    Cursor c(w);
-    AacIcsInfo ics;
-    AacChanPairElt cpe;
-    fillCanary(ics), fillCanary(cpe);
-    ASSERT_EQ(zamsDecodeChanPairElt_AAC(&c.p, &c.off, &ics, &cpe, 0), zamStsOk);
-    EXPECT_EQ(c.bits(), static_cast<long>(w.bits()));
-    EXPECT_EQ(cpe.ms_used[0][0], 1);
-    EXPECT_EQ(cpe.ms_used[0][1], 0);
-    EXPECT_EQ(cpe.ms_used[1][0], 0);
-    EXPECT_EQ(cpe.ms_used[1][1], 1);
-    EXPECT_EQ(cpe.ms_used[0][2], zamtest::kCanary);
-    EXPECT_TRUE(zamtest::untouched(cpe.ms_used[2], 360));
+    for (int mask : {1, 2}) {
+        BitWriter w;
+        w.put(1, 1);
+        aactest::writeShortIcs(w, 2, 0x6F);
+        w.put(static_cast<uint32_t>(mask), 2);
+        if (mask == 1) w.put(0b10, 2), w.put(0b01, 2);  // groups 0 and 1
+        Cursor c(w);
+        AacIcsInfo ics;
+        AacChanPairElt cpe;
+        fillCanary(ics), fillCanary(cpe);
+        ASSERT_EQ(zamsDecodeChanPairElt_AAC(&c.p, &c.off, &ics, &cpe, 0), zamStsOk);
+        EXPECT_EQ(c.bits(), static_cast<long>(w.bits()));
+        EXPECT_EQ(ics.scale_factor_grouping, 0x6F);
+        EXPECT_EQ(ics.num_window_groups, 2);
+        EXPECT_EQ(cpe.ms_mask_present, mask);
+        if (mask == 1) {
+            EXPECT_EQ((std::vector<int>{cpe.ms_used[0][0], cpe.ms_used[0][1], cpe.ms_used[1][0], cpe.ms_used[1][1]}),
+                      (std::vector<int>{1, 0, 0, 1}));
+            EXPECT_EQ(cpe.ms_used[0][2], zamtest::kCanary);
+        }
+        EXPECT_TRUE(zamtest::untouched(cpe.ms_used[mask == 1 ? 2 : 0], mask == 1 ? 360 : 480));
+    }
 }
 
 TEST(AacChanPair, Checks)
