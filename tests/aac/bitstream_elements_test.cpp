@@ -15,6 +15,7 @@ using aactest::fillCanary;
 namespace {
 
 constexpr uint32_t kCanaryWord = 0xA5A5A5A5u;
+using Ints = std::vector<int>;
 
 struct Cursor {
     std::vector<uint8_t> data;
@@ -65,18 +66,13 @@ TEST(AacChanPair, LongWithPredictionAndMsMask)
     fillCanary(ics), fillCanary(cpe);
     ASSERT_EQ(zamsDecodeChanPairElt_AAC(&s.p, &s.off, &ics, &cpe, 10), zamStsOk);
     EXPECT_EQ(s.bits(), static_cast<long>(w.bits()));
-    EXPECT_EQ(ics.ics_reserved_bit, 1);
-    EXPECT_EQ(ics.window_sequence, 1);
-    EXPECT_EQ(ics.window_shape, 1);
-    EXPECT_EQ(ics.max_sfb, 5);
-    EXPECT_EQ(ics.predictor_data_present, 1);
-    EXPECT_EQ(ics.predictor_reset, 1);
-    EXPECT_EQ(ics.predictor_reset_group_number, 17);
+    EXPECT_EQ((Ints{ics.ics_reserved_bit, ics.window_sequence, ics.window_shape, ics.max_sfb,
+                    ics.predictor_data_present, ics.predictor_reset, ics.predictor_reset_group_number}),
+              (Ints{1, 1, 1, 5, 1, 1, 17}));
     const uint8_t flags[10] = {1, 0, 1, 1, 0, 0, 0, 0, 0, 0};
     EXPECT_EQ(std::memcmp(ics.prediction_used, flags, 10), 0);
     EXPECT_TRUE(zamtest::untouched(ics.prediction_used + 10, 31));
-    EXPECT_EQ(ics.num_window_groups, 1);
-    EXPECT_EQ(ics.window_group_length[0], 1);
+    EXPECT_EQ((Ints{ics.num_window_groups, ics.window_group_length[0]}), (Ints{1, 1}));
     EXPECT_EQ(static_cast<uint32_t>(ics.scale_factor_grouping), kCanaryWord);
     EXPECT_EQ(cpe.ms_mask_present, 1);
     const uint8_t ms[5] = {0, 1, 1, 0, 1};
@@ -183,13 +179,9 @@ TEST(AacChanPair, Mp4LongTermPredictionBothChannels)
     fillCanary(ics), fillCanary(cpe), fillCanary(mh);
     ASSERT_EQ(zamsDecodeChanPairElt_MP4_AAC(&c.p, &c.off, &ics, &cpe, &mh, 51, 4), zamStsOk);
     EXPECT_EQ(c.bits(), static_cast<long>(w.bits()));
-    EXPECT_EQ(mh.max_sfb, 49);
-    EXPECT_EQ(mh.window_sequence, 3);
+    EXPECT_EQ((Ints{mh.max_sfb, mh.window_sequence}), (Ints{49, 3}));
     const AacLtpData& l = mh.ltp[0];
-    EXPECT_EQ(l.ltp_data_present, 1);
-    EXPECT_EQ(l.ltp_lag, 1234);
-    EXPECT_EQ(l.ltp_coef, 17496);
-    EXPECT_EQ(l.ltp_long_used[0], 1);
+    EXPECT_EQ((Ints{l.ltp_data_present, l.ltp_lag, l.ltp_coef, l.ltp_long_used[0]}), (Ints{1, 1234, 17496, 1}));
     for (int b = 0; b < 40; ++b) EXPECT_EQ(l.ltp_long_used[b + 1], used[b]) << b;
     EXPECT_TRUE(zamtest::untouched(l.ltp_spare, 20));
     EXPECT_EQ(mh.ltp[1].ltp_data_present, 0);
@@ -285,12 +277,9 @@ TEST(AacMainHeader, MsMaskModes)
             ASSERT_EQ(zamsDecodeMainHeader_AAC(&c.p, &c.off, &m.h, 2, flag),
                       flag ? zamStsAacNotSupported : zamStsOk);
             EXPECT_EQ(c.bits(), static_cast<long>(w.bits()));
-            EXPECT_EQ(m.h.max_sfb, 10);
-            EXPECT_EQ(m.h.window_shape, 1);
-            EXPECT_EQ(m.h.num_window_groups, 1);
-            EXPECT_EQ(m.h.window_group_length[0], 1);
-            EXPECT_EQ(m.h.window_group_length[7], 0);
-            EXPECT_EQ(m.h.ms_mask_present, mode);
+            EXPECT_EQ((Ints{m.h.max_sfb, m.h.window_shape, m.h.num_window_groups, m.h.window_group_length[0],
+                            m.h.window_group_length[7], m.h.ms_mask_present}),
+                      (Ints{10, 1, 1, 1, 0, mode}));
             for (int b = 0; b < 10; ++b) {
                 const int expected = mode == 1 ? (b % 3 == 0) : mode == 2 ? 1 : 0;
                 EXPECT_EQ(m.msUsed[b], expected) << mode << " " << b;
@@ -327,20 +316,13 @@ TEST(AacMainHeader, ShortGroupsTnsOrderStopAndShortLags)
     EXPECT_EQ(m.h.num_window_groups, 4);
     EXPECT_EQ(m.h.window_group_length[3], 2);
     EXPECT_EQ(static_cast<uint32_t>(m.h.ms_mask_present), kCanaryWord);  // one channel: no ms data
-    EXPECT_EQ(m.h.tns[0].tns_data_present, 1);
-    EXPECT_EQ(m.h.tns[0].n_filt[0], 1);
-    EXPECT_EQ(m.h.tns[0].coef_res[0], 4);
-    EXPECT_EQ(m.h.tns[0].coef[0], -1);
+    const AacTnsData& t0 = m.h.tns[0];
+    EXPECT_EQ((Ints{t0.tns_data_present, t0.n_filt[0], t0.coef_res[0], t0.coef[0]}), (Ints{1, 1, 4, -1}));
     const AacLtpData& l = m.h.ltp[0];
     EXPECT_EQ(l.ltp_coef, 9352);
-    EXPECT_EQ(l.ltp_short_lag[0], 100);
-    EXPECT_EQ(l.ltp_short_lag[1], 100);
+    EXPECT_EQ(Ints(l.ltp_short_lag, l.ltp_short_lag + 8), (Ints{100, 100, 0, 111, 111, 0, 96, 0}));  // unused: 0
+    EXPECT_EQ(Ints(l.ltp_short_used, l.ltp_short_used + 8), (Ints{0, 1, 0, 1, 1, 0, 1, 0}));
     EXPECT_EQ(l.ltp_short_lag_present[1], 0);
-    EXPECT_EQ(l.ltp_short_lag[2], 0);  // unused: as cleared
-    EXPECT_EQ(l.ltp_short_lag[3], 111);
-    EXPECT_EQ(l.ltp_short_lag[4], 111);
-    EXPECT_EQ(l.ltp_short_lag[6], 96);
-    EXPECT_EQ(l.ltp_short_used[6], 1);
     EXPECT_EQ(static_cast<uint32_t>(m.h.tns[1].tns_data_present), kCanaryWord);
 
     // A long filter of order 13 ends that channel's TNS; ltp_data_present is the
@@ -354,11 +336,9 @@ TEST(AacMainHeader, ShortGroupsTnsOrderStopAndShortLags)
     MainHeaderBuffers m2;
     ASSERT_EQ(zamsDecodeMainHeader_AAC(&c2.p, &c2.off, &m2.h, 1, 0), zamStsOk);
     EXPECT_EQ(c2.bits(), static_cast<long>(t.bits()));
-    EXPECT_EQ(m2.h.tns[0].order[0], 13);
-    EXPECT_EQ(m2.h.ltp[0].ltp_lag, 7);
-    EXPECT_EQ(m2.h.ltp[0].ltp_coef, 22438);
-    EXPECT_EQ(m2.h.ltp[0].ltp_long_used[20], 1);
-    EXPECT_EQ(m2.h.ltp[0].ltp_long_used[21], 0);
+    const AacLtpData& l2 = m2.h.ltp[0];
+    EXPECT_EQ((Ints{m2.h.tns[0].order[0], l2.ltp_lag, l2.ltp_coef, l2.ltp_long_used[20], l2.ltp_long_used[21]}),
+              (Ints{13, 7, 22438, 1, 0}));
 }
 
 // Argument checks of the stream-header and element readers: pointers, then the bit
@@ -463,23 +443,16 @@ TEST(AacExtensionHeader, LongLayer)
     ExtBuffers e;
     ASSERT_EQ(zamsDecodeExtensionHeader_AAC(&c.p, &c.off, &e.h, 1, 1, 1, 3, 5, 0), zamStsOk);
     EXPECT_EQ(c.bits(), static_cast<long>(w.bits()));
-    EXPECT_EQ(e.h.max_sfb, 6);
-    EXPECT_EQ(e.h.ms_mask_present, 1);
+    EXPECT_EQ((Ints{e.h.max_sfb, e.h.ms_mask_present}), (Ints{6, 1}));
     EXPECT_TRUE(zamtest::untouched(e.msUsed, 3));
-    EXPECT_EQ(e.msUsed[3], 1);
-    EXPECT_EQ(e.msUsed[4], 0);
-    EXPECT_EQ(e.msUsed[5], 1);
+    EXPECT_EQ(Ints(e.msUsed + 3, e.msUsed + 6), (Ints{1, 0, 1}));
     EXPECT_TRUE(zamtest::untouched(e.msUsed + 6, 474));
-    EXPECT_EQ(e.h.tns[0].tns_data_present, 0);
-    EXPECT_EQ(e.h.tns[1].tns_data_present, 1);
-    EXPECT_EQ(e.h.tns[1].n_filt[0], 2);
-    EXPECT_EQ(e.h.tns[1].length[1], 4);
-    EXPECT_EQ(e.h.tns[1].order[1], 1);
-    EXPECT_EQ(e.h.tns[1].direction[1], 0);
-    EXPECT_EQ(e.h.tns[1].coef[0], 1);
+    const AacTnsData& t1 = e.h.tns[1];
+    EXPECT_EQ((Ints{e.h.tns[0].tns_data_present, t1.tns_data_present, t1.n_filt[0], t1.length[1], t1.order[1],
+                    t1.direction[1], t1.coef[0]}),
+              (Ints{0, 1, 2, 4, 1, 0, 1}));
     EXPECT_EQ(static_cast<uint32_t>(e.h.tns[1].direction[0]), kCanaryWord);  // order 0: no direction
-    EXPECT_EQ(e.h.diff_control_lr[0][0], 1);
-    EXPECT_EQ(e.h.diff_control_lr[1][0], 0);
+    EXPECT_EQ((Ints{e.h.diff_control_lr[0][0], e.h.diff_control_lr[1][0]}), (Ints{1, 0}));
     EXPECT_EQ(static_cast<uint32_t>(e.h.diff_control_lr[0][1]), kCanaryWord);
 }
 
@@ -494,9 +467,7 @@ TEST(AacExtensionHeader, ShortLayerFourGroupsAndWindowFlags)
     ExtBuffers e;
     ASSERT_EQ(zamsDecodeExtensionHeader_AAC(&c.p, &c.off, &e.h, 0, 1, 1, 0, 51, 2), zamStsOk);
     EXPECT_EQ(c.bits(), static_cast<long>(w.bits()));
-    EXPECT_EQ(e.msUsed[0 * 60 + 1], 0);
-    EXPECT_EQ(e.msUsed[1 * 60 + 1], 1);
-    EXPECT_EQ(e.msUsed[3 * 60 + 0], 1);
+    EXPECT_EQ((Ints{e.msUsed[0 * 60 + 1], e.msUsed[1 * 60 + 1], e.msUsed[3 * 60 + 0]}), (Ints{0, 1, 1}));
     EXPECT_TRUE(zamtest::untouched(e.msUsed + 4 * 60, 120));
     const int w0[8] = {1, 0, 1, 0, 0, 0, 0, 0};
     for (int i = 0; i < 8; ++i) EXPECT_EQ(e.h.diff_control_lr[0][i], w0[i]);
