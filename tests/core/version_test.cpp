@@ -31,15 +31,13 @@ TEST(Version, SamePointerEveryCall)
 
 TEST(Version, RecordLayout)
 {
-    EXPECT_EQ(offsetof(ZamLibVersion, majorVersion), 0u);
-    EXPECT_EQ(offsetof(ZamLibVersion, minorVersion), 4u);
-    EXPECT_EQ(offsetof(ZamLibVersion, updateNumber), 8u);
-    EXPECT_EQ(offsetof(ZamLibVersion, buildNumber), 12u);
-    EXPECT_EQ(offsetof(ZamLibVersion, cpuCode), 16u);
-    EXPECT_EQ(offsetof(ZamLibVersion, libraryName), 24u);
-    EXPECT_EQ(offsetof(ZamLibVersion, versionText), 32u);
-    EXPECT_EQ(offsetof(ZamLibVersion, buildDate), 40u);
-    EXPECT_EQ(sizeof(ZamLibVersion), 48u);
+    const size_t got[] = {offsetof(ZamLibVersion, majorVersion), offsetof(ZamLibVersion, minorVersion),
+                          offsetof(ZamLibVersion, updateNumber), offsetof(ZamLibVersion, buildNumber),
+                          offsetof(ZamLibVersion, cpuCode),      offsetof(ZamLibVersion, libraryName),
+                          offsetof(ZamLibVersion, versionText),  offsetof(ZamLibVersion, buildDate),
+                          sizeof(ZamLibVersion)};
+    const size_t want[] = {0, 4, 8, 12, 16, 24, 32, 40, 48};
+    for (size_t i = 0; i < 9; ++i) EXPECT_EQ(got[i], want[i]) << i;
 }
 
 // Each code's value is part of the interface.

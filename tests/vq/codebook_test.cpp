@@ -126,17 +126,14 @@ TEST(VqCodeBookInit, FreeByOwnership)
     EXPECT_EQ(zamsVQCodeBookFree_32f(owned), zamStsOk);
 }
 
+// The three pair records: two pointers, A then B.
 TEST(VqRecords, Layout)
 {
-    EXPECT_EQ(sizeof(CandidateLists), 16u);
-    EXPECT_EQ(offsetof(CandidateLists, pA), 0u);
-    EXPECT_EQ(offsetof(CandidateLists, pB), 8u);
-    EXPECT_EQ(sizeof(IndexPair), 16u);
-    EXPECT_EQ(offsetof(IndexPair, pA), 0u);
-    EXPECT_EQ(offsetof(IndexPair, pB), 8u);
-    EXPECT_EQ(sizeof(CodeBookPair), 16u);
-    EXPECT_EQ(offsetof(CodeBookPair, pA), 0u);
-    EXPECT_EQ(offsetof(CodeBookPair, pB), 8u);
+    const size_t got[] = {sizeof(CandidateLists), offsetof(CandidateLists, pA), offsetof(CandidateLists, pB),
+                          sizeof(IndexPair),      offsetof(IndexPair, pA),      offsetof(IndexPair, pB),
+                          sizeof(CodeBookPair),   offsetof(CodeBookPair, pA),   offsetof(CodeBookPair, pB)};
+    const size_t want[] = {16, 0, 8};
+    for (size_t i = 0; i < 9; ++i) EXPECT_EQ(got[i], want[i % 3]) << i;
 }
 
 }  // namespace
