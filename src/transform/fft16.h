@@ -34,10 +34,12 @@ static_assert(sizeof(Fft16Spec) == 64);
 ZamStatus fft16GetSize(int order, int* pSpecSize, int* pInitSize, int* pWorkSize);
 ZamStatus fft16Init(Fft16Spec** ppSpec, int order, uint8_t* pMemSpec);
 // Levels of the transform in place on data already in bit-reversed order;
-// returns the number of halving levels e.
-int fft16Levels(int32_t* data, const Fft16Spec* spec);
+// returns the number of halving levels e. The AVX2 kernels and the scalar twin
+// give identical results.
+int fft16Levels(int32_t* data, const Fft16Spec* spec, Kernels k = Kernels::Avx2);
 // Whole transform: permutation of src into dst, then the levels (src != dst);
 // *pHalvings receives e.
-ZamStatus fft16Fwd(const int32_t* src, int32_t* dst, const Fft16Spec* spec, int* pHalvings);
+ZamStatus fft16Fwd(const int32_t* src, int32_t* dst, const Fft16Spec* spec, int* pHalvings,
+                   Kernels k = Kernels::Avx2);
 
 }  // namespace zam
