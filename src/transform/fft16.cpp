@@ -69,12 +69,12 @@ void level(int32_t* x, int64_t n, int64_t h, const int32_t* tw, int64_t stride)
     }
 }
 
-// The same level, four butterflies per step (h >= 4), on 64-bit lanes with
-// _mm256_mul_epi32: the identical exact sums and rounding, so the results equal
-// the scalar twin's. Twiddles of four j are gathered once per step of j and
-// serve every group.
+// Four butterflies on 64-bit lanes with _mm256_mul_epi32: a and b hold four
+// complex values as (re, im) int32 pairs, wr and wi the twiddles in the low
+// halves of 64-bit lanes; the identical exact sums and rounding as the scalar
+// level, so the results equal the scalar twin's.
 template <int Halve>
-void levelAvx2(int32_t* x, int64_t n, int64_t h, const int32_t* tw, int64_t stride)
+inline void butterfly4(__m256i& a, __m256i& b, __m256i wr, __m256i wi)
 {
     constexpr int sh = 30 + Halve;
     const __m256i half = _mm256_set1_epi64x(int64_t{1} << (sh - 1));
@@ -85,29 +85,60 @@ void levelAvx2(int32_t* x, int64_t n, int64_t h, const int32_t* tw, int64_t stri
         const __m256i sign = _mm256_cmpgt_epi64(_mm256_setzero_si256(), v);
         return _mm256_or_si256(_mm256_srli_epi64(v, sh), _mm256_slli_epi64(sign, 64 - sh));
     };
+    const __m256i av = _mm256_permutevar8x32_epi32(a, split), bv = _mm256_permutevar8x32_epi32(b, split);
+    const __m256i br = _mm256_cvtepi32_epi64(_mm256_castsi256_si128(bv));
+    const __m256i bi = _mm256_cvtepi32_epi64(_mm256_extracti128_si256(bv, 1));
+    const __m256i ar = _mm256_slli_epi64(_mm256_cvtepi32_epi64(_mm256_castsi256_si128(av)), 30);
+    const __m256i ai = _mm256_slli_epi64(_mm256_cvtepi32_epi64(_mm256_extracti128_si256(av, 1)), 30);
+    const __m256i tr = _mm256_sub_epi64(_mm256_mul_epi32(br, wr), _mm256_mul_epi32(bi, wi));
+    const __m256i ti = _mm256_add_epi64(_mm256_mul_epi32(br, wi), _mm256_mul_epi32(bi, wr));
+    const __m256i ah = _mm256_add_epi64(ar, half), aih = _mm256_add_epi64(ai, half);
+    const __m256i o0 = sra(_mm256_add_epi64(ah, tr)), o1 = sra(_mm256_add_epi64(aih, ti));
+    const __m256i o2 = sra(_mm256_sub_epi64(ah, tr)), o3 = sra(_mm256_sub_epi64(aih, ti));
+    a = _mm256_or_si256(_mm256_and_si256(o0, low), _mm256_slli_epi64(o1, 32));
+    b = _mm256_or_si256(_mm256_and_si256(o2, low), _mm256_slli_epi64(o3, 32));
+}
+
+// One level in AVX2 (n >= 8). For h >= 4 four consecutive butterflies per step,
+// their twiddles gathered once per step of j for every group; for h = 1 and 2
+// the partners of eight complex values are paired by 64-bit shuffles.
+template <int Halve>
+void levelAvx2(int32_t* x, int64_t n, int64_t h, const int32_t* tw, int64_t stride)
+{
+    auto* v = reinterpret_cast<__m256i*>(x);
+    if (h < 4) {
+        const int64_t s2 = 2 * stride;
+        const __m256i wr = h == 1 ? _mm256_set1_epi64x(tw[0]) : _mm256_setr_epi64x(tw[0], tw[s2], tw[0], tw[s2]);
+        const __m256i wi = h == 1 ? _mm256_set1_epi64x(tw[1]) : _mm256_setr_epi64x(tw[1], tw[s2 + 1], tw[1], tw[s2 + 1]);
+        for (int64_t i = 0; i < n / 4; i += 2) {
+            const __m256i v0 = _mm256_loadu_si256(v + i), v1 = _mm256_loadu_si256(v + i + 1);
+            __m256i a, b;
+            if (h == 1) {
+                a = _mm256_unpacklo_epi64(v0, v1), b = _mm256_unpackhi_epi64(v0, v1);
+                butterfly4<Halve>(a, b, wr, wi);
+                _mm256_storeu_si256(v + i, _mm256_unpacklo_epi64(a, b));
+                _mm256_storeu_si256(v + i + 1, _mm256_unpackhi_epi64(a, b));
+            } else {
+                a = _mm256_permute2x128_si256(v0, v1, 0x20), b = _mm256_permute2x128_si256(v0, v1, 0x31);
+                butterfly4<Halve>(a, b, wr, wi);
+                _mm256_storeu_si256(v + i, _mm256_permute2x128_si256(a, b, 0x20));
+                _mm256_storeu_si256(v + i + 1, _mm256_permute2x128_si256(a, b, 0x31));
+            }
+        }
+        return;
+    }
     for (int64_t j = 0; j < h; j += 4) {
         const int32_t* t0 = tw + 2 * j * stride;
         const int64_t s2 = 2 * stride;
         const __m256i wr = _mm256_setr_epi64x(t0[0], t0[s2], t0[2 * s2], t0[3 * s2]);
         const __m256i wi = _mm256_setr_epi64x(t0[1], t0[s2 + 1], t0[2 * s2 + 1], t0[3 * s2 + 1]);
         for (int64_t g = 0; g < n; g += 2 * h) {
-            int32_t* p0 = x + 2 * (g + j);
-            int32_t* p1 = p0 + 2 * h;
-            const __m256i av = _mm256_permutevar8x32_epi32(_mm256_loadu_si256(reinterpret_cast<__m256i*>(p0)), split);
-            const __m256i bv = _mm256_permutevar8x32_epi32(_mm256_loadu_si256(reinterpret_cast<__m256i*>(p1)), split);
-            const __m256i br = _mm256_cvtepi32_epi64(_mm256_castsi256_si128(bv));
-            const __m256i bi = _mm256_cvtepi32_epi64(_mm256_extracti128_si256(bv, 1));
-            const __m256i ar = _mm256_slli_epi64(_mm256_cvtepi32_epi64(_mm256_castsi256_si128(av)), 30);
-            const __m256i ai = _mm256_slli_epi64(_mm256_cvtepi32_epi64(_mm256_extracti128_si256(av, 1)), 30);
-            const __m256i tr = _mm256_sub_epi64(_mm256_mul_epi32(br, wr), _mm256_mul_epi32(bi, wi));
-            const __m256i ti = _mm256_add_epi64(_mm256_mul_epi32(br, wi), _mm256_mul_epi32(bi, wr));
-            const __m256i ah = _mm256_add_epi64(ar, half), aih = _mm256_add_epi64(ai, half);
-            const __m256i o0 = sra(_mm256_add_epi64(ah, tr)), o1 = sra(_mm256_add_epi64(aih, ti));
-            const __m256i o2 = sra(_mm256_sub_epi64(ah, tr)), o3 = sra(_mm256_sub_epi64(aih, ti));
-            _mm256_storeu_si256(reinterpret_cast<__m256i*>(p0),
-                                _mm256_or_si256(_mm256_and_si256(o0, low), _mm256_slli_epi64(o1, 32)));
-            _mm256_storeu_si256(reinterpret_cast<__m256i*>(p1),
-                                _mm256_or_si256(_mm256_and_si256(o2, low), _mm256_slli_epi64(o3, 32)));
+            auto* p0 = reinterpret_cast<__m256i*>(x + 2 * (g + j));
+            auto* p1 = reinterpret_cast<__m256i*>(x + 2 * (g + j + h));
+            __m256i a = _mm256_loadu_si256(p0), b = _mm256_loadu_si256(p1);
+            butterfly4<Halve>(a, b, wr, wi);
+            _mm256_storeu_si256(p0, a);
+            _mm256_storeu_si256(p1, b);
         }
     }
 }
@@ -177,7 +208,7 @@ int fft16Levels(int32_t* data, const Fft16Spec* spec, Kernels k)
     for (int64_t h = 1; h < n; h *= 2) {
         const bool halve = (vec ? peakComponentAvx2(data, 2 * n) : peakComponent(data, 2 * n)) > kFullScaleLimit;
         const int64_t stride = n / (2 * h);
-        if (vec && h >= 4)
+        if (vec && n >= 8)
             halve ? levelAvx2<1>(data, n, h, spec->twiddles, stride) : levelAvx2<0>(data, n, h, spec->twiddles, stride);
         else
             halve ? level<1>(data, n, h, spec->twiddles, stride) : level<0>(data, n, h, spec->twiddles, stride);
