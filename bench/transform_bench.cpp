@@ -532,12 +532,12 @@ void BM_FirBlock_zamac(benchmark::State& state)
 
 }  // namespace
 
-BENCHMARK(BM_Fft_FFTW)->RangeMultiplier(2)->Range(16, 4096)->Arg(16384)->Arg(65536);
-BENCHMARK(BM_Fft_AvTx)->RangeMultiplier(2)->Range(16, 4096)->Arg(16384)->Arg(65536);
+BENCHMARK(BM_Fft_FFTW)->RangeMultiplier(2)->Range(16, 8192)->Arg(16384)->Arg(65536);
+BENCHMARK(BM_Fft_AvTx)->RangeMultiplier(2)->Range(16, 8192)->Arg(16384)->Arg(65536);
 BENCHMARK(BM_MdctFwd_AvTx)->Arg(12)->Arg(36)->Arg(256)->Arg(2048);
 BENCHMARK(BM_MdctInv_AvTx)->Arg(12)->Arg(36)->Arg(256)->Arg(2048);
 BENCHMARK(BM_Mdct16_AvTx)->Arg(256)->Arg(2048);
-BENCHMARK(BM_Fft_zamac)->RangeMultiplier(2)->Range(16, 4096)->Arg(16384)->Arg(65536);
+BENCHMARK(BM_Fft_zamac)->RangeMultiplier(2)->Range(16, 8192)->Arg(16384)->Arg(65536);
 BENCHMARK(BM_MdctFwd_FFTW)->Arg(12)->Arg(36)->Arg(256)->Arg(2048);
 BENCHMARK(BM_MdctFwd_zamac)->Arg(12)->Arg(36)->Arg(256)->Arg(2048);
 BENCHMARK(BM_MdctInv_FFTW)->Arg(12)->Arg(36)->Arg(256)->Arg(2048);

@@ -54,13 +54,8 @@ void mdctInvCore(const float* src, float* dst, const MdctSpec32f* s, float* work
 // count single calls; the hybrid bank of an MP3 granule is 32 such transforms.
 void mdctFixedBatch(const float* src, int64_t srcStride, float* dst, int64_t dstStride, int count,
                     const MdctSpec32f* s);
-// 16-bit forward steps (AVX2 and scalar twins) and the whole transform on a
-// located spec; work is 64-byte aligned, N bytes.
-void preTwiddle16Scalar(const int16_t* x, int16_t* work, const int16_t* t, const uint32_t* rev, int n, int sh);
-void preTwiddle16Avx2(const int16_t* x, int16_t* work, const int16_t* t, const uint32_t* rev, int n, int sh);
-void postTwiddle16Scalar(const int16_t* work, int16_t* dst, const int16_t* t, int n, int shift);
-void postTwiddle16Avx2(const int16_t* work, int16_t* dst, const int16_t* t, int n, int shift);
-ZamStatus mdctFwd16Core(const int16_t* x, int16_t* dst, const MdctSpec16s* s, int scaleFactor, int16_t* work,
-                        Kernels k);
+// The 16-bit forward transform on a located spec; work is 64-byte aligned,
+// 2N bytes (N/4 complex 32-bit values).
+ZamStatus mdctFwd16Core(const int16_t* x, int16_t* dst, const MdctSpec16s* s, int scaleFactor, int32_t* work);
 
 }  // namespace zam
