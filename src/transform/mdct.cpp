@@ -320,14 +320,16 @@ void inverse36Avx2(const float* X, float* y)
     // -S1 -S0 -S7 -S6 -S5 -S4 -S3 -S2
     const __m256 rot = _mm256_permutevar8x32_ps(negS, _mm256_setr_epi32(1, 0, 7, 6, 5, 4, 3, 2));
     const __m256 head = _mm256_castps128_ps256(_mm_setr_ps(b0, -b0, 0, 0));
-    const __m256 shiftedU = _mm256_permutevar8x32_ps(U, _mm256_setr_epi32(0, 0, 0, 1, 2, 3, 4, 5));
-    const __m256 tailU = _mm256_permutevar8x32_ps(U, _mm256_setr_epi32(6, 7, 0, 0, 7, 6, 5, 4));
+    const __m256 tailU = _mm256_permutevar8x32_ps(U, _mm256_setr_epi32(0, 0, 7, 6, 5, 4, 3, 2));
+    // Stored as the two halves a caller windows (y[0..17] and y[18..35]), so its
+    // vector loads of either half find their data in one store each.
     _mm256_storeu_ps(y, S);
     _mm256_storeu_ps(y + 8, _mm256_blend_ps(rot, head, 0x03));
-    _mm256_storeu_ps(y + 16, _mm256_blend_ps(rot, shiftedU, 0xFC));
-    _mm256_storeu_ps(y + 24, _mm256_blend_ps(tailU, _mm256_set1_ps(u8), 0x0C));
+    _mm_storel_pi(reinterpret_cast<__m64*>(y + 16), _mm256_castps256_ps128(rot));
+    _mm256_storeu_ps(y + 18, U);
+    _mm256_storeu_ps(y + 26, _mm256_blend_ps(tailU, _mm256_set1_ps(u8), 0x03));
     const __m128 lowU = _mm256_castps256_ps128(U);
-    _mm_storeu_ps(y + 32, _mm_shuffle_ps(lowU, lowU, _MM_SHUFFLE(0, 1, 2, 3)));
+    _mm_storel_pi(reinterpret_cast<__m64*>(y + 34), _mm_shuffle_ps(lowU, lowU, _MM_SHUFFLE(3, 2, 0, 1)));
 }
 
 #pragma GCC diagnostic pop
