@@ -12,6 +12,8 @@
 
 /* The library needs AVX2 and FMA anyway; let the glue loops use them too. */
 #pragma GCC target("avx2,fma")
+#include <immintrin.h>
+
 #include "mp3_internal.h"
 
 #define GAIN_MIN (-512)
@@ -331,19 +333,20 @@ static void reorder_short(Mp3Layer3* l3, const GranuleLayout* g, float* xr)
     memcpy(xr + from, out + from, (size_t)(576 - from) * sizeof(float));
 }
 
+/* The eight butterflies of each boundary in one vector each way: lo holds the
+ * lower subband's lines 17..10 (reversed), hi the upper one's lines 0..7. */
 static void alias_reduce(const Mp3Layer3* l3, float* xr, int boundaries)
 {
+    const __m256i reverse = _mm256_setr_epi32(7, 6, 5, 4, 3, 2, 1, 0);
+    const __m256 cs = _mm256_loadu_ps(l3->aliasCs), ca = _mm256_loadu_ps(l3->aliasCa);
     for (int sb = 1; sb <= boundaries; ++sb) {
         float* a = xr + 18 * sb;
-        float lo[8], hi[8];
-        for (int i = 0; i < 8; ++i) {
-            lo[i] = a[-1 - i];
-            hi[i] = a[i];
-        }
-        for (int i = 0; i < 8; ++i) {
-            a[-1 - i] = lo[i] * l3->aliasCs[i] - hi[i] * l3->aliasCa[i];
-            a[i] = hi[i] * l3->aliasCs[i] + lo[i] * l3->aliasCa[i];
-        }
+        const __m256 lo = _mm256_permutevar8x32_ps(_mm256_loadu_ps(a - 8), reverse);
+        const __m256 hi = _mm256_loadu_ps(a);
+        const __m256 newLo = _mm256_fmsub_ps(lo, cs, _mm256_mul_ps(hi, ca));
+        const __m256 newHi = _mm256_fmadd_ps(hi, cs, _mm256_mul_ps(lo, ca));
+        _mm256_storeu_ps(a - 8, _mm256_permutevar8x32_ps(newLo, reverse));
+        _mm256_storeu_ps(a, newHi);
     }
 }
 
