@@ -563,8 +563,12 @@ ZamStatus floatTransform(uint32_t tag, const float* src, float* dst, const void*
     if (s->tag != tag) return zamStsContextMismatch;
     if (!src || !dst) return zamStsNullPtr;
     const bool inverse = tag == kTagMdctInv32f;
-    if (s->length == 36 && inverse) {
+    if (inverse && s->length == 36) {
         inverse36Avx2(src, dst);
+        return zamStsOk;
+    }
+    if (inverse && s->length == 12) {
+        fixedInverse<12>(src, dst, s->twiddles);
         return zamStsOk;
     }
     if (s->length == 12 || s->length == 36) {
