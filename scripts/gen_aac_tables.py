@@ -162,6 +162,26 @@ def scalefactor_tree(codes):
     return build('')
 
 
+def scalefactor_lookup(codes, tree):
+    """Entry for each 8-bit prefix: (length << 8) | index for a code of at most 8
+    bits; for a longer code, the tree byte reached after the 8 bits (length 0)."""
+    table = []
+    for prefix in range(256):
+        bits = format(prefix, '08b')
+        entry = None
+        for idx, code in enumerate(codes):
+            if len(code) <= 8 and bits.startswith(code):
+                entry = (len(code) << 8) | idx
+        if entry is None:
+            node = 0
+            for b in bits:
+                node = node + (tree[node] >> 1) if b == '1' else node + 1
+                assert not tree[node] & 1
+            entry = node
+        table.append(entry)
+    return table
+
+
 def gen_huffman():
     books = spectral_books()
     sf_codes = scalefactor_codes()
@@ -169,6 +189,10 @@ def gen_huffman():
     out = []
     out.append('const uint8_t kAacScaleFactorTree[%d] = {' % len(tree))
     out.append(fmt_list(tree, 16))
+    out.append('};')
+    out.append('')
+    out.append('const uint16_t kAacScaleFactorLookup[256] = {')
+    out.append(fmt_list(['0x%04x' % v for v in scalefactor_lookup(sf_codes, tree)], 12))
     out.append('};')
     out.append('')
     out.append('const AacHuffCode kAacScaleFactorCodes[121] = {')

@@ -15,6 +15,9 @@ struct AacHuffCode {
 // bit to byte i + (tree[i] >> 1); a byte with its low bit set is a leaf holding
 // 2 * index + 1 (index 60 is a difference of 0).
 extern const uint8_t kAacScaleFactorTree[241];
+// The same code on its first 8 bits: (length << 8) | index for a code of at most
+// 8 bits; for a longer one, length 0 and the tree byte the 8 bits lead to.
+extern const uint16_t kAacScaleFactorLookup[256];
 extern const AacHuffCode kAacScaleFactorCodes[121];
 
 // Lookup entry of a spectral book:

@@ -84,7 +84,16 @@ public:
     int decodeIndex()
     {
         refill();
-        uint32_t node = 0;
+        const uint32_t entry = kAacScaleFactorLookup[cache_ >> 24];
+        const int length = static_cast<int>(entry >> 8);
+        if (length != 0) {
+            cache_ <<= length;
+            valid_ -= length;
+            return static_cast<int>(entry & 0xFF);
+        }
+        cache_ <<= 8;
+        valid_ -= 8;
+        uint32_t node = entry;
         for (;;) {
             const uint32_t bit = cache_ >> 31;
             cache_ <<= 1;

@@ -309,7 +309,16 @@ ZamStatus aacDequantizeAvx2(int32_t* values, int count, int exponent)
         if (!allWithinLimit(q)) return aacDequantizeScalar(values + i, count - i, exponent);
         _mm256_storeu_si256(reinterpret_cast<__m256i*>(values + i), dequantize8(q, k));
     }
-    return aacDequantizeScalar(values + i, count - i, exponent);
+    if (i < count) {
+        // The last 1..7 values (bands of 4 and 12 lines) in masked lanes: the lanes
+        // outside the band read as zero and are not written.
+        const __m256i mask = _mm256_cmpgt_epi32(_mm256_set1_epi32(count - i), _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7));
+        __m256i q = _mm256_maskload_epi32(values + i, mask);
+        if (_mm256_testz_si256(q, q)) return zamStsOk;
+        if (!allWithinLimit(q)) return aacDequantizeScalar(values + i, count - i, exponent);
+        _mm256_maskstore_epi32(values + i, mask, dequantize8(q, k));
+    }
+    return zamStsOk;
 }
 
 }  // namespace zam

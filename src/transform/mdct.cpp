@@ -49,6 +49,10 @@ inline __m256 vmul(__m256 a, float b) { return _mm256_mul_ps(a, _mm256_set1_ps(b
 inline __m256 vmul(float a, __m256 b) { return _mm256_mul_ps(_mm256_set1_ps(a), b); }
 inline __m256 vneg(__m256 a) { return _mm256_xor_ps(a, _mm256_set1_ps(-0.0f)); }
 inline __m256 splat(float a, __m256) { return _mm256_set1_ps(a); }
+inline __m128 vadd(__m128 a, __m128 b) { return _mm_add_ps(a, b); }
+inline __m128 vsub(__m128 a, __m128 b) { return _mm_sub_ps(a, b); }
+inline __m128 vmul(__m128 a, __m128 b) { return _mm_mul_ps(a, b); }
+inline __m128 vmul(float a, __m128 b) { return _mm_mul_ps(_mm_set1_ps(a), b); }
 
 template <typename V>
 struct CpxOf {
@@ -109,6 +113,33 @@ inline void dft9(CpxOf<V>* w)
 }
 
 // ------------------------------------------------------------ fixed lengths 12, 36
+
+// Twiddle k of an MDCT of length `len`: A sin and A cos of 2*pi*(k + 1/8)/len, with
+// A = sqrt(2) forward and 1/sqrt(N/2) inverse.
+constexpr Cpx twiddlePair(int len, int k, bool inverse)
+{
+    const double amp = inverse ? 1.0 / __builtin_sqrt(len / 2.0) : 1.4142135623730951;
+    const SinCos sc = sinCosTurn(8 * int64_t{k} + 1, 8 * int64_t{len});
+    return {static_cast<float>(amp * sc.s), static_cast<float>(amp * sc.c)};  // {sin, cos}
+}
+
+// The 36-point inverse's twiddles as constants: the spec object copies them, so the
+// one-transform vector kernel (which takes them from here, in its lane order) and
+// the spec-driven paths use the same bits.
+struct Inv36Twiddles {
+    float s[9], c[9];
+};
+constexpr Inv36Twiddles makeInv36Twiddles()
+{
+    Inv36Twiddles t{};
+    for (int k = 0; k < 9; ++k) {
+        const Cpx p = twiddlePair(36, k, true);
+        t.s[k] = p.re;
+        t.c[k] = p.im;
+    }
+    return t;
+}
+constexpr Inv36Twiddles kInv36 = makeInv36Twiddles();
 
 // x(i) and dst(i, value) read and write element i of the transform (of all eight
 // in the lane form).
@@ -184,6 +215,124 @@ void fixedInverse(const float* X, float* y, const float* t)
 {
     fixedInverse<N, float>([X](int i) { return X[i]; }, [y](int i, float v) { y[i] = v; }, t);
 }
+
+// ------------------------------------------------------------ one 36-point inverse in vectors
+
+// The scalar 36-point inverse with its values in vector lanes, every value computed
+// by the same operations in the same order (so bit-identical to fixedInverse<36>):
+// the pre-twiddle and the first three-point DFTs of the nine-point DFT run with
+// lane = n2 (vectors of w[0..2], w[3..5], w[6..8]), a 3x3 transpose gives lane = k1
+// for the second ones, and the post-twiddle runs in the lane order of the outputs:
+//   S = y[0..8]   = b4 a5 b3 a6 b2 a7 b1 a8 b0,   y[9..17]  = -S reversed,
+//   U = y[18..26] = -(a4 b5 a3 b6 a2 b7 a1 b8 a0), y[27..35] = U reversed,
+// with a_j, b_j the post-twiddled real and imaginary parts of DFT output j.
+struct Inv36Lanes {
+    alignas(16) float preC[3][4], preS[3][4];   // lane n2 of group g: twiddle 3g + n2
+    alignas(16) float w9re[2][4], w9im[2][4];   // stage twiddles of y[n2][1], y[n2][2]
+    alignas(32) float alpha[2][8], beta[2][8];  // S and U: value = re * alpha + im * beta
+    alignas(32) float sign[8];
+};
+
+constexpr Inv36Lanes makeInv36Lanes()
+{
+    Inv36Lanes t{};
+    for (int g = 0; g < 3; ++g)
+        for (int n = 0; n < 3; ++n) {
+            t.preC[g][n] = kInv36.c[3 * g + n];
+            t.preS[g][n] = kInv36.s[3 * g + n];
+        }
+    for (int n = 0; n < 3; ++n) {
+        t.w9re[0][n] = kW9[n].re;
+        t.w9im[0][n] = kW9[n].im;
+        t.w9re[1][n] = kW9[2 * n].re;
+        t.w9im[1][n] = kW9[2 * n].im;
+    }
+    constexpr int order[8] = {4, 5, 3, 6, 2, 7, 1, 8};
+    for (int l = 0; l < 8; ++l) {
+        const int j = order[l];
+        const float c = kInv36.c[j], s = kInv36.s[j];
+        // a = re c + im s; b = re s + im (-c), which is re s - im c to the bit.
+        const bool sIsA = (l & 1) != 0;
+        t.alpha[0][l] = sIsA ? c : s;
+        t.beta[0][l] = sIsA ? s : -c;
+        t.alpha[1][l] = sIsA ? s : c;
+        t.beta[1][l] = sIsA ? -c : s;
+        t.sign[l] = -0.0f;
+    }
+    return t;
+}
+
+constexpr Inv36Lanes kInv36Lanes = makeInv36Lanes();
+
+// CpxOf<__m128> drops the vector type's alignment attribute in the template
+// argument, which is harmless here (the values live in registers).
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wignored-attributes"
+
+// Twiddle lanes 1 and 2 of y by w (lane 0 has none: it is kept as it is).
+inline CpxOf<__m128> stageTwiddle(CpxOf<__m128> y, const float* wr, const float* wi)
+{
+    const __m128 r = _mm_load_ps(wr), i = _mm_load_ps(wi);
+    const CpxOf<__m128> m{vsub(vmul(y.re, r), vmul(y.im, i)), vadd(vmul(y.re, i), vmul(y.im, r))};
+    return {_mm_blend_ps(m.re, y.re, 1), _mm_blend_ps(m.im, y.im, 1)};
+}
+
+void inverse36Avx2(const float* X, float* y)
+{
+    const Inv36Lanes& t = kInv36Lanes;
+    // p_j = X[2j], r_j = X[17 - 2j] for j = 3g + lane.
+    const __m128 p[3] = {_mm_setr_ps(X[0], X[2], X[4], 0), _mm_setr_ps(X[6], X[8], X[10], 0),
+                         _mm_setr_ps(X[12], X[14], X[16], 0)};
+    const __m128 r[3] = {_mm_setr_ps(X[17], X[15], X[13], 0), _mm_setr_ps(X[11], X[9], X[7], 0),
+                         _mm_setr_ps(X[5], X[3], X[1], 0)};
+    CpxOf<__m128> w[3];
+    for (int g = 0; g < 3; ++g) {
+        const __m128 c = _mm_load_ps(t.preC[g]), s = _mm_load_ps(t.preS[g]);
+        w[g] = {vadd(vmul(p[g], c), vmul(r[g], s)), vsub(vmul(r[g], c), vmul(p[g], s))};
+    }
+    dft3(w[0], w[1], w[2]);  // lanes n2: w[k] holds y[n2][k]
+    w[1] = stageTwiddle(w[1], t.w9re[0], t.w9im[0]);
+    w[2] = stageTwiddle(w[2], t.w9re[1], t.w9im[1]);
+    __m128 zr = _mm_setzero_ps(), zi = zr;
+    _MM_TRANSPOSE4_PS(w[0].re, w[1].re, w[2].re, zr);
+    _MM_TRANSPOSE4_PS(w[0].im, w[1].im, w[2].im, zi);
+    dft3(w[0], w[1], w[2]);  // lanes k1: w[g] holds DFT outputs 3g..3g+2
+
+    // Real and imaginary parts in the order 4 5 3 6 2 7 1 8 (output 0 apart).
+    const __m256i lowIdx = _mm256_setr_epi32(5, 6, 4, 0, 2, 0, 1, 0);
+    const __m256i highIdx = _mm256_setr_epi32(0, 0, 0, 0, 0, 1, 0, 2);
+    const __m256 re = _mm256_blend_ps(_mm256_permutevar8x32_ps(_mm256_set_m128(w[1].re, w[0].re), lowIdx),
+                                      _mm256_permutevar8x32_ps(_mm256_castps128_ps256(w[2].re), highIdx), 0xA8);
+    const __m256 im = _mm256_blend_ps(_mm256_permutevar8x32_ps(_mm256_set_m128(w[1].im, w[0].im), lowIdx),
+                                      _mm256_permutevar8x32_ps(_mm256_castps128_ps256(w[2].im), highIdx), 0xA8);
+    const __m256 sign = _mm256_load_ps(t.sign);
+    const __m256 S = _mm256_add_ps(_mm256_mul_ps(re, _mm256_load_ps(t.alpha[0])),
+                                   _mm256_mul_ps(im, _mm256_load_ps(t.beta[0])));
+    const __m256 U = _mm256_xor_ps(_mm256_add_ps(_mm256_mul_ps(re, _mm256_load_ps(t.alpha[1])),
+                                                 _mm256_mul_ps(im, _mm256_load_ps(t.beta[1]))),
+                                   sign);
+    const float re0 = _mm_cvtss_f32(w[0].re), im0 = _mm_cvtss_f32(w[0].im);
+    const float s0 = kInv36.s[0], c0 = kInv36.c[0];
+    const float b0 = re0 * s0 - im0 * c0;
+    const float u8 = -(re0 * c0 + im0 * s0);
+
+    const __m256 negS = _mm256_xor_ps(S, sign);
+    // -S1 -S0 -S7 -S6 -S5 -S4 -S3 -S2
+    const __m256 rot = _mm256_permutevar8x32_ps(negS, _mm256_setr_epi32(1, 0, 7, 6, 5, 4, 3, 2));
+    const __m256 head = _mm256_castps128_ps256(_mm_setr_ps(b0, -b0, 0, 0));
+    const __m256 tailU = _mm256_permutevar8x32_ps(U, _mm256_setr_epi32(0, 0, 7, 6, 5, 4, 3, 2));
+    // Stored as the two halves a caller windows (y[0..17] and y[18..35]), so its
+    // vector loads of either half find their data in one store each.
+    _mm256_storeu_ps(y, S);
+    _mm256_storeu_ps(y + 8, _mm256_blend_ps(rot, head, 0x03));
+    _mm_storel_pi(reinterpret_cast<__m64*>(y + 16), _mm256_castps256_ps128(rot));
+    _mm256_storeu_ps(y + 18, U);
+    _mm256_storeu_ps(y + 26, _mm256_blend_ps(tailU, _mm256_set1_ps(u8), 0x03));
+    const __m128 lowU = _mm256_castps256_ps128(U);
+    _mm_storel_pi(reinterpret_cast<__m64*>(y + 34), _mm_shuffle_ps(lowU, lowU, _MM_SHUFFLE(3, 2, 0, 1)));
+}
+
+#pragma GCC diagnostic pop
 
 // ------------------------------------------------------------ eight at a time
 
@@ -302,11 +451,9 @@ ZamStatus checkFloatLength(int len)
 
 void fillTwiddles(float* t, int len, bool inverse)
 {
-    // A = sqrt(2) forward, 1/sqrt(N/2) inverse; angle 2*pi*(k + 1/8)/N.
-    const double amp = inverse ? 1.0 / __builtin_sqrt(len / 2.0) : 1.4142135623730951;
     for (int k = 0; k < len / 4; ++k) {
-        SinCos sc = sinCosTurn(8 * int64_t{k} + 1, 8 * int64_t{len});
-        const float s = static_cast<float>(amp * sc.s), c = static_cast<float>(amp * sc.c);
+        const Cpx p = len == 36 && inverse ? Cpx{kInv36.s[k], kInv36.c[k]} : twiddlePair(len, k, inverse);
+        const float s = p.re, c = p.im;
         if (isPowerOfTwo(len)) {
             t[(k >> 3) * 16 + (k & 7)] = s;
             t[(k >> 3) * 16 + 8 + (k & 7)] = c;
@@ -416,6 +563,14 @@ ZamStatus floatTransform(uint32_t tag, const float* src, float* dst, const void*
     if (s->tag != tag) return zamStsContextMismatch;
     if (!src || !dst) return zamStsNullPtr;
     const bool inverse = tag == kTagMdctInv32f;
+    if (inverse && s->length == 36) {
+        inverse36Avx2(src, dst);
+        return zamStsOk;
+    }
+    if (inverse && s->length == 12) {
+        fixedInverse<12>(src, dst, s->twiddles);
+        return zamStsOk;
+    }
     if (s->length == 12 || s->length == 36) {
         if (inverse)
             mdctInvCore(src, dst, s, nullptr, Kernels::Avx2);
@@ -483,7 +638,10 @@ void mdctInvCore(const float* X, float* y, const MdctSpec32f* s, float* work, Ke
 {
     const int n = s->length;
     if (n == 12) return fixedInverse<12>(X, y, s->twiddles);
-    if (n == 36) return fixedInverse<36>(X, y, s->twiddles);
+    if (n == 36) {
+        if (k == Kernels::Avx2) return inverse36Avx2(X, y);
+        return fixedInverse<36>(X, y, s->twiddles);
+    }
     float* twisted = work;
     float* spectrum = work + n / 2;
     if (k == Kernels::Avx2)

@@ -265,14 +265,17 @@ inline void storedVectorsAvx2(const float* src, int t0, int count, float (*rows)
         for (int k = 0; k < 32; ++k) x[k] = _mm256_maskload_ps(src + k * kPqmfSlots + t0, mask);
     }
     dctII<32>(x);
-    alignas(32) float block[8][8];
     for (int q = 0; q < 4; ++q) {
         __m256 r[8];
         for (int i = 0; i < 8; ++i) r[i] = x[storedCosineIndex(8 * q + i)];
         transpose8(r);
-        for (int t = 0; t < 8; ++t) _mm256_store_ps(block[t], r[t]);
-        for (int t = 0; t < count; ++t) std::memcpy(rows[t] + 8 * q, block[t], 8 * sizeof(float));
+        for (int t = 0; t < count; ++t) _mm256_store_ps(rows[t] + 8 * q, r[t]);
     }
+}
+
+inline void copySlot(const float* from, float* to)
+{
+    for (int i = 0; i < kPqmfBands; i += 8) _mm256_storeu_ps(to + i, _mm256_loadu_ps(from + i));
 }
 
 }  // namespace
@@ -280,13 +283,15 @@ inline void storedVectorsAvx2(const float* src, int t0, int count, float (*rows)
 void pqmfSynthesisAvx2(const float* src, float* dst, float* delay, int32_t& position, int stride)
 {
     const SynthesisTables& tab = kSynthesis;
-    // The 16 stored slots in time order, then the granule's 18.
-    alignas(32) float line[kPqmfRingSlots + kPqmfSlots][32];
-    for (int age = 0; age < kPqmfRingSlots; ++age)
-        std::memcpy(line[kPqmfRingSlots - 1 - age], ringSlot(delay, position, age), 32 * sizeof(float));
-    storedVectorsAvx2(src, 0, 8, line + kPqmfRingSlots);
-    storedVectorsAvx2(src, 8, 8, line + kPqmfRingSlots + 8);
-    storedVectorsAvx2(src, 16, 2, line + kPqmfRingSlots + 16);
+    // The 16 stored slots in time order (read in place from the ring), then the
+    // granule's 18.
+    alignas(32) float fresh[kPqmfSlots][32];
+    const float* line[kPqmfRingSlots + kPqmfSlots];
+    for (int age = 0; age < kPqmfRingSlots; ++age) line[kPqmfRingSlots - 1 - age] = ringSlot(delay, position, age);
+    for (int t = 0; t < kPqmfSlots; ++t) line[kPqmfRingSlots + t] = fresh[t];
+    storedVectorsAvx2(src, 0, 8, fresh);
+    storedVectorsAvx2(src, 8, 8, fresh + 8);
+    storedVectorsAvx2(src, 16, 2, fresh + 16);
 
     auto emit = [&](int t, __m256 l0, __m256 l1, __m256 h0, __m256 h1, float first) {
         float* out = dst + t * 32 * stride;
@@ -329,10 +334,10 @@ void pqmfSynthesisAvx2(const float* src, float* dst, float* delay, int32_t& posi
             const __m256 ol0 = _mm256_load_ps(tab.oddLow[p]), ol1 = _mm256_load_ps(tab.oddLow[p] + 8);
             const __m256 eh0 = _mm256_load_ps(tab.evenHigh[p]), eh1 = _mm256_load_ps(tab.evenHigh[p] + 8);
             const __m256 oh0 = _mm256_load_ps(tab.oddHigh[p]), oh1 = _mm256_load_ps(tab.oddHigh[p] + 8);
-            const __m256 ea0 = _mm256_load_ps(shared), ea1 = _mm256_load_ps(shared + 8);
-            const __m256 oa0 = _mm256_load_ps(earlier + 16), oa1 = _mm256_load_ps(earlier + 24);
-            const __m256 eb0 = _mm256_load_ps(later), eb1 = _mm256_load_ps(later + 8);
-            const __m256 ob0 = _mm256_load_ps(shared + 16), ob1 = _mm256_load_ps(shared + 24);
+            const __m256 ea0 = _mm256_loadu_ps(shared), ea1 = _mm256_loadu_ps(shared + 8);
+            const __m256 oa0 = _mm256_loadu_ps(earlier + 16), oa1 = _mm256_loadu_ps(earlier + 24);
+            const __m256 eb0 = _mm256_loadu_ps(later), eb1 = _mm256_loadu_ps(later + 8);
+            const __m256 ob0 = _mm256_loadu_ps(shared + 16), ob1 = _mm256_loadu_ps(shared + 24);
             la0 = _mm256_fmadd_ps(el0, ea0, la0);
             la1 = _mm256_fmadd_ps(el1, ea1, la1);
             lb0 = _mm256_fmadd_ps(el0, eb0, lb0);
@@ -357,8 +362,7 @@ void pqmfSynthesisAvx2(const float* src, float* dst, float* delay, int32_t& posi
     }
 
     position = (position + kPqmfSlots) & (kPqmfRingSlots - 1);
-    for (int age = 0; age < kPqmfRingSlots; ++age)
-        std::memcpy(ringSlot(delay, position, age), line[kPqmfRingSlots + kPqmfSlots - 1 - age], 32 * sizeof(float));
+    for (int age = 0; age < kPqmfRingSlots; ++age) copySlot(fresh[kPqmfSlots - 1 - age], ringSlot(delay, position, age));
 }
 
 // ------------------------------------------------------------------ analysis

@@ -12,6 +12,8 @@
 
 /* The library needs AVX2 and FMA anyway; let the glue loops use them too. */
 #pragma GCC target("avx2,fma")
+#include <immintrin.h>
+
 #include "mp3_internal.h"
 
 #define GAIN_MIN (-512)
@@ -35,6 +37,7 @@ struct Mp3Layer3 {
     float gain[GAIN_MAX - GAIN_MIN];  /* 2^(q/4) for q in GAIN_MIN..GAIN_MAX-1 */
     float window[4][36];       /* block types 0..3 (2: the 12-point window in 0..11), IMDCT scale included */
     float aliasCs[8], aliasCa[8];
+    float inversion[2][18];    /* frequency inversion: -1 on the odd samples of odd subbands */
     float isRatioLeft[7], isRatioRight[7];
 };
 
@@ -82,6 +85,10 @@ Mp3Layer3* mp3_layer3_create(void)
         l3->window[1][i] = (float)(18 * start);
         l3->window[3][i] = (float)(18 * stop);
         l3->window[2][i] = i < 12 ? (float)(6 * sin(pi / 12 * (i + 0.5))) : 0.0f;
+    }
+    for (int i = 0; i < 18; ++i) {
+        l3->inversion[0][i] = 1.0f;
+        l3->inversion[1][i] = (i & 1) ? -1.0f : 1.0f;
     }
     for (int i = 0; i < 8; ++i) {
         const double c = kAliasCoefficients[i];
@@ -326,15 +333,20 @@ static void reorder_short(Mp3Layer3* l3, const GranuleLayout* g, float* xr)
     memcpy(xr + from, out + from, (size_t)(576 - from) * sizeof(float));
 }
 
+/* The eight butterflies of each boundary in one vector each way: lo holds the
+ * lower subband's lines 17..10 (reversed), hi the upper one's lines 0..7. */
 static void alias_reduce(const Mp3Layer3* l3, float* xr, int boundaries)
 {
+    const __m256i reverse = _mm256_setr_epi32(7, 6, 5, 4, 3, 2, 1, 0);
+    const __m256 cs = _mm256_loadu_ps(l3->aliasCs), ca = _mm256_loadu_ps(l3->aliasCa);
     for (int sb = 1; sb <= boundaries; ++sb) {
         float* a = xr + 18 * sb;
-        for (int i = 0; i < 8; ++i) {
-            const float lo = a[-1 - i], hi = a[i];
-            a[-1 - i] = lo * l3->aliasCs[i] - hi * l3->aliasCa[i];
-            a[i] = hi * l3->aliasCs[i] + lo * l3->aliasCa[i];
-        }
+        const __m256 lo = _mm256_permutevar8x32_ps(_mm256_loadu_ps(a - 8), reverse);
+        const __m256 hi = _mm256_loadu_ps(a);
+        const __m256 newLo = _mm256_fmsub_ps(lo, cs, _mm256_mul_ps(hi, ca));
+        const __m256 newHi = _mm256_fmadd_ps(hi, cs, _mm256_mul_ps(lo, ca));
+        _mm256_storeu_ps(a - 8, _mm256_permutevar8x32_ps(newLo, reverse));
+        _mm256_storeu_ps(a, newHi);
     }
 }
 
@@ -352,12 +364,14 @@ static void hybrid(Mp3Layer3* l3, int ch, const Mp3SideInfo* si, const float* xr
     for (int sb = 0; sb < 32; ++sb) {
         float* o = out + 18 * sb;
         float* ov = overlap + 18 * sb;
+        const float* inv = l3->inversion[sb & 1];
         if (sb >= activeBands) {
             if (sb >= previousBands) {
-                memset(o, 0, 18 * sizeof(float));
-                continue;
+                /* No input and no overlap from here on. */
+                memset(o, 0, (size_t)(32 - sb) * 18 * sizeof(float));
+                break;
             }
-            memcpy(o, ov, 18 * sizeof(float));
+            for (int i = 0; i < 18; ++i) o[i] = ov[i] * inv[i];
             memset(ov, 0, 18 * sizeof(float));
         } else {
             /* The mixed flag puts the two lowest subbands on the normal window for
@@ -366,7 +380,7 @@ static void hybrid(Mp3Layer3* l3, int ch, const Mp3SideInfo* si, const float* xr
             if (type != 2) {
                 zamsMDCTInv_32f(xr + 18 * sb, y, l3->mdct36, l3->mdctBuffer);
                 const float* w = l3->window[type];
-                for (int i = 0; i < 18; ++i) o[i] = y[i] * w[i] + ov[i];
+                for (int i = 0; i < 18; ++i) o[i] = (y[i] * w[i] + ov[i]) * inv[i];
                 for (int i = 18; i < 36; ++i) ov[i - 18] = y[i] * w[i];
             } else {
                 memset(z, 0, sizeof z);
@@ -377,13 +391,11 @@ static void hybrid(Mp3Layer3* l3, int ch, const Mp3SideInfo* si, const float* xr
                     zamsMDCTInv_32f(in, y12, l3->mdct12, l3->mdctBuffer);
                     for (int i = 0; i < 12; ++i) z[6 + 6 * win + i] += y12[i] * w[i];
                 }
-                for (int i = 0; i < 18; ++i) o[i] = z[i] + ov[i];
+                for (int i = 0; i < 18; ++i) o[i] = (z[i] + ov[i]) * inv[i];
                 memcpy(ov, z + 18, 18 * sizeof(float));
             }
             lastNonZero = sb + 1;
         }
-        if (sb & 1)
-            for (int i = 1; i < 18; i += 2) o[i] = -o[i];
     }
     l3->overlapBands[ch] = lastNonZero;
 }
