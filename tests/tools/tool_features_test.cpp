@@ -114,6 +114,33 @@ INSTANTIATE_TEST_SUITE_P(Lame, Gapless,
                                            LameCase{"cbr16stereo", 16000, 2, "-b 64"}),
                          [](const ::testing::TestParamInfo<LameCase>& i) { return std::string(i.param.name); });
 
+// A VBRI header's encoder delay is removed like a LAME tag's (with the decoder's 529
+// samples); VBRI declares no padding, so the end is kept.
+TEST(VbriHeader, ItsDelayIsRemoved)
+{
+    if (!have("lame") || !have("ffmpeg")) GTEST_SKIP() << "lame and ffmpeg are needed";
+    const std::string wav = makeInput(44100, 2, 100000), mp3 = scratch("plain.mp3"), vbri = scratch("vbri.mp3");
+    const std::string a = scratch("plain.raw"), b = scratch("vbri.raw");
+    ASSERT_TRUE(sh("lame --quiet -t -b 128 '" + wav + "' '" + mp3 + "'"));
+    ASSERT_TRUE(sh(kTool + " -q '" + mp3 + "' > '" + a + "'"));
+    const std::string plain = slurp(mp3), plainPcm = slurp(a);
+    const size_t frames = plainPcm.size() / 4 / 1152, delay = 1000;
+    ASSERT_GT(frames, 50u);
+    std::string frame(417, '\0');  // 128 kbit/s at 44.1 kHz without the padding slot
+    frame.replace(0, 4, plain.substr(0, 4));
+    frame[2] = static_cast<char>(frame[2] & ~2);
+    auto byte = [](size_t v, int shift) { return static_cast<unsigned char>(v >> shift); };
+    const unsigned char fields[] = {'V', 'B', 'R', 'I', 0, 1, byte(delay, 8), byte(delay, 0), 0, 50, 0, 0, 0, 0,
+                                    byte(frames, 24), byte(frames, 16), byte(frames, 8), byte(frames, 0)};
+    frame.replace(36, sizeof fields, reinterpret_cast<const char*>(fields), sizeof fields);
+    std::ofstream(vbri, std::ios::binary) << frame << plain;
+    ASSERT_TRUE(sh(kTool + " -q '" + vbri + "' > '" + b + "'"));
+    const std::string trimmed = slurp(b);
+    EXPECT_EQ(trimmed.size(), (frames * 1152 - delay) * 4);
+    EXPECT_TRUE(trimmed.compare(0, (frames * 1152 - delay - 529) * 4, plainPcm, (delay + 529) * 4, std::string::npos) == 0);
+    for (const std::string& f : {wav, mp3, vbri, a, b}) std::remove(f.c_str());
+}
+
 // An M4A file and the ADTS stream copied out of it give the same PCM (without
 // trimming); with the edit list applied the length is the input's.
 TEST(Mp4Input, DecodesLikeItsAdtsTwin)

@@ -168,7 +168,7 @@ static int read_sample_entry(const uint8_t* data, const Box* entry, Mp4Track* t)
 
 /* ------------------------------------------------------------------ sample table */
 
-static int read_sample_table(const uint8_t* data, size_t fileSize, const Box* stbl, Mp4Track* t)
+static int read_sample_table(const uint8_t* data, uint64_t fileSize, const Box* stbl, Mp4Track* t)
 {
     Box stsd, stsz, stsc, stco;
     if (!find_box(data, stbl->body, stbl->end, TAG('s', 't', 's', 'd'), &stsd) || stsd.end - stsd.body < 8)
@@ -280,7 +280,7 @@ static void read_metadata(const uint8_t* data, const Box* moov, Mp4Track* t)
 
 /* ------------------------------------------------------------------ tracks */
 
-static int read_track(const uint8_t* data, size_t size, const Box* trak, uint32_t movieTimescale, Mp4Track* t)
+static int read_track(const uint8_t* data, uint64_t size, const Box* trak, uint32_t movieTimescale, Mp4Track* t)
 {
     Box mdia, hdlr, mdhd, minf, stbl, edts, elst;
     if (!find_box(data, trak->body, trak->end, TAG('m', 'd', 'i', 'a'), &mdia) ||
@@ -324,14 +324,15 @@ static int read_track(const uint8_t* data, size_t size, const Box* trak, uint32_
     return read_sample_table(data, size, &stbl, t);
 }
 
-int mp4_read(const uint8_t* data, size_t size, Mp4Track* t)
+/* The boxes in data (size bytes) of a file of fileSize bytes. */
+static int read_boxes(const uint8_t* data, size_t size, uint64_t fileSize, int fragmented, Mp4Track* t)
 {
     memset(t, 0, sizeof *t);
     t->smpbDelay = t->smpbPadding = -1;
     t->smpbSamples = -1;
     Box moov, mvhd, trak;
     size_t pos = 0;
-    int r, fragmented = 0, found = 0;
+    int r, found = 0;
     while ((r = next_box(data, &pos, size, &moov)) == 1) {
         if (moov.type == TAG('m', 'o', 'o', 'f')) fragmented = 1;
         if (moov.type == TAG('m', 'o', 'o', 'v')) {
@@ -347,7 +348,7 @@ int mp4_read(const uint8_t* data, size_t size, Mp4Track* t)
     pos = moov.body;
     while ((r = next_box(data, &pos, moov.end, &trak)) == 1) {
         if (trak.type != TAG('t', 'r', 'a', 'k')) continue;
-        const int result = read_track(data, size, &trak, movieTimescale, t);
+        const int result = read_track(data, fileSize, &trak, movieTimescale, t);
         if (result <= 0) {
             if (result == 0 && t->sampleCount == 0)
                 return fail(t, fragmented ? "fragmented MP4 files are not read" : "the AAC track has no samples");
@@ -355,6 +356,56 @@ int mp4_read(const uint8_t* data, size_t size, Mp4Track* t)
         }
     }
     return fail(t, "no audio track in the MP4 file");
+}
+
+int mp4_read(const uint8_t* data, size_t size, Mp4Track* t)
+{
+    return read_boxes(data, size, size, 0, t);
+}
+
+int mp4_read_reader(ToolReader* r, Mp4Track* t)
+{
+    uint64_t pos = 0;
+    int fragmented = 0;
+    for (;;) {
+        size_t left;
+        const uint8_t* p = reader_at(r, pos, 16, &left);
+        if (!p || left < 8) {
+            memset(t, 0, sizeof *t);
+            return fail(t, !p ? "the MP4 file could not be read" : "MP4 file without a movie box (moov)");
+        }
+        uint64_t size = be32(p);
+        const uint32_t type = be32(p + 4);
+        if (size == 1 && left >= 16) size = be64(p + 8);
+        else if (size == 0) size = r->size - pos;
+        if (size < 8 || (r->size != TOOL_READER_UNKNOWN && size > r->size - pos)) {
+            memset(t, 0, sizeof *t);
+            return fail(t, "damaged MP4 file (a box runs past the end)");
+        }
+        if (type == TAG('m', 'o', 'o', 'f')) fragmented = 1;
+        if (type == TAG('m', 'o', 'o', 'v')) {
+            if (size > MP4_MOVIE_MAX_BYTES) {
+                memset(t, 0, sizeof *t);
+                return fail(t, "the MP4 movie box (moov) is larger than 256 MiB");
+            }
+            uint8_t* moov = malloc((size_t)size);
+            size_t got = 0;
+            while (moov && got < size && (p = reader_at(r, pos + got, size - got < 32768 ? (size_t)(size - got) : 32768,
+                                                        &left)) != NULL && left > 0) {
+                memcpy(moov + got, p, left);
+                got += left;
+            }
+            if (!moov || got < size) {
+                free(moov);
+                memset(t, 0, sizeof *t);
+                return fail(t, moov ? "damaged MP4 file (a box runs past the end)" : "out of memory");
+            }
+            const int result = read_boxes(moov, (size_t)size, r->size, fragmented, t);
+            free(moov);
+            return result;
+        }
+        pos += size;
+    }
 }
 
 void mp4_free(Mp4Track* t)
