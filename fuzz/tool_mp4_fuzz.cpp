@@ -1,7 +1,8 @@
 // The MP4/M4A reader of the tools (tools/common/tool_mp4.c) on arbitrary bytes held in
 // a heap buffer of exactly the input's size: boxes, esds and AudioSpecificConfig, the
 // sample tables, the edit list and iTunes metadata. Every sample it lists must lie
-// inside the input, and an ADTS header made for it must carry its length.
+// inside the input, and an ADTS header made for it must carry its length; also through
+// the reader that steps over the top-level boxes (mp4_read_reader).
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -25,6 +26,19 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         std::abort();  // a failure always says why
     }
     mp4_free(&track);
+
+    // The same through the reader that steps over the top-level boxes of a file.
+    ToolReader reader;
+    if (reader_open_memory(&reader, exact, size) == 0) {
+        if (mp4_read_reader(&reader, &track) == 0) {
+            for (uint32_t i = 0; i < track.sampleCount; ++i)
+                if (track.offsets[i] > size || track.sizes[i] > size - track.offsets[i]) std::abort();
+        } else if (track.error[0] == '\0') {
+            std::abort();
+        }
+        mp4_free(&track);
+        reader_close(&reader);
+    }
     std::free(exact);
     return 0;
 }

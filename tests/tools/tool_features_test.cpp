@@ -1,5 +1,6 @@
 // zamac-decode as people use it: gapless MP3 from lame (the length of the input, as
-// mpg123 gives it), M4A files from ffmpeg (the same PCM as their ADTS twins, and the
+// mpg123 gives it; a VBRI header's delay), M4A files from ffmpeg (plain and fragmented:
+// the same PCM as their ADTS twins, and the
 // length of the input with gapless trimming), standard input and output, and the
 // 24-bit and float output formats against the float path.
 #include <gtest/gtest.h>
@@ -141,22 +142,28 @@ TEST(VbriHeader, ItsDelayIsRemoved)
     for (const std::string& f : {wav, mp3, vbri, a, b}) std::remove(f.c_str());
 }
 
-// An M4A file and the ADTS stream copied out of it give the same PCM (without
-// trimming); with the edit list applied the length is the input's.
+// An M4A file, the ADTS stream copied out of it and the same stream in a fragmented
+// MP4 file (moof boxes) give the same PCM (without trimming); with the edit list
+// applied the length is the input's.
 TEST(Mp4Input, DecodesLikeItsAdtsTwin)
 {
     if (!have("ffmpeg")) GTEST_SKIP() << "ffmpeg is needed";
     const long frames = 100000;
     const std::string wav = makeInput(44100, 2, frames), m4a = scratch("a.m4a"), adts = scratch("a.aac");
+    const std::string fragmented = scratch("f.m4a");
     ASSERT_TRUE(sh("ffmpeg -nostdin -y -i '" + wav + "' -c:a aac -b:a 128k '" + m4a + "'"));
     ASSERT_TRUE(sh("ffmpeg -nostdin -y -i '" + m4a + "' -c copy -f adts '" + adts + "'"));
-    const std::string a = scratch("m4a.raw"), b = scratch("adts.raw");
+    ASSERT_TRUE(sh("ffmpeg -nostdin -y -i '" + m4a + "' -c copy -movflags frag_keyframe+empty_moov -frag_duration "
+                   "500000 '" + fragmented + "'"));
+    const std::string a = scratch("m4a.raw"), b = scratch("adts.raw"), c = scratch("frag.raw");
     ASSERT_TRUE(sh(kTool + " -q --no-gapless '" + m4a + "' > '" + a + "'"));
     ASSERT_TRUE(sh(kTool + " -q '" + adts + "' > '" + b + "'"));
+    ASSERT_TRUE(sh(kTool + " -q --no-gapless '" + fragmented + "' > '" + c + "'"));
     EXPECT_GT(slurp(a).size(), 100000u * 4);
     EXPECT_TRUE(slurp(a) == slurp(b));
+    EXPECT_TRUE(slurp(a) == slurp(c));
     EXPECT_EQ(decodedFrames("'" + m4a + "'"), frames);
-    for (const std::string& f : {wav, m4a, adts, a, b}) std::remove(f.c_str());
+    for (const std::string& f : {wav, m4a, adts, fragmented, a, b, c}) std::remove(f.c_str());
 }
 
 // The shared HE-AAC streams put into MP4 by ffmpeg (-c copy): the same PCM as the ADTS file.

@@ -318,6 +318,10 @@ static int read_track(const uint8_t* data, uint64_t size, const Box* trak, uint3
             break;
         }
     }
+    Box tkhd;
+    if (find_box(data, trak->body, trak->end, TAG('t', 'k', 'h', 'd'), &tkhd) &&
+        tkhd.end - tkhd.body >= (data[tkhd.body] == 1 ? 24u : 16u))
+        t->trackId = be32(data + tkhd.body + (data[tkhd.body] == 1 ? 20 : 12));
     if (!find_box(data, mdia.body, mdia.end, TAG('m', 'i', 'n', 'f'), &minf) ||
         !find_box(data, minf.body, minf.end, TAG('s', 't', 'b', 'l'), &stbl))
         return fail(t, "the audio track has no sample table");
@@ -349,6 +353,17 @@ static int read_boxes(const uint8_t* data, size_t size, uint64_t fileSize, int f
     while ((r = next_box(data, &pos, moov.end, &trak)) == 1) {
         if (trak.type != TAG('t', 'r', 'a', 'k')) continue;
         const int result = read_track(data, fileSize, &trak, movieTimescale, t);
+        Box mvex, trex;
+        if (result == 0 && t->sampleCount == 0 && find_box(data, moov.body, moov.end, TAG('m', 'v', 'e', 'x'), &mvex)) {
+            /* A fragmented file: the samples are listed in the movie fragments. */
+            t->fragmented = 1;
+            size_t at = mvex.body;
+            while (next_box(data, &at, mvex.end, &trex) == 1)
+                if (trex.type == TAG('t', 'r', 'e', 'x') && trex.end - trex.body >= 24 &&
+                    be32(data + trex.body + 4) == t->trackId)
+                    t->defaultSampleSize = be32(data + trex.body + 16);
+            return 0;
+        }
         if (result <= 0) {
             if (result == 0 && t->sampleCount == 0)
                 return fail(t, fragmented ? "fragmented MP4 files are not read" : "the AAC track has no samples");
@@ -358,9 +373,127 @@ static int read_boxes(const uint8_t* data, size_t size, uint64_t fileSize, int f
     return fail(t, "no audio track in the MP4 file");
 }
 
+/* ------------------------------------------------------------------ fragments */
+
+static int add_sample(Mp4Track* t, uint64_t offset, uint32_t size, uint64_t fileSize)
+{
+    if (size == 0 || offset > fileSize || size > fileSize - offset) return fail(t, "a sample lies outside the file");
+    if (t->sampleCount == t->capacity) {
+        if (t->capacity >= (1u << 30)) return fail(t, "too many samples");
+        const uint32_t capacity = t->capacity ? t->capacity * 2 : 1024;
+        uint64_t* offsets = realloc(t->offsets, capacity * sizeof *offsets);
+        if (offsets) t->offsets = offsets;
+        uint32_t* sizes = realloc(t->sizes, capacity * sizeof *sizes);
+        if (sizes) t->sizes = sizes;
+        if (!offsets || !sizes) return fail(t, "out of memory");
+        t->capacity = capacity;
+    }
+    t->offsets[t->sampleCount] = offset;
+    t->sizes[t->sampleCount++] = size;
+    return 0;
+}
+
+/* The samples of the track in one movie fragment (moof, size bytes, at file offset
+ * moofOffset): track fragment header (tfhd) defaults over the movie's (trex), and the
+ * runs (trun) in order, each at its data offset or after the run before. */
+static int read_fragment(const uint8_t* data, size_t size, uint64_t moofOffset, uint64_t fileSize, Mp4Track* t)
+{
+    Box moof, traf;
+    size_t pos = 0;
+    if (next_box(data, &pos, size, &moof) != 1 || moof.type != TAG('m', 'o', 'o', 'f'))
+        return fail(t, "damaged movie fragment (moof)");
+    pos = moof.body;
+    uint64_t dataEnd = moofOffset; /* where the previous track fragment's data ended */
+    while (next_box(data, &pos, moof.end, &traf) == 1) {
+        if (traf.type != TAG('t', 'r', 'a', 'f')) continue;
+        Box tfhd;
+        if (!find_box(data, traf.body, traf.end, TAG('t', 'f', 'h', 'd'), &tfhd) || tfhd.end - tfhd.body < 8)
+            return fail(t, "damaged track fragment header (tfhd)");
+        const uint8_t* h = data + tfhd.body;
+        const uint32_t flags = be32(h) & 0xFFFFFF;
+        size_t need = 8 + ((flags & 1) ? 8 : 0) + ((flags & 2) ? 4 : 0) + ((flags & 8) ? 4 : 0) + ((flags & 0x10) ? 4 : 0);
+        if (tfhd.end - tfhd.body < need) return fail(t, "damaged track fragment header (tfhd)");
+        if (be32(h + 4) != t->trackId) continue;
+        size_t at = 8;
+        uint64_t base = (flags & 0x20000) ? moofOffset : dataEnd;
+        if (flags & 1) base = be64(h + at), at += 8;
+        if (flags & 2) at += 4;
+        if (flags & 8) at += 4;
+        const uint32_t defaultSize = (flags & 0x10) ? be32(h + at) : t->defaultSampleSize;
+        uint64_t next = base;
+        size_t runAt = traf.body;
+        Box trun;
+        while (next_box(data, &runAt, traf.end, &trun) == 1) {
+            if (trun.type != TAG('t', 'r', 'u', 'n')) continue;
+            if (trun.end - trun.body < 8) return fail(t, "damaged track run (trun)");
+            const uint8_t* r = data + trun.body;
+            const uint32_t runFlags = be32(r) & 0xFFFFFF, count = be32(r + 4);
+            size_t e = 8;
+            if (runFlags & 1) {
+                if (trun.end - trun.body < e + 4) return fail(t, "damaged track run (trun)");
+                next = base + (uint64_t)(int64_t)(int32_t)be32(r + e);
+                e += 4;
+            }
+            if (runFlags & 4) e += 4;
+            const size_t entry = 4 * (size_t)(!!(runFlags & 0x100) + !!(runFlags & 0x200) + !!(runFlags & 0x400) +
+                                              !!(runFlags & 0x800));
+            if (e > trun.end - trun.body || (entry && count > (trun.end - trun.body - e) / entry))
+                return fail(t, "damaged track run (trun)");
+            for (uint32_t i = 0; i < count; ++i) {
+                const uint8_t* v = r + e + (size_t)i * entry + ((runFlags & 0x100) ? 4 : 0);
+                const uint32_t sampleSize = (runFlags & 0x200) ? be32(v) : defaultSize;
+                if (add_sample(t, next, sampleSize, fileSize) != 0) return -1;
+                next += sampleSize;
+            }
+        }
+        dataEnd = next;
+    }
+    return 0;
+}
+
 int mp4_read(const uint8_t* data, size_t size, Mp4Track* t)
 {
-    return read_boxes(data, size, size, 0, t);
+    if (read_boxes(data, size, size, 0, t) != 0) return -1;
+    if (!t->fragmented) return 0;
+    size_t pos = 0, start = 0;
+    Box box;
+    for (; next_box(data, &pos, size, &box) == 1; start = pos)
+        if (box.type == TAG('m', 'o', 'o', 'f') && read_fragment(data + start, box.end - start, start, size, t) != 0)
+            return -1;
+    return t->sampleCount ? 0 : fail(t, "the AAC track has no samples");
+}
+
+/* The movie fragments after the movie box. */
+static int read_fragments(ToolReader* r, uint64_t pos, Mp4Track* t)
+{
+    for (;;) {
+        size_t left;
+        const uint8_t* p = reader_at(r, pos, 16, &left);
+        if (!p) return fail(t, "the MP4 file could not be read");
+        if (left < 8) break;
+        uint64_t size = be32(p);
+        if (size == 1 && left >= 16) size = be64(p + 8);
+        else if (size == 0) size = r->size - pos;
+        if (size < 8 || (r->size != TOOL_READER_UNKNOWN && size > r->size - pos)) break; /* damaged tail */
+        if (be32(p + 4) == TAG('m', 'o', 'o', 'f')) {
+            if (size > MP4_MOVIE_MAX_BYTES) return fail(t, "an MP4 movie fragment (moof) is larger than 256 MiB");
+            uint8_t* moof = malloc((size_t)size);
+            size_t got = 0;
+            while (moof && got < size &&
+                   (p = reader_at(r, pos + got, size - got < 32768 ? (size_t)(size - got) : 32768, &left)) != NULL &&
+                   left > 0) {
+                memcpy(moof + got, p, left);
+                got += left;
+            }
+            const int result = !moof ? fail(t, "out of memory")
+                               : got < size ? fail(t, "damaged MP4 file (a box runs past the end)")
+                                            : read_fragment(moof, (size_t)size, pos, r->size, t);
+            free(moof);
+            if (result != 0) return result;
+        }
+        pos += size;
+    }
+    return t->sampleCount ? 0 : fail(t, "the AAC track has no samples");
 }
 
 int mp4_read_reader(ToolReader* r, Mp4Track* t)
@@ -402,7 +535,9 @@ int mp4_read_reader(ToolReader* r, Mp4Track* t)
             }
             const int result = read_boxes(moov, (size_t)size, r->size, fragmented, t);
             free(moov);
-            return result;
+            if (result != 0 || !t->fragmented) return result;
+            pos += size;
+            return read_fragments(r, pos, t);
         }
         pos += size;
     }

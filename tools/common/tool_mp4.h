@@ -3,7 +3,8 @@
  * sampling rate, channel configuration, explicit SBR/PS signalling), its sample table
  * (stsz, stsc, stco/co64, stts), the edit list's start and length, iTunes gapless
  * information (iTunSMPB) and the title/artist/album/year of iTunes metadata.
- * Fragmented files (moof) are not read. Every offset and count is checked against
+ * Fragmented files (an empty sample table, mvex/trex defaults, then moof boxes with
+ * tfhd and trun) give the same sample list. Every offset and count is checked against
  * the buffer: a damaged file gives a message, never a read outside it. */
 #ifndef ZAMAC_TOOL_MP4_H
 #define ZAMAC_TOOL_MP4_H
@@ -29,6 +30,10 @@ typedef struct {
     uint32_t timescale;      /* mdhd */
     uint64_t duration;       /* mdhd, in timescale units */
     uint32_t sampleCount;
+    uint32_t capacity;       /* of offsets and sizes (fragmented files) */
+    uint32_t trackId;        /* tkhd */
+    int fragmented;          /* the samples come from movie fragments */
+    uint32_t defaultSampleSize; /* trex */
     uint64_t* offsets;       /* sampleCount file offsets */
     uint32_t* sizes;         /* sampleCount sizes */
     int64_t editStart;       /* media time where the presentation starts (-1: no edit list) */

@@ -343,7 +343,8 @@ static int mp4_check(const ToolReader* r, const Mp4Track* t, uint64_t* total, ch
         *total += 7 + (uint64_t)t->sizes[i];
     }
     if (!r->seekable && t->offsets[0] < r->start) {
-        snprintf(why, whySize, "the media data comes before the movie box (moov), which a pipe cannot go back "
+        snprintf(why, whySize, t->fragmented ? "a fragmented MP4 file is read from a file, not from a pipe"
+                 : "the media data comes before the movie box (moov), which a pipe cannot go back "
                  "to: give a file, or move the moov box to the front (ffmpeg -movflags +faststart)");
         return -1;
     }
