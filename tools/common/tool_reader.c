@@ -154,3 +154,30 @@ uint64_t reader_audio_end(ToolReader* r, uint64_t floor)
     }
     return end;
 }
+
+int reader_spool(ToolReader* r)
+{
+    if (r->seekable || !r->file || r->start != 0) return -1;
+    FILE* spool = tmpfile();
+    if (!spool) return -1;
+    int failed = fwrite(r->buf, 1, r->filled, spool) != r->filled;
+    uint64_t size = r->filled;
+    size_t got;
+    while (!failed && (got = fread(r->buf, 1, TOOL_READER_WINDOW, r->file)) > 0) {
+        failed = fwrite(r->buf, 1, got, spool) != got;
+        size += got;
+    }
+    if (failed || ferror(r->file) || fflush(spool) != 0 || fseeko(spool, 0, SEEK_SET) != 0) {
+        fclose(spool);
+        r->error = 1;
+        return -1;
+    }
+    if (r->ownsFile) fclose(r->file);
+    r->file = spool;
+    r->ownsFile = 1;
+    r->seekable = 1;
+    r->size = size;
+    r->start = r->sourcePos = 0;
+    r->filled = 0;
+    return 0;
+}

@@ -57,6 +57,11 @@ void reader_close(ToolReader* r);
  * is set); pos at or past the limit gives *left = 0. */
 const uint8_t* reader_at(ToolReader* r, uint64_t pos, size_t n, size_t* left);
 
+/* A pipe whose window has not moved yet is copied to a temporary file (deleted when
+ * the reader closes), which the reader then reads like a file: for a container that
+ * must be read out of order (an MP4 file with its moov box at the end). */
+int reader_spool(ToolReader* r);
+
 /* The end of the audio before trailing ID3v1, Lyrics3 and APE tags, not below floor;
  * TOOL_READER_UNKNOWN on a pipe (tags at the end are then read as data). */
 uint64_t reader_audio_end(ToolReader* r, uint64_t floor);

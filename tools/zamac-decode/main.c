@@ -285,6 +285,7 @@ static int compare_with(const char* path, const Sink* s)
 typedef struct {
     ToolReader* file;
     const Mp4Track* track;
+    Mp4Samples samples;
     uint32_t next;          /* the sample to read next */
     uint8_t frame[8192];
     size_t have, used;
@@ -298,10 +299,12 @@ static size_t adts_from_mp4(void* ctx, uint8_t* dst, size_t n)
     while (out < n) {
         if (s->used == s->have) {
             const Mp4Track* t = s->track;
-            if (s->next == t->sampleCount || s->failed) break;
+            uint64_t offset;
+            uint32_t size;
+            const char* why;
+            if (s->failed || mp4_samples_next(&s->samples, &offset, &size, &why) != 1) break;
             size_t left;
-            const uint32_t size = t->sizes[s->next];
-            const uint8_t* p = reader_at(s->file, t->offsets[s->next], size, &left);
+            const uint8_t* p = reader_at(s->file, offset, size, &left);
             if (!p || left < size || mp4_adts_header(t, size, s->frame) != 0) {
                 s->failed = 1;
                 break;
@@ -321,7 +324,8 @@ static size_t adts_from_mp4(void* ctx, uint8_t* dst, size_t n)
 
 /* Whether the track can be decoded as ADTS frames; the reason in why when not. Sets
  * *total to the bytes of the frames. */
-static int mp4_check(const ToolReader* r, const Mp4Track* t, uint64_t* total, char* why, size_t whySize)
+static int mp4_check(const ToolReader* r, const char* path, const Mp4Track* t, uint64_t* total, char* why,
+                     size_t whySize)
 {
     if (t->coreObjectType != 1 && t->coreObjectType != 2 && t->coreObjectType != 4) {
         snprintf(why, whySize, "AAC object type %d in the MP4 track is not supported; only Main, LC (also as the "
@@ -334,15 +338,26 @@ static int mp4_check(const ToolReader* r, const Mp4Track* t, uint64_t* total, ch
                                                : "the MP4 track has no samples", t->channelConfiguration);
         return -1;
     }
+    Mp4Samples samples;
+    uint64_t offset, first = 0;
+    uint32_t size, i = 0;
+    const char* damage;
+    if (mp4_samples_open(&samples, t, path) != 0) {
+        snprintf(why, whySize, "the MP4 file could not be read again");
+        return -1;
+    }
     *total = 0;
-    for (uint32_t i = 0; i < t->sampleCount; ++i) {
-        if (mp4_adts_header(t, t->sizes[i], header) != 0) {
+    for (; mp4_samples_next(&samples, &offset, &size, &damage) == 1; ++i) {
+        if (i == 0) first = offset;
+        if (mp4_adts_header(t, size, header) != 0) {
             snprintf(why, whySize, "MP4 sample %u is too long for an AAC frame", i + 1);
+            mp4_samples_close(&samples);
             return -1;
         }
-        *total += 7 + (uint64_t)t->sizes[i];
+        *total += 7 + (uint64_t)size;
     }
-    if (!r->seekable && t->offsets[0] < r->start) {
+    mp4_samples_close(&samples);
+    if (!r->seekable && first < r->start) {
         snprintf(why, whySize, t->fragmented ? "a fragmented MP4 file is read from a file, not from a pipe"
                  : "the media data comes before the movie box (moov), which a pipe cannot go back "
                  "to: give a file, or move the moov box to the front (ffmpeg -movflags +faststart)");
@@ -400,8 +415,8 @@ static void usage(FILE* out)
             "  -V, --version        show the version and exit\n"
             "\n"
             "The input is read as it is decoded, in constant memory (about 3 MB). From a pipe,\n"
-            "tags at the end (ID3v1, APE) are read as data and skipped, an MP4 file needs its\n"
-            "moov box before the media data, and an MP3 without a frame count in its Xing/Info\n"
+            "tags at the end (ID3v1, APE) are read as data and skipped, an MP4 file is first\n"
+            "copied to a temporary file, and an MP3 without a frame count in its Xing/Info\n"
             "header keeps its end padding. WAVE written to a pipe has its sizes set to\n"
             "0xFFFFFFFF (length unknown).\n"
             "Raw ADTS and ADIF carry no delay information: their output includes the encoder's\n"
@@ -494,12 +509,25 @@ int main(int argc, char** argv)
     }
     Mp4Track mp4;
     memset(&mp4, 0, sizeof mp4);
+    /* An MP4 file's sample table is read from the file as decoding goes; from a pipe the
+     * file is first copied to a temporary file (its moov box may come last). */
+    const char* tablePath = strcmp(input, "-") != 0 ? input : reader.seekable ? "/proc/self/fd/0" : NULL;
+    char spoolPath[64];
+    if (fmt.kind == INPUT_MP4 && !refusal && !reader.seekable) {
+        if (reader_spool(&reader) != 0) {
+            snprintf(text, sizeof text, "cannot copy the MP4 file to a temporary file: %s", strerror(errno));
+            refusal = text;
+        } else {
+            snprintf(spoolPath, sizeof spoolPath, "/proc/self/fd/%d", fileno(reader.file));
+            tablePath = spoolPath;
+        }
+    }
     uint64_t adtsSize = 0; /* an MP4 track's samples as ADTS frames */
     if (fmt.kind == INPUT_MP4 && !refusal) {
-        if (mp4_read_reader(&reader, &mp4) != 0) {
+        if (mp4_read_reader(&reader, tablePath, &mp4) != 0) {
             snprintf(text, sizeof text, "%s", mp4.error);
             refusal = text;
-        } else if (mp4_check(&reader, &mp4, &adtsSize, text, sizeof text) != 0) {
+        } else if (mp4_check(&reader, tablePath, &mp4, &adtsSize, text, sizeof text) != 0) {
             refusal = text;
         }
     }
@@ -539,17 +567,22 @@ int main(int argc, char** argv)
     DecodeStats stats = {0, 0, 0.0, 0};
 
     const int isAac = fmt.kind == INPUT_ADTS || fmt.kind == INPUT_ADIF || fmt.kind == INPUT_MP4;
-    AdtsFromMp4 fromMp4 = {&reader, &mp4, 0, {0}, 0, 0, 0};
+    AdtsFromMp4 fromMp4;
+    memset(&fromMp4, 0, sizeof fromMp4);
+    fromMp4.file = &reader;
+    fromMp4.track = &mp4;
     ToolReader adtsReader;
     int status;
     const double cpuStart = cpu_seconds();
     if (fmt.kind == INPUT_MP4) {
         if (options.gapless) mp4_gapless(&mp4, &sink);
-        status = reader_open_source(&adtsReader, adts_from_mp4, &fromMp4, adtsSize);
+        status = mp4_samples_open(&fromMp4.samples, &mp4, tablePath) != 0 ||
+                 reader_open_source(&adtsReader, adts_from_mp4, &fromMp4, adtsSize) != 0;
         if (status == 0) {
             status = aac_decode_reader(&adtsReader, 0, &options, &pcmSink, &stats);
             reader_close(&adtsReader);
         }
+        mp4_samples_close(&fromMp4.samples);
         if (fromMp4.failed) {
             tool_error("%s: MP4 sample %u could not be read", shown, fromMp4.next + 1);
             status = 1;

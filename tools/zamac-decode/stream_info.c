@@ -162,8 +162,7 @@ static void mp4_info(FILE* out, const StreamSummary* s)
     fprintf(out, "  format     MPEG-4 AAC %s (MP4), %d Hz%s, %d channel%s\n", object, t->sampleRate,
             t->extensionRate ? " core" : "", t->channelConfiguration, t->channelConfiguration == 1 ? "" : "s");
     if (t->extensionRate) fprintf(out, "  SBR        output rate %d Hz (signalled explicitly)\n", t->extensionRate);
-    unsigned long long bytes = 0;
-    for (uint32_t i = 0; i < t->sampleCount; ++i) bytes += t->sizes[i];
+    const unsigned long long bytes = t->totalBytes;
     if (t->timescale && t->duration)
         fprintf(out, "  bit rate   %.0f kbit/s average\n", bytes * 8.0 * t->timescale / (double)t->duration / 1000);
     print_duration(out, s->samples, s->sampleRate);
