@@ -1,6 +1,6 @@
 // zamac-decode as people use it: gapless MP3 from lame (the length of the input, as
-// mpg123 gives it; a VBRI header's delay), M4A files from ffmpeg (plain and fragmented:
-// the same PCM as their ADTS twins, and the
+// mpg123 gives it; a VBRI header's delay), M4A files from ffmpeg (plain and fragmented)
+// and LOAS/LATM streams (the same PCM as their ADTS twins, and the
 // length of the input with gapless trimming), standard input and output, and the
 // 24-bit and float output formats against the float path.
 #include <gtest/gtest.h>
@@ -150,35 +150,43 @@ TEST(Mp4Input, DecodesLikeItsAdtsTwin)
     if (!have("ffmpeg")) GTEST_SKIP() << "ffmpeg is needed";
     const long frames = 100000;
     const std::string wav = makeInput(44100, 2, frames), m4a = scratch("a.m4a"), adts = scratch("a.aac");
-    const std::string fragmented = scratch("f.m4a");
+    const std::string fragmented = scratch("f.m4a"), latm = scratch("a.latm");
     ASSERT_TRUE(sh("ffmpeg -nostdin -y -i '" + wav + "' -c:a aac -b:a 128k '" + m4a + "'"));
     ASSERT_TRUE(sh("ffmpeg -nostdin -y -i '" + m4a + "' -c copy -f adts '" + adts + "'"));
     ASSERT_TRUE(sh("ffmpeg -nostdin -y -i '" + m4a + "' -c copy -movflags frag_keyframe+empty_moov -frag_duration "
                    "500000 '" + fragmented + "'"));
-    const std::string a = scratch("m4a.raw"), b = scratch("adts.raw"), c = scratch("frag.raw");
+    ASSERT_TRUE(sh("ffmpeg -nostdin -y -i '" + m4a + "' -c copy -f latm '" + latm + "'"));
+    const std::string a = scratch("m4a.raw"), b = scratch("adts.raw"), c = scratch("frag.raw"), d = scratch("latm.raw");
     ASSERT_TRUE(sh(kTool + " -q --no-gapless '" + m4a + "' > '" + a + "'"));
     ASSERT_TRUE(sh(kTool + " -q '" + adts + "' > '" + b + "'"));
     ASSERT_TRUE(sh(kTool + " -q --no-gapless '" + fragmented + "' > '" + c + "'"));
+    ASSERT_TRUE(sh(kTool + " -q '" + latm + "' > '" + d + "'"));
     EXPECT_GT(slurp(a).size(), 100000u * 4);
     EXPECT_TRUE(slurp(a) == slurp(b));
     EXPECT_TRUE(slurp(a) == slurp(c));
+    EXPECT_TRUE(slurp(a) == slurp(d));
     EXPECT_EQ(decodedFrames("'" + m4a + "'"), frames);
-    for (const std::string& f : {wav, m4a, adts, fragmented, a, b, c}) std::remove(f.c_str());
+    for (const std::string& f : {wav, m4a, adts, fragmented, latm, a, b, c, d}) std::remove(f.c_str());
 }
 
-// The shared HE-AAC streams put into MP4 by ffmpeg (-c copy): the same PCM as the ADTS file.
+// The shared HE-AAC streams put into MP4 and LOAS/LATM by ffmpeg (-c copy): the same
+// PCM as the ADTS file.
 TEST(Mp4Input, HeAacStreamsCopiedIntoMp4)
 {
     if (!have("ffmpeg")) GTEST_SKIP() << "ffmpeg is needed";
     for (const char* name : {"sbr_44k_stereo_loud_vbr", "ps_24k_wide"}) {
         const std::string adts = zamtest::sharedPath(std::string("vectors/aac-he/") + name + ".aac");
         const std::string m4a = scratch("he.m4a"), a = scratch("he-m4a.raw"), b = scratch("he-adts.raw");
+        const std::string latm = scratch("he.latm"), c = scratch("he-latm.raw");
         ASSERT_TRUE(sh("ffmpeg -nostdin -y -i '" + adts + "' -c copy '" + m4a + "'")) << name;
+        ASSERT_TRUE(sh("ffmpeg -nostdin -y -i '" + adts + "' -c copy -f latm '" + latm + "'")) << name;
         ASSERT_TRUE(sh(kTool + " -q --no-gapless '" + m4a + "' > '" + a + "'")) << name;
         ASSERT_TRUE(sh(kTool + " -q '" + adts + "' > '" + b + "'")) << name;
+        ASSERT_TRUE(sh(kTool + " -q '" + latm + "' > '" + c + "'")) << name;
         EXPECT_GT(slurp(b).size(), 10000u);
         EXPECT_TRUE(slurp(a) == slurp(b)) << name;
-        for (const std::string& f : {m4a, a, b}) std::remove(f.c_str());
+        EXPECT_TRUE(slurp(c) == slurp(b)) << name;
+        for (const std::string& f : {m4a, latm, a, b, c}) std::remove(f.c_str());
     }
 }
 

@@ -3,6 +3,7 @@
 #include <stdio.h>
 #include <string.h>
 
+#include "tool_latm.h"
 #include "tool_reader.h"
 #include "tool_tags.h"
 
@@ -106,6 +107,23 @@ static int adts_run(const uint8_t* data, size_t pos, size_t end, int* exact, siz
     return count;
 }
 
+static int loas_run(const uint8_t* data, size_t end, int* exact)
+{
+    size_t pos = 0, length;
+    int count = 0;
+    *exact = 0;
+    while (count < RUN_FRAMES && (length = loas_frame_length(data + pos, end - pos)) != 0) {
+        if (length > end - pos) return count;
+        ++count;
+        pos += length;
+        if (pos == end) {
+            *exact = 1;
+            return count;
+        }
+    }
+    return count;
+}
+
 /* A free-format Layer III stream: a header, and the same header's fixed bytes again
  * within a frame's reach. */
 static int free_format_at(const uint8_t* data, size_t pos, size_t end)
@@ -168,8 +186,19 @@ void detect_format_reader(ToolReader* r, InputFormat* f)
     for (i = start; i < start + SEARCH_BYTES; ++i) {
         data = reader_at(r, i, LOOK_BYTES, &left);
         if (!data || left == 0) break;
-        if (data[0] != 0xFF) continue;
         int exact;
+        if (data[0] == 0x56) {
+            const int loas = loas_run(data, left, &exact);
+            if (loas >= RUN_FRAMES || (loas >= 1 && exact)) {
+                f->kind = INPUT_LOAS;
+                f->audioStart = i;
+                f->audioEnd = end;
+                r->limit = savedLimit;
+                return;
+            }
+            continue;
+        }
+        if (data[0] != 0xFF) continue;
         size_t length;
         const int adts = adts_run(data, 0, left, &exact, &length);
         if (adts >= RUN_FRAMES || (adts >= 1 && exact)) {
@@ -211,7 +240,7 @@ void detect_format_reader(ToolReader* r, InputFormat* f)
                  (unsigned long long)(loneAdts < loneMpeg ? loneAdts : loneMpeg), RUN_FRAMES);
     else
         snprintf(f->why, sizeof f->why,
-                 "not an MP3, AAC or MP4 audio file (no MPEG audio or ADTS frame header in the first %llu bytes%s)",
+                 "not an MP3, AAC or MP4 audio file (no MPEG audio, ADTS or LOAS frame header in the first %llu bytes%s)",
                  (unsigned long long)(i - start), start ? " after the ID3v2 tag" : "");
 }
 

@@ -19,6 +19,7 @@ typedef enum {
     INPUT_ADTS,
     INPUT_ADIF,
     INPUT_MP4,       /* ISO base media file (.m4a, .mp4) */
+    INPUT_LOAS,      /* LATM in the LOAS sync layer */
 } InputKind;
 
 typedef struct {

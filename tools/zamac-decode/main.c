@@ -32,6 +32,7 @@
 #include "detect.h"
 #include "stream_info.h"
 #include "tool_cli.h"
+#include "tool_latm.h"
 #include "tool_mp4.h"
 #include "tool_output.h"
 #include "tool_reader.h"
@@ -322,6 +323,62 @@ static size_t adts_from_mp4(void* ctx, uint8_t* dst, size_t n)
     return out;
 }
 
+/* The payloads of a LOAS/LATM stream, each behind an ADTS header: a source of bytes
+ * for the AAC decoder. */
+typedef struct {
+    ToolReader* file;
+    uint64_t pos;
+    LatmState latm;
+    uint8_t payloads[8192];
+    uint32_t lengths[LATM_MAX_PAYLOADS];
+    int count, next;
+    size_t payloadAt;
+    uint8_t frame[8192];
+    size_t have, used;
+    int quiet, reported;
+} AdtsFromLoas;
+
+static size_t adts_from_loas(void* ctx, uint8_t* dst, size_t n)
+{
+    AdtsFromLoas* s = ctx;
+    size_t out = 0;
+    while (out < n) {
+        if (s->used == s->have) {
+            if (s->next < s->count) {
+                const uint32_t length = s->lengths[s->next++];
+                const uint8_t* payload = s->payloads + s->payloadAt;
+                s->payloadAt += length;
+                if (length == 0 || mp4_adts_header(&s->latm.config, length, s->frame) != 0) continue;
+                memcpy(s->frame + 7, payload, length);
+                s->have = 7 + (size_t)length;
+                s->used = 0;
+                continue;
+            }
+            size_t left;
+            const uint8_t* p = reader_at(s->file, s->pos, 8192 + 3, &left);
+            if (!p || left == 0) break;
+            const size_t length = loas_frame_length(p, left);
+            if (length == 0 || length > left) { /* not a LOAS frame, or a truncated last one */
+                s->pos += length && length > left ? left : 1;
+                continue;
+            }
+            const char* why = NULL;
+            s->count = latm_read_element(&s->latm, p + 3, length - 3, s->payloads, sizeof s->payloads, s->lengths, &why);
+            s->next = 0;
+            s->payloadAt = 0;
+            if (s->count < 0 && !s->quiet && s->reported++ < 3)
+                fprintf(stderr, "zamac-decode: LOAS frame at byte %llu: %s; skipped\n", (unsigned long long)s->pos, why);
+            s->pos += length;
+            continue;
+        }
+        const size_t k = n - out < s->have - s->used ? n - out : s->have - s->used;
+        memcpy(dst + out, s->frame + s->used, k);
+        s->used += k;
+        out += k;
+    }
+    return out;
+}
+
 /* Whether the track can be decoded as ADTS frames; the reason in why when not. Sets
  * *total to the bytes of the frames. */
 static int mp4_check(const ToolReader* r, const char* path, const Mp4Track* t, uint64_t* total, char* why,
@@ -385,8 +442,8 @@ static void usage(FILE* out)
 {
     fprintf(out,
             "Usage: zamac-decode [OPTION]... INPUT\n"
-            "Decode an MP3 or AAC (LC, Main, LTP, HE-AAC v1/v2; ADTS, ADIF, MP4/M4A) file\n"
-            "to WAVE or raw PCM.\n"
+            "Decode an MP3 or AAC (LC, Main, LTP, HE-AAC v1/v2; ADTS, ADIF, LOAS/LATM,\n"
+            "MP4/M4A) file to WAVE or raw PCM.\n"
             "INPUT '-' is standard input.\n"
             "\n"
             "  -o, --output=FILE    write a WAVE file ('-': WAVE on standard output); without\n"
@@ -566,7 +623,7 @@ int main(int argc, char** argv)
     PcmSink pcmSink = {&sink, sink_format, sink_write, format == WAV_S16 ? NULL : sink_write_float, sink_trim};
     DecodeStats stats = {0, 0, 0.0, 0};
 
-    const int isAac = fmt.kind == INPUT_ADTS || fmt.kind == INPUT_ADIF || fmt.kind == INPUT_MP4;
+    const int isAac = fmt.kind == INPUT_ADTS || fmt.kind == INPUT_ADIF || fmt.kind == INPUT_MP4 || fmt.kind == INPUT_LOAS;
     AdtsFromMp4 fromMp4;
     memset(&fromMp4, 0, sizeof fromMp4);
     fromMp4.file = &reader;
@@ -586,6 +643,22 @@ int main(int argc, char** argv)
         if (fromMp4.failed) {
             tool_error("%s: MP4 sample %u could not be read", shown, fromMp4.next + 1);
             status = 1;
+        }
+    } else if (fmt.kind == INPUT_LOAS) {
+        AdtsFromLoas* fromLoas = calloc(1, sizeof *fromLoas);
+        status = !fromLoas;
+        if (fromLoas) {
+            fromLoas->file = &reader;
+            fromLoas->pos = fmt.audioStart;
+            fromLoas->quiet = options.quiet;
+            reader.limit = fmt.audioEnd;
+            status = reader_open_source(&adtsReader, adts_from_loas, fromLoas, TOOL_READER_UNKNOWN);
+            if (status == 0) {
+                status = aac_decode_reader(&adtsReader, 0, &options, &pcmSink, &stats);
+                reader_close(&adtsReader);
+            }
+            reader.limit = TOOL_READER_UNKNOWN;
+            free(fromLoas);
         }
     } else if (isAac) {
         if (fmt.kind == INPUT_ADTS) reader.limit = fmt.audioEnd;
@@ -630,7 +703,7 @@ int main(int argc, char** argv)
     if (!quiet && !info) {  /* --info has said it all on stdout */
         const double seconds = sink.sampleRate ? (double)sink.framesWritten / sink.sampleRate : 0;
         fprintf(stderr, "%s: %s, %d Hz, %d channel%s, %.2f s, %ld frames (%ld concealed)", shown,
-                fmt.kind == INPUT_MP4 ? "AAC (MP4)" : isAac ? "AAC" : "MP3", sink.sampleRate, sink.channels, sink.channels == 1 ? "" : "s", seconds,
+                fmt.kind == INPUT_MP4 ? "AAC (MP4)" : fmt.kind == INPUT_LOAS ? "AAC (LOAS)" : isAac ? "AAC" : "MP3", sink.sampleRate, sink.channels, sink.channels == 1 ? "" : "s", seconds,
                 stats.framesDecoded, stats.framesConcealed);
         if (cpu > 0 && stats.audioSeconds > 0)
             fprintf(stderr, ", %.3f s CPU, %.0fx real time", cpu, stats.audioSeconds / cpu);

@@ -136,8 +136,8 @@ static int next_frame(Framer* f, Mp3Header* h, int* length)
         if (p[0] != 0xFF || !parse_header(p, h) || (f->locked && !same_stream(&f->stream, h))) {
             /* on to the next byte that may start a header or a tag */
             size_t k = left > 4 ? left - 3 : 1;
-            const uint8_t* ff = left > 4 ? memchr(p + 1, 0xFF, k - 1) : NULL;
-            const uint8_t* id3 = left > 4 ? memchr(p + 1, 'I', ff ? (size_t)(ff - p) - 1 : k - 1) : NULL;
+            const uint8_t* ff = left > 4 ? (const uint8_t*)memchr(p + 1, 0xFF, k - 1) : NULL;
+            const uint8_t* id3 = left > 4 ? (const uint8_t*)memchr(p + 1, 'I', ff ? (size_t)(ff - p) - 1 : k - 1) : NULL;
             if (id3 || ff) k = (size_t)((id3 ? id3 : ff) - p);
             f->pos += k;
             f->skippedBytes += (long)k;

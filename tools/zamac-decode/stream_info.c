@@ -137,9 +137,9 @@ static void mp3_info(FILE* out, const StreamProbe* probe, const StreamSummary* s
 
 static void aac_info(FILE* out, const StreamProbe* probe, const InputFormat* f, const StreamSummary* s)
 {
-    if (f->kind == INPUT_ADIF) {
-        fprintf(out, "  format     AAC (ADIF), %d Hz, %d channel%s\n", s->sampleRate, s->channels,
-                s->channels == 1 ? "" : "s");
+    if (f->kind == INPUT_ADIF || f->kind == INPUT_LOAS) {
+        fprintf(out, "  format     %s, %d Hz, %d channel%s\n", f->kind == INPUT_ADIF ? "AAC (ADIF)" : "MPEG-4 AAC (LATM/LOAS)",
+                s->sampleRate, s->channels, s->channels == 1 ? "" : "s");
     } else {
         const AdtsHeader h = probe->adtsHeader;
         fprintf(out, "  format     MPEG-%d AAC %s (ADTS), %d Hz, %d channel%s\n", h.id ? 2 : 4, kProfiles[h.profile & 3],
