@@ -1,6 +1,6 @@
 /*
- * zamac-decode: decodes MP3 (MPEG-1/2/2.5 Layer III) and AAC-LC (ADTS, ADIF) to a
- * WAVE file, to raw PCM on standard output, or to nothing (--bench, --info).
+ * zamac-decode: decodes MP3 (MPEG-1/2/2.5 Layer III) and AAC (ADTS, ADIF, LOAS/LATM,
+ * MP4) to a WAVE file, to raw PCM on standard output, or to nothing (--bench, --info).
  *
  * The road of a run, top to bottom:
  *   options      getopt_long; errors name the option and exit with 2
@@ -8,8 +8,9 @@
  *   input        the file (or "-" for standard input) read through a 64 KiB window as
  *                it is decoded (tool_reader.h): memory does not grow with its length
  *   format       a run of consistent frame headers or a container (detect.c); an
- *                MP4/M4A file's AAC samples are read by offset and handed on as ADTS
- *                frames
+ *                MP4/M4A file's AAC samples (read by offset) and a LOAS stream's LATM
+ *                payloads are handed on as ADTS frames; an MP4 file on a pipe is
+ *                copied to a temporary file first
  *   output       checked writes; a regular file is written under a temporary name and
  *                renamed when complete, so a failed run leaves nothing behind
  *   decoding     aac_decoder.c, mp3_decoder.c into the sink below (16-bit, 24-bit or
