@@ -122,7 +122,11 @@ std::pair<int, long> peakKiB(const std::string& command)
     return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, usage.ru_maxrss};
 }
 
+#if defined(__SANITIZE_ADDRESS__)
+constexpr long kMemoryBoundKiB = 32 << 10;  // AddressSanitizer's shadow memory and allocator: about 20 MB
+#else
 constexpr long kMemoryBoundKiB = 6 << 10;
+#endif
 
 // The input is read through a window as it is decoded: a 2 GiB file is looked at, not
 // read into memory.
