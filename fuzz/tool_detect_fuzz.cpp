@@ -32,8 +32,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     for (int sideInfo : {9, 17, 32}) tag_read_mp3_info(exact, size, sideInfo, 1, &info);
 
     if (format.kind == INPUT_MP3 || format.kind == INPUT_ADTS) {
-        StreamSummary summary = {format.kind, 10, 11520, 44100, 2, 0, 0, -1};
-        print_stream_info(sink, "fuzz", exact, size, &format, &summary);
+        ToolReader reader;
+        if (reader_open_memory(&reader, exact, size) == 0) {
+            StreamProbe probe;
+            probe_stream(&reader, &format, &probe);
+            StreamSummary summary = {format.kind, 10, 11520, 44100, 2, 0, 0, -1, nullptr, 4000};
+            print_stream_info(sink, "fuzz", &probe, &format, &summary);
+            reader_close(&reader);
+        }
     }
     std::free(exact);
     return 0;

@@ -1,5 +1,6 @@
 // zamac-decode as people use it: gapless MP3 from lame (the length of the input, as
-// mpg123 gives it), M4A files from ffmpeg (the same PCM as their ADTS twins, and the
+// mpg123 gives it; a VBRI header's delay), M4A files from ffmpeg (plain and fragmented)
+// and LOAS/LATM streams (the same PCM as their ADTS twins, and the
 // length of the input with gapless trimming), standard input and output, and the
 // 24-bit and float output formats against the float path.
 #include <gtest/gtest.h>
@@ -114,37 +115,78 @@ INSTANTIATE_TEST_SUITE_P(Lame, Gapless,
                                            LameCase{"cbr16stereo", 16000, 2, "-b 64"}),
                          [](const ::testing::TestParamInfo<LameCase>& i) { return std::string(i.param.name); });
 
-// An M4A file and the ADTS stream copied out of it give the same PCM (without
-// trimming); with the edit list applied the length is the input's.
+// A VBRI header's encoder delay is removed like a LAME tag's (with the decoder's 529
+// samples); VBRI declares no padding, so the end is kept.
+TEST(VbriHeader, ItsDelayIsRemoved)
+{
+    if (!have("lame") || !have("ffmpeg")) GTEST_SKIP() << "lame and ffmpeg are needed";
+    const std::string wav = makeInput(44100, 2, 100000), mp3 = scratch("plain.mp3"), vbri = scratch("vbri.mp3");
+    const std::string a = scratch("plain.raw"), b = scratch("vbri.raw");
+    ASSERT_TRUE(sh("lame --quiet -t -b 128 '" + wav + "' '" + mp3 + "'"));
+    ASSERT_TRUE(sh(kTool + " -q '" + mp3 + "' > '" + a + "'"));
+    const std::string plain = slurp(mp3), plainPcm = slurp(a);
+    const size_t frames = plainPcm.size() / 4 / 1152, delay = 1000;
+    ASSERT_GT(frames, 50u);
+    std::string frame(417, '\0');  // 128 kbit/s at 44.1 kHz without the padding slot
+    frame.replace(0, 4, plain.substr(0, 4));
+    frame[2] = static_cast<char>(frame[2] & ~2);
+    auto byte = [](size_t v, int shift) { return static_cast<unsigned char>(v >> shift); };
+    const unsigned char fields[] = {'V', 'B', 'R', 'I', 0, 1, byte(delay, 8), byte(delay, 0), 0, 50, 0, 0, 0, 0,
+                                    byte(frames, 24), byte(frames, 16), byte(frames, 8), byte(frames, 0)};
+    frame.replace(36, sizeof fields, reinterpret_cast<const char*>(fields), sizeof fields);
+    std::ofstream(vbri, std::ios::binary) << frame << plain;
+    ASSERT_TRUE(sh(kTool + " -q '" + vbri + "' > '" + b + "'"));
+    const std::string trimmed = slurp(b);
+    EXPECT_EQ(trimmed.size(), (frames * 1152 - delay) * 4);
+    EXPECT_TRUE(trimmed.compare(0, (frames * 1152 - delay - 529) * 4, plainPcm, (delay + 529) * 4, std::string::npos) == 0);
+    for (const std::string& f : {wav, mp3, vbri, a, b}) std::remove(f.c_str());
+}
+
+// An M4A file, the ADTS stream copied out of it and the same stream in a fragmented
+// MP4 file (moof boxes) give the same PCM (without trimming); with the edit list
+// applied the length is the input's.
 TEST(Mp4Input, DecodesLikeItsAdtsTwin)
 {
     if (!have("ffmpeg")) GTEST_SKIP() << "ffmpeg is needed";
     const long frames = 100000;
     const std::string wav = makeInput(44100, 2, frames), m4a = scratch("a.m4a"), adts = scratch("a.aac");
+    const std::string fragmented = scratch("f.m4a"), latm = scratch("a.latm");
     ASSERT_TRUE(sh("ffmpeg -nostdin -y -i '" + wav + "' -c:a aac -b:a 128k '" + m4a + "'"));
     ASSERT_TRUE(sh("ffmpeg -nostdin -y -i '" + m4a + "' -c copy -f adts '" + adts + "'"));
-    const std::string a = scratch("m4a.raw"), b = scratch("adts.raw");
+    ASSERT_TRUE(sh("ffmpeg -nostdin -y -i '" + m4a + "' -c copy -movflags frag_keyframe+empty_moov -frag_duration "
+                   "500000 '" + fragmented + "'"));
+    ASSERT_TRUE(sh("ffmpeg -nostdin -y -i '" + m4a + "' -c copy -f latm '" + latm + "'"));
+    const std::string a = scratch("m4a.raw"), b = scratch("adts.raw"), c = scratch("frag.raw"), d = scratch("latm.raw");
     ASSERT_TRUE(sh(kTool + " -q --no-gapless '" + m4a + "' > '" + a + "'"));
     ASSERT_TRUE(sh(kTool + " -q '" + adts + "' > '" + b + "'"));
+    ASSERT_TRUE(sh(kTool + " -q --no-gapless '" + fragmented + "' > '" + c + "'"));
+    ASSERT_TRUE(sh(kTool + " -q '" + latm + "' > '" + d + "'"));
     EXPECT_GT(slurp(a).size(), 100000u * 4);
     EXPECT_TRUE(slurp(a) == slurp(b));
+    EXPECT_TRUE(slurp(a) == slurp(c));
+    EXPECT_TRUE(slurp(a) == slurp(d));
     EXPECT_EQ(decodedFrames("'" + m4a + "'"), frames);
-    for (const std::string& f : {wav, m4a, adts, a, b}) std::remove(f.c_str());
+    for (const std::string& f : {wav, m4a, adts, fragmented, latm, a, b, c, d}) std::remove(f.c_str());
 }
 
-// The shared HE-AAC streams put into MP4 by ffmpeg (-c copy): the same PCM as the ADTS file.
+// The shared HE-AAC streams put into MP4 and LOAS/LATM by ffmpeg (-c copy): the same
+// PCM as the ADTS file.
 TEST(Mp4Input, HeAacStreamsCopiedIntoMp4)
 {
     if (!have("ffmpeg")) GTEST_SKIP() << "ffmpeg is needed";
     for (const char* name : {"sbr_44k_stereo_loud_vbr", "ps_24k_wide"}) {
         const std::string adts = zamtest::sharedPath(std::string("vectors/aac-he/") + name + ".aac");
         const std::string m4a = scratch("he.m4a"), a = scratch("he-m4a.raw"), b = scratch("he-adts.raw");
+        const std::string latm = scratch("he.latm"), c = scratch("he-latm.raw");
         ASSERT_TRUE(sh("ffmpeg -nostdin -y -i '" + adts + "' -c copy '" + m4a + "'")) << name;
+        ASSERT_TRUE(sh("ffmpeg -nostdin -y -i '" + adts + "' -c copy -f latm '" + latm + "'")) << name;
         ASSERT_TRUE(sh(kTool + " -q --no-gapless '" + m4a + "' > '" + a + "'")) << name;
         ASSERT_TRUE(sh(kTool + " -q '" + adts + "' > '" + b + "'")) << name;
+        ASSERT_TRUE(sh(kTool + " -q '" + latm + "' > '" + c + "'")) << name;
         EXPECT_GT(slurp(b).size(), 10000u);
         EXPECT_TRUE(slurp(a) == slurp(b)) << name;
-        for (const std::string& f : {m4a, a, b}) std::remove(f.c_str());
+        EXPECT_TRUE(slurp(c) == slurp(b)) << name;
+        for (const std::string& f : {m4a, latm, a, b, c}) std::remove(f.c_str());
     }
 }
 

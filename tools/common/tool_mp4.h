@@ -3,7 +3,8 @@
  * sampling rate, channel configuration, explicit SBR/PS signalling), its sample table
  * (stsz, stsc, stco/co64, stts), the edit list's start and length, iTunes gapless
  * information (iTunSMPB) and the title/artist/album/year of iTunes metadata.
- * Fragmented files (moof) are not read. Every offset and count is checked against
+ * Fragmented files (an empty sample table, mvex/trex defaults, then moof boxes with
+ * tfhd and trun) give the same sample list. Every offset and count is checked against
  * the buffer: a damaged file gives a message, never a read outside it. */
 #ifndef ZAMAC_TOOL_MP4_H
 #define ZAMAC_TOOL_MP4_H
@@ -11,6 +12,7 @@
 #include <stddef.h>
 #include <stdint.h>
 
+#include "tool_reader.h"
 #include "tool_tags.h"
 
 #ifdef __cplusplus
@@ -28,6 +30,26 @@ typedef struct {
     uint32_t timescale;      /* mdhd */
     uint64_t duration;       /* mdhd, in timescale units */
     uint32_t sampleCount;
+    unsigned long long totalBytes; /* of all samples */
+    uint32_t trackId;        /* tkhd */
+    /* Plain files: the sample table is read as it is needed (mp4_samples_*), from the
+     * file or from tableData: only the sample-to-chunk runs are held here. */
+    int tablesInFile;
+    uint64_t fileSize;
+    uint64_t stszAt;         /* the first size entry (unused when fixedSize) */
+    uint32_t fixedSize;
+    uint64_t stcoAt;         /* the first chunk offset */
+    int co64;
+    uint32_t chunks;
+    uint8_t* stsc;           /* the sample-to-chunk runs, 12 bytes each */
+    uint32_t runs;
+    const uint8_t* tableData;/* the tables when not read from the file */
+    size_t tableSize;
+    uint8_t* moovCopy;       /* owned: the movie box of a file read from a pipe */
+    /* Fragmented files: the samples listed by the movie fragments. */
+    int fragmented;
+    uint32_t defaultSampleSize; /* trex */
+    uint32_t capacity;
     uint64_t* offsets;       /* sampleCount file offsets */
     uint32_t* sizes;         /* sampleCount sizes */
     int64_t editStart;       /* media time where the presentation starts (-1: no edit list) */
@@ -44,6 +66,28 @@ int mp4_is_file(const uint8_t* data, size_t size);
 /* Reads the first AAC track. Returns 0, or -1 with a message in track->error.
  * mp4_free releases the tables (also after a failure). */
 int mp4_read(const uint8_t* data, size_t size, Mp4Track* track);
+/* The same from a reader: the top-level boxes are stepped over (by seeking on a file)
+ * and the movie box (moov, at most MP4_MOVIE_MAX_BYTES) is read into memory without
+ * the entries of its sample sizes and chunk offsets, which are read from the file at
+ * path as decoding needs them: memory does not grow with the file's length. With path
+ * NULL (a pipe) the whole movie box is kept. A fragmented file's sample list is held
+ * in memory (12 bytes per AAC frame). */
+#define MP4_MOVIE_MAX_BYTES ((uint64_t)256 << 20)
+int mp4_read_reader(ToolReader* r, const char* path, Mp4Track* track);
+
+/* The samples of a track in order: offset and size. path is the file of
+ * mp4_read_reader (NULL after mp4_read or for a pipe). */
+typedef struct {
+    const Mp4Track* t;
+    ToolReader sizes, chunks;  /* windows on stsz and stco */
+    int open, started;
+    uint32_t index, run, chunk, lastChunk, perChunk, inChunk;
+    uint64_t offset;
+} Mp4Samples;
+int mp4_samples_open(Mp4Samples* s, const Mp4Track* track, const char* path);
+/* 1 with the next sample, 0 after the last, -1 with the damage named in *why. */
+int mp4_samples_next(Mp4Samples* s, uint64_t* offset, uint32_t* size, const char** why);
+void mp4_samples_close(Mp4Samples* s);
 void mp4_free(Mp4Track* track);
 
 /* Writes the 7-byte ADTS header (no CRC) for a raw data block of payloadBytes

@@ -17,39 +17,34 @@ size_t tag_id3v2_size(const uint8_t* p, size_t left)
     return size;
 }
 
+size_t tag_trailing_bytes(const uint8_t* end, size_t size)
+{
+    if (size >= 128 && memcmp(end - 128, "TAG", 3) == 0) return 128;
+    /* Lyrics3v2: "LYRICSBEGIN" ... six-digit size, "LYRICS200" */
+    if (size >= 15 && memcmp(end - 9, "LYRICS200", 9) == 0) {
+        size_t length = 0;
+        int digits = 1;
+        for (int i = 0; i < 6; ++i) {
+            const uint8_t c = end[i - 15];
+            if (c < '0' || c > '9') digits = 0;
+            length = length * 10 + (size_t)(c - '0');
+        }
+        return digits && length >= 11 && length + 15 <= size ? length + 15 : 0;
+    }
+    if (size >= 32 && memcmp(end - 32, "APETAGEX", 8) == 0) {
+        const uint8_t* f = end - 32;
+        /* The size counts the items and this footer; a header may precede the items. */
+        size_t tag = (size_t)f[12] | (size_t)f[13] << 8 | (size_t)f[14] << 16 | (size_t)f[15] << 24;
+        if (f[23] & 0x80) tag += 32;
+        return tag < 32 || tag > size ? 0 : tag; /* implausible: keep the bytes as audio */
+    }
+    return 0;
+}
+
 size_t tag_audio_end(const uint8_t* data, size_t size)
 {
-    for (;;) {
-        if (size >= 128 && memcmp(data + size - 128, "TAG", 3) == 0) {
-            size -= 128;
-            continue;
-        }
-        /* Lyrics3v2: "LYRICSBEGIN" ... six-digit size, "LYRICS200" */
-        if (size >= 15 && memcmp(data + size - 9, "LYRICS200", 9) == 0) {
-            size_t length = 0;
-            int digits = 1;
-            for (int i = 0; i < 6; ++i) {
-                const uint8_t c = data[size - 15 + i];
-                if (c < '0' || c > '9') digits = 0;
-                length = length * 10 + (size_t)(c - '0');
-            }
-            if (digits && length >= 11 && length + 15 <= size) {
-                size -= length + 15;
-                continue;
-            }
-            break;
-        }
-        if (size >= 32 && memcmp(data + size - 32, "APETAGEX", 8) == 0) {
-            const uint8_t* f = data + size - 32;
-            /* The size counts the items and this footer; a header may precede the items. */
-            size_t tag = (size_t)f[12] | (size_t)f[13] << 8 | (size_t)f[14] << 16 | (size_t)f[15] << 24;
-            if (f[23] & 0x80) tag += 32;
-            if (tag < 32 || tag > size) break; /* implausible: keep the bytes as audio */
-            size -= tag;
-            continue;
-        }
-        break;
-    }
+    size_t tag;
+    while ((tag = tag_trailing_bytes(data + size, size)) != 0) size -= tag;
     return size;
 }
 
@@ -189,6 +184,7 @@ int tag_read_mp3_info(const uint8_t* p, size_t length, int sideInfoBytes, int cr
     }
     if (36 + 18 <= length && memcmp(p + 36, "VBRI", 4) == 0) {
         info->kind = 3;
+        info->encoderDelay = (int)(p[36 + 6] << 8 | p[36 + 7]); /* padding is not declared */
         info->bytes = (long)be32(p + 36 + 10);
         info->frames = (long)be32(p + 36 + 14);
         return 1;

@@ -18,6 +18,9 @@ size_t tag_id3v2_size(const uint8_t* p, size_t left);
 /* The end of the audio data once trailing ID3v1, Lyrics3v2 and APE tags are cut off.
  * Every tag found shortens the data, and an implausible size stops the search. */
 size_t tag_audio_end(const uint8_t* data, size_t size);
+/* One step of it: the length of the trailing tag that ends at `end` (size bytes of
+ * data before it; at most the last 128 are read), 0 when there is none. */
+size_t tag_trailing_bytes(const uint8_t* end, size_t size);
 
 typedef struct {
     char title[128], artist[128], album[128], year[16], encoder[64];
@@ -35,7 +38,7 @@ typedef struct {
     long frames;           /* audio frames after this one, -1 unknown */
     long bytes;            /* -1 unknown */
     int hasLame;           /* the LAME extension gave delay and padding */
-    int encoderDelay;      /* samples, -1 unknown */
+    int encoderDelay;      /* samples, -1 unknown (LAME tag or VBRI) */
     int encoderPadding;    /* samples, -1 unknown */
     char encoder[10];      /* "LAME3.100" etc., empty when unknown */
 } Mp3StreamInfo;

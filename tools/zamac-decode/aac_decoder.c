@@ -794,28 +794,35 @@ static int same_stream(const AdtsFixedFields* a, const AdtsFixedFields* b)
            a->channelConfiguration == b->channelConfiguration;
 }
 
+/* Bytes looked at from a header on: the longest frame and the next header. */
+#define ADTS_LOOK ((size_t)8192 + 16)
+
 /* A header at pos that belongs to the stream (matches `ref` when ref->samplingIndex
  * >= 0) and is followed by another such header or by the end of the input. */
-static size_t confirmed_adts(const uint8_t* data, size_t size, size_t pos, AdtsFixedFields* ref)
+static size_t confirmed_adts(ToolReader* r, uint64_t pos, AdtsFixedFields* ref)
 {
     AdtsFixedFields here, next;
-    const size_t length = probe_adts(data + pos, size - pos, &here);
+    size_t left;
+    const uint8_t* p = reader_at(r, pos, ADTS_LOOK, &left);
+    const size_t length = p ? probe_adts(p, left, &here) : 0;
     if (length == 0 || (ref->samplingIndex >= 0 && !same_stream(&here, ref))) return 0;
-    if (pos + length != size) {
-        if (pos + length > size) return 0;
-        if (probe_adts(data + pos + length, size - pos - length, &next) == 0 || !same_stream(&here, &next))
-            return 0;
+    if (length != left) { /* left is below ADTS_LOOK only at the end of the input */
+        if (length > left) return 0;
+        if (probe_adts(p + length, left - length, &next) == 0 || !same_stream(&here, &next)) return 0;
     }
     *ref = here;
     return length;
 }
 
-/* First confirmed header at or after pos, or size when there is none. */
-static size_t find_adts(const uint8_t* data, size_t size, size_t pos, AdtsFixedFields* ref)
+/* First confirmed header at or after pos, or the end of the input when there is none. */
+static uint64_t find_adts(ToolReader* r, uint64_t pos, AdtsFixedFields* ref)
 {
-    for (; pos + 7 <= size; ++pos)
-        if (data[pos] == 0xFF && confirmed_adts(data, size, pos, ref) != 0) return pos;
-    return size;
+    for (;; ++pos) {
+        size_t left;
+        const uint8_t* p = reader_at(r, pos, ADTS_LOOK, &left);
+        if (left < 7) return pos + left;
+        if (p[0] == 0xFF && confirmed_adts(r, pos, ref) != 0) return pos;
+    }
 }
 
 static int set_stream_format(AacDecoder* d, int objectType, int samplingIndex, const char* container, int mpegVersion)
@@ -844,15 +851,17 @@ static int set_stream_format(AacDecoder* d, int objectType, int samplingIndex, c
     return 0;
 }
 
-static int decode_adts(AacDecoder* d, const uint8_t* data, size_t size)
+static int decode_adts(AacDecoder* d, ToolReader* r, uint64_t from)
 {
     AdtsFixedFields stream = {-1, -1, -1, -1};
-    size_t pos = find_adts(data, size, 0, &stream);
-    if (pos == size) {
+    uint64_t pos = find_adts(r, from, &stream);
+    size_t left;
+    if (stream.samplingIndex < 0) {
         fprintf(stderr, "zamac-decode: no ADTS frame found\n");
         return 1;
     }
-    if (pos > 0 && !d->options->quiet) fprintf(stderr, "zamac-decode: skipped %zu bytes before the first ADTS frame\n", pos);
+    if (pos > from && !d->options->quiet)
+        fprintf(stderr, "zamac-decode: skipped %llu bytes before the first ADTS frame\n", (unsigned long long)(pos - from));
     if (set_stream_format(d, stream.profile + 1, stream.samplingIndex, "ADTS", stream.id ? 2 : 4) != 0) return 1;
     if (stream.channelConfiguration == 0) aac_layout_open(&d->layout);
     else aac_layout_from_configuration(&d->layout, stream.channelConfiguration);
@@ -863,30 +872,41 @@ static int decode_adts(AacDecoder* d, const uint8_t* data, size_t size)
     memset(&program, 0, sizeof program);
     size_t filled = 0; /* bytes of the buffer that hold data of an earlier frame */
     int stop = 0;
-    while (pos < size && !stop) {
+    const uint8_t* p;
+    /* Two frames' reach: the look at the next header stays inside the window. */
+    while (!stop && (p = reader_at(r, pos, 2 * ADTS_LOOK, &left)) != NULL && left > 0) {
         AdtsFixedFields here;
-        size_t length = probe_adts(data + pos, size - pos, &here);
+        size_t length = probe_adts(p, left, &here);
         ++d->frameNumber;
         const char* problem = NULL;
-        size_t next = pos + length;
+        uint64_t next = pos + length;
         if (length == 0 || !same_stream(&here, &stream)) {
             /* Lost sync: skip to the next confirmed header. */
             --d->frameNumber;
-            const size_t found = find_adts(data, size, pos + 1, &stream);
+            const uint64_t found = find_adts(r, pos + 1, &stream);
             if (!d->options->quiet)
-                fprintf(stderr, "zamac-decode: after frame %ld: skipped %zu bytes that are not an ADTS frame\n",
-                        d->frameNumber, found - pos);
+                fprintf(stderr, "zamac-decode: after frame %ld: skipped %llu bytes that are not an ADTS frame\n",
+                        d->frameNumber, (unsigned long long)(found - pos));
             pos = found;
             continue;
         }
-        if (next > size) {
+        /* The frame, with zero padding behind it for readers that run past a damaged end:
+         * the buffer starts zeroed and the readers only read it, so only the part of
+         * a longer earlier frame beyond this one needs clearing. */
+        if (length <= left) {
+            memcpy(frame, p, length);
+            if (filled > length) memset(frame + length, 0, filled - length);
+            filled = length;
+        }
+        size_t nextLeft;
+        if (length > left) {
             problem = "truncated";
-            next = size;
-        } else if (next < size && confirmed_adts(data, size, next, &stream) == 0 &&
-                   probe_adts(data + next, size - next, &here) == 0) {
+            next = pos + left;
+        } else if (length < left && confirmed_adts(r, next, &stream) == 0 &&
+                   (p = reader_at(r, next, ADTS_LOOK, &nextLeft)) != NULL && probe_adts(p, nextLeft, &here) == 0) {
             /* The length does not lead to another header: the frame ends at the next one. */
             problem = "frame length does not lead to the next frame";
-            next = find_adts(data, size, pos + 7, &stream);
+            next = find_adts(r, pos + 7, &stream);
         }
         if (problem) {
             if (conceal_frame(d, problem, 0) < 0) stop = 1;
@@ -894,12 +914,6 @@ static int decode_adts(AacDecoder* d, const uint8_t* data, size_t size)
             continue;
         }
 
-        /* The frame, with zero padding behind it for readers that run past a damaged end:
-         * the buffer starts zeroed and the readers only read it, so only the part of
-         * a longer earlier frame beyond this one needs clearing. */
-        memcpy(frame, data + pos, length);
-        if (filled > length) memset(frame + length, 0, filled - length);
-        filled = length;
         uint8_t* cursor = frame;
         d->frameBytes = (long)length;
         AacAdtsFrameHeader header;
@@ -930,13 +944,16 @@ static int decode_adts(AacDecoder* d, const uint8_t* data, size_t size)
 
 /* ------------------------------------------------------------------ ADIF */
 
-static int decode_adif(AacDecoder* d, const uint8_t* data, size_t size)
+/* The most one raw data block may take (48 channels of the longest channel stream). */
+#define ADIF_LOOK ((size_t)48 << 10)
+
+static int decode_adif(AacDecoder* d, ToolReader* r)
 {
-    /* The raw data blocks follow each other without lengths: the whole stream is
-     * one buffer, padded like an ADTS frame. */
-    uint8_t* stream = (uint8_t*)aligned_zeroed(size + FRAME_PADDING);
+    /* The raw data blocks follow each other without lengths: each is decoded from the
+     * window, which has zero padding behind the end of the input. */
+    size_t left;
+    uint8_t* stream = (uint8_t*)reader_at(r, 0, ADIF_LOOK, &left);
     if (!stream) return 1;
-    memcpy(stream, data, size);
     AacAdifHeader header;
     AacProgramConfig programs[16];
     memset(programs, 0, sizeof programs);
@@ -944,35 +961,43 @@ static int decode_adif(AacDecoder* d, const uint8_t* data, size_t size)
     ZamStatus status = zamsUnpackADIFHeader_AAC(&cursor, &header, programs, 16);
     if (status < 0) {
         fprintf(stderr, "zamac-decode: unreadable ADIF header (status %d)\n", status);
-        free(stream);
         return 1;
     }
-    if (set_stream_format(d, programs[0].object_type + 1, programs[0].sampling_frequency_index, "ADIF", 2) != 0) {
-        free(stream);
+    if (set_stream_format(d, programs[0].object_type + 1, programs[0].sampling_frequency_index, "ADIF", 2) != 0)
         return 1;
-    }
     aac_layout_from_program(&d->layout, &programs[0]);
     AacProgramConfig program = programs[0];
-    const uint8_t* end = stream + size;
-    Cursor c = {cursor, 0};
-    while (c.byte < end) {
+    uint64_t pos = (uint64_t)(cursor - stream);
+    int32_t bit = 0;
+    while ((stream = (uint8_t*)reader_at(r, pos, ADIF_LOOK, &left)) != NULL && left > 0) {
+        Cursor c = {stream, bit};
         ++d->frameNumber;
-        const int result = decode_block(d, &c, end, &program);
+        const int result = decode_block(d, &c, stream + left, &program);
+        pos += (uint64_t)(c.byte - stream);
+        bit = c.bit;
         if (result < 0) break;
         if (result == 1) {
             /* Without frame lengths there is no way back into the stream. */
-            fprintf(stderr, "zamac-decode: ADIF stream unreadable after byte %zu; decoding stops\n",
-                    (size_t)(c.byte - stream));
+            fprintf(stderr, "zamac-decode: ADIF stream unreadable after byte %llu; decoding stops\n",
+                    (unsigned long long)pos);
             break;
         }
     }
-    free(stream);
     return d->cleanFrames > 0 ? 0 : 1;
 }
 
 /* ------------------------------------------------------------------ entry */
 
 int aac_decode(const uint8_t* data, size_t size, const DecodeOptions* options, PcmSink* sink, DecodeStats* stats)
+{
+    ToolReader r;
+    if (reader_open_memory(&r, data, size) != 0) return 1;
+    const int result = aac_decode_reader(&r, 0, options, sink, stats);
+    reader_close(&r);
+    return result;
+}
+
+int aac_decode_reader(ToolReader* r, uint64_t from, const DecodeOptions* options, PcmSink* sink, DecodeStats* stats)
 {
     AacDecoder* d = (AacDecoder*)malloc(sizeof *d);
     if (!d || decoder_init(d, options, sink, stats) != 0) {
@@ -981,8 +1006,9 @@ int aac_decode(const uint8_t* data, size_t size, const DecodeOptions* options, P
         free(d);
         return 1;
     }
-    const int result = size >= 4 && memcmp(data, "ADIF", 4) == 0 ? decode_adif(d, data, size)
-                                                                  : decode_adts(d, data, size);
+    size_t left;
+    const uint8_t* head = reader_at(r, from, 4, &left);
+    const int result = head && left >= 4 && memcmp(head, "ADIF", 4) == 0 ? decode_adif(d, r) : decode_adts(d, r, from);
     if (result != 0 && d->frameNumber > 0) fprintf(stderr, "zamac-decode: no frame could be decoded\n");
     if (options->info && d->sbr && aac_sbr_enabled(d->sbr))
         printf("HE-AAC: parametric stereo %s\n", aac_sbr_has_ps(d->sbr)

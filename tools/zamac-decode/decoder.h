@@ -2,17 +2,19 @@
  * zamac-decode: the contract between the command-line front end (main.c) and the
  * format decoders (aac_*.c, mp3_*.c).
  *
- * A decoder is handed the whole input file in memory, followed by at least
- * DECODER_INPUT_PADDING zero bytes, so that the library's bit readers, which load
- * whole 32-bit words, may read a few bytes past the last byte of a frame. It
- * tells the sink the PCM format once, before the first samples, then hands it
- * interleaved 16-bit PCM frame by frame.
+ * A decoder reads its input through a window (tool_reader.h) as it decodes, so that
+ * memory use does not grow with the input's length; the window has zero bytes behind
+ * the input's end, so that the library's bit readers, which load whole 32-bit words,
+ * may read a few bytes past the last byte of a frame. It tells the sink the PCM format
+ * once, before the first samples, then hands it interleaved 16-bit PCM frame by frame.
  */
 #ifndef ZAMAC_DECODE_DECODER_H
 #define ZAMAC_DECODE_DECODER_H
 
 #include <stddef.h>
 #include <stdint.h>
+
+#include "tool_reader.h"
 
 #define DECODER_INPUT_PADDING 64
 
@@ -51,11 +53,27 @@ typedef struct {
     long framesDecoded;    /* coded frames turned into PCM, concealed ones included */
     long framesConcealed;  /* frames that were corrupt or truncated and replaced */
     double audioSeconds;   /* duration of the PCM handed to the sink */
+    unsigned long long inputBytes; /* MP3: bytes of the decoded frames */
 } DecodeStats;
 
 /* Both return 0 when at least one frame was decoded, non-zero otherwise (after
- * printing the reason on stderr). data points to size bytes of input followed by
- * at least DECODER_INPUT_PADDING zero bytes. */
+ * printing the reason on stderr).
+ *
+ * mp3_decode_reader looks for frames from offset `from` on (ID3v2 tags are skipped;
+ * trailing ID3v1/APE tags are cut off when the input is a file). Before decoding it
+ * scans the frame headers for the channel count and the frame count: on a file, all of
+ * them (the input is read twice); on a pipe, those in the window, and without a frame
+ * count in the Xing/Info header the end padding is then kept.
+ *
+ * aac_decode_reader decodes ADTS frames from offset `from` on (up to the reader's
+ * limit), or ADIF when the input starts with "ADIF".
+ *
+ * The forms on memory (data followed by at least DECODER_INPUT_PADDING zero bytes) are
+ * for the fuzz targets. */
+int aac_decode_reader(ToolReader* r, uint64_t from, const DecodeOptions* options, PcmSink* sink,
+                      DecodeStats* stats);
+int mp3_decode_reader(ToolReader* r, uint64_t from, const DecodeOptions* options, PcmSink* sink,
+                      DecodeStats* stats);
 int aac_decode(const uint8_t* data, size_t size, const DecodeOptions* options, PcmSink* sink,
                DecodeStats* stats);
 int mp3_decode(const uint8_t* data, size_t size, const DecodeOptions* options, PcmSink* sink,

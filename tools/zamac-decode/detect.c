@@ -3,6 +3,8 @@
 #include <stdio.h>
 #include <string.h>
 
+#include "tool_latm.h"
+#include "tool_reader.h"
 #include "tool_tags.h"
 
 /* How far the search for the first run of frames goes past the start of the audio. */
@@ -105,6 +107,23 @@ static int adts_run(const uint8_t* data, size_t pos, size_t end, int* exact, siz
     return count;
 }
 
+static int loas_run(const uint8_t* data, size_t end, int* exact)
+{
+    size_t pos = 0, length;
+    int count = 0;
+    *exact = 0;
+    while (count < RUN_FRAMES && (length = loas_frame_length(data + pos, end - pos)) != 0) {
+        if (length > end - pos) return count;
+        ++count;
+        pos += length;
+        if (pos == end) {
+            *exact = 1;
+            return count;
+        }
+    }
+    return count;
+}
+
 /* A free-format Layer III stream: a header, and the same header's fixed bytes again
  * within a frame's reach. */
 static int free_format_at(const uint8_t* data, size_t pos, size_t end)
@@ -121,75 +140,118 @@ static int free_format_at(const uint8_t* data, size_t pos, size_t end)
 
 static void describe(InputFormat* f, const char* text) { snprintf(f->why, sizeof f->why, "%s", text); }
 
-void detect_format(const uint8_t* data, size_t size, InputFormat* f)
+/* Bytes looked at from a candidate header on: three frames of the longest kind (ADTS
+ * frames reach 8191 bytes) and a free-format frame's reach, so that a frame which ends
+ * exactly at the end of what is looked at always ends at the end of the file. */
+#define LOOK_BYTES ((size_t)32 << 10)
+
+void detect_format_reader(ToolReader* r, InputFormat* f)
 {
     memset(f, 0, sizeof *f);
-    if (size == 0) {
-        describe(f, "the file is empty");
+    size_t left;
+    const uint8_t* data = reader_at(r, 0, 16, &left);
+    if (!data || left == 0) {
+        describe(f, data ? "the file is empty" : "the input could not be read");
         return;
     }
-    if (size >= 12 && memcmp(data + 4, "ftyp", 4) == 0) {
+    if (left >= 12 && memcmp(data + 4, "ftyp", 4) == 0) {
         f->kind = INPUT_MP4;
-        f->audioEnd = size;
+        f->audioEnd = r->size;
         return;
     }
-    if (size >= 12 && memcmp(data, "RIFF", 4) == 0 && memcmp(data + 8, "WAVE", 4) == 0) {
+    if (left >= 12 && memcmp(data, "RIFF", 4) == 0 && memcmp(data + 8, "WAVE", 4) == 0) {
         describe(f, "this is a WAVE file (uncompressed audio), not an MP3, AAC or MP4 audio file");
         return;
     }
-    if (size >= 4 && memcmp(data, "ADIF", 4) == 0) {
-        if (size < 16) {
+    if (left >= 4 && memcmp(data, "ADIF", 4) == 0) {
+        if (left < 16) {
             describe(f, "the file starts with \"ADIF\" but ends before the end of the ADIF header");
             return;
         }
         f->kind = INPUT_ADIF;
-        f->audioEnd = size;
+        f->audioEnd = r->size;
         return;
     }
-    size_t start = 0, tag;
-    while ((tag = tag_id3v2_size(data + start, size - start)) != 0 && tag <= size - start) start += tag;
-    const size_t end = tag_audio_end(data + start, size - start) + start;
-    const size_t limit = end - start > SEARCH_BYTES ? start + SEARCH_BYTES : end;
-    size_t loneAdts = (size_t)-1, loneAdtsLength = 0, loneMpeg = (size_t)-1;
-    for (size_t i = start; i < limit; ++i) {
-        if (data[i] != 0xFF) continue;
+    uint64_t start = 0;
+    size_t tag;
+    while ((data = reader_at(r, start, 10, &left)) != NULL && (tag = tag_id3v2_size(data, left)) != 0 &&
+           (r->size == TOOL_READER_UNKNOWN || tag <= r->size - start))
+        start += tag;
+    const uint64_t end = reader_audio_end(r, start);
+    const uint64_t savedLimit = r->limit;
+    r->limit = end;
+    uint64_t loneAdts = UINT64_MAX, loneMpeg = UINT64_MAX, loneAdtsEnd = 0, i;
+    size_t loneAdtsLength = 0;
+    int loneAdtsTruncated = 0;
+    for (i = start; i < start + SEARCH_BYTES; ++i) {
+        data = reader_at(r, i, LOOK_BYTES, &left);
+        if (!data || left == 0) break;
         int exact;
+        if (data[0] == 0x56) {
+            const int loas = loas_run(data, left, &exact);
+            if (loas >= RUN_FRAMES || (loas >= 1 && exact)) {
+                f->kind = INPUT_LOAS;
+                f->audioStart = i;
+                f->audioEnd = end;
+                r->limit = savedLimit;
+                return;
+            }
+            continue;
+        }
+        if (data[0] != 0xFF) continue;
         size_t length;
-        const int adts = adts_run(data, i, end, &exact, &length);
+        const int adts = adts_run(data, 0, left, &exact, &length);
         if (adts >= RUN_FRAMES || (adts >= 1 && exact)) {
             f->kind = INPUT_ADTS;
             f->audioStart = i;
             f->audioEnd = end;
+            r->limit = savedLimit;
             return;
         }
-        if (length && loneAdts == (size_t)-1) {
+        if (length && loneAdts == UINT64_MAX) {
             loneAdts = i;
             loneAdtsLength = length;
+            loneAdtsTruncated = length > left && left < LOOK_BYTES;
+            loneAdtsEnd = i + left;
         }
-        const int mpeg = mpeg_run(data, i, end, &exact);
-        if (mpeg >= RUN_FRAMES || (mpeg >= 1 && exact) || free_format_at(data, i, end)) {
+        const int mpeg = mpeg_run(data, 0, left, &exact);
+        if (mpeg >= RUN_FRAMES || (mpeg >= 1 && exact) || free_format_at(data, 0, left)) {
             MpegHeader h;
-            mpeg_frame_length(data + i, end - i, &h);
+            mpeg_frame_length(data, left, &h);
             f->kind = h.layer == 3 ? INPUT_MP3 : INPUT_MPEG12;
             f->layer = h.layer;
             f->audioStart = i;
             f->audioEnd = end;
+            r->limit = savedLimit;
             return;
         }
-        if (mpeg_frame_length(data + i, end - i, NULL) && loneMpeg == (size_t)-1) loneMpeg = i;
+        if (mpeg_frame_length(data, left, NULL) && loneMpeg == UINT64_MAX) loneMpeg = i;
     }
-    if (loneAdts != (size_t)-1 && loneAdts + loneAdtsLength > end)
+    r->limit = savedLimit;
+    if (loneAdts != UINT64_MAX && loneAdtsTruncated)
         snprintf(f->why, sizeof f->why,
-                 "an ADTS header at byte %zu announces a %zu-byte AAC frame, but the file ends after %zu bytes; "
+                 "an ADTS header at byte %llu announces a %zu-byte AAC frame, but the file ends after %llu bytes; "
                  "no complete AAC frame found",
-                 loneAdts, loneAdtsLength, end);
-    else if (loneAdts != (size_t)-1 || loneMpeg != (size_t)-1)
+                 (unsigned long long)loneAdts, loneAdtsLength, (unsigned long long)loneAdtsEnd);
+    else if (loneAdts != UINT64_MAX || loneMpeg != UINT64_MAX)
         snprintf(f->why, sizeof f->why,
-                 "not an MP3, AAC or MP4 audio file (a lone frame header at byte %zu, but no run of %d "
+                 "not an MP3, AAC or MP4 audio file (a lone frame header at byte %llu, but no run of %d "
                  "consistent MPEG audio or ADTS frames)",
-                 loneAdts < loneMpeg ? loneAdts : loneMpeg, RUN_FRAMES);
+                 (unsigned long long)(loneAdts < loneMpeg ? loneAdts : loneMpeg), RUN_FRAMES);
     else
         snprintf(f->why, sizeof f->why,
-                 "not an MP3, AAC or MP4 audio file (no MPEG audio or ADTS frame header in the first %zu bytes%s)",
-                 limit - start, start ? " after the ID3v2 tag" : "");
+                 "not an MP3, AAC or MP4 audio file (no MPEG audio, ADTS or LOAS frame header in the first %llu bytes%s)",
+                 (unsigned long long)(i - start), start ? " after the ID3v2 tag" : "");
+}
+
+void detect_format(const uint8_t* data, size_t size, InputFormat* f)
+{
+    ToolReader r;
+    memset(f, 0, sizeof *f);
+    if (reader_open_memory(&r, data, size) != 0) {
+        describe(f, "out of memory");
+        return;
+    }
+    detect_format_reader(&r, f);
+    reader_close(&r);
 }

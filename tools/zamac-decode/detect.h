@@ -10,6 +10,8 @@
 #include <stddef.h>
 #include <stdint.h>
 
+#include "tool_reader.h"
+
 typedef enum {
     INPUT_UNKNOWN = 0,
     INPUT_MP3,       /* MPEG-1/2/2.5 Layer III */
@@ -17,16 +19,21 @@ typedef enum {
     INPUT_ADTS,
     INPUT_ADIF,
     INPUT_MP4,       /* ISO base media file (.m4a, .mp4) */
+    INPUT_LOAS,      /* LATM in the LOAS sync layer */
 } InputKind;
 
 typedef struct {
     InputKind kind;
-    size_t audioStart;    /* first frame (after an ID3v2 tag and junk) */
-    size_t audioEnd;      /* end before trailing tags */
+    uint64_t audioStart;  /* first frame (after an ID3v2 tag and junk) */
+    uint64_t audioEnd;    /* end before trailing tags (TOOL_READER_UNKNOWN on a pipe) */
     int layer;            /* INPUT_MPEG12: 1 or 2 */
     char why[200];        /* INPUT_UNKNOWN: what was looked for and not found */
 } InputFormat;
 
+/* Looks at the input from its start (the reader may be a pipe: afterwards the window
+ * holds the bytes at audioStart when the search did not go further than the window). */
+void detect_format_reader(ToolReader* r, InputFormat* format);
+/* The same on bytes in memory. */
 void detect_format(const uint8_t* data, size_t size, InputFormat* format);
 
 /* Length of an MPEG audio frame whose header is at p (left bytes readable), 0 when p

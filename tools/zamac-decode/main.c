@@ -1,13 +1,16 @@
 /*
- * zamac-decode: decodes MP3 (MPEG-1/2/2.5 Layer III) and AAC-LC (ADTS, ADIF) to a
- * WAVE file, to raw PCM on standard output, or to nothing (--bench, --info).
+ * zamac-decode: decodes MP3 (MPEG-1/2/2.5 Layer III) and AAC (ADTS, ADIF, LOAS/LATM,
+ * MP4) to a WAVE file, to raw PCM on standard output, or to nothing (--bench, --info).
  *
  * The road of a run, top to bottom:
  *   options      getopt_long; errors name the option and exit with 2
  *   processor    the library needs AVX2 and FMA: a clear message instead of a crash
- *   input        the file (or "-" for standard input), refused above 1 GiB
+ *   input        the file (or "-" for standard input) read through a 64 KiB window as
+ *                it is decoded (tool_reader.h): memory does not grow with its length
  *   format       a run of consistent frame headers or a container (detect.c); an
- *                MP4/M4A file's AAC track is rewrapped as ADTS frames in memory
+ *                MP4/M4A file's AAC samples (read by offset) and a LOAS stream's LATM
+ *                payloads are handed on as ADTS frames; an MP4 file on a pipe is
+ *                copied to a temporary file first
  *   output       checked writes; a regular file is written under a temporary name and
  *                renamed when complete, so a failed run leaves nothing behind
  *   decoding     aac_decoder.c, mp3_decoder.c into the sink below (16-bit, 24-bit or
@@ -30,9 +33,10 @@
 #include "detect.h"
 #include "stream_info.h"
 #include "tool_cli.h"
-#include "tool_input.h"
+#include "tool_latm.h"
 #include "tool_mp4.h"
 #include "tool_output.h"
+#include "tool_reader.h"
 #include "tool_wav.h"
 
 /* ------------------------------------------------------------------ sink */
@@ -278,40 +282,146 @@ static int compare_with(const char* path, const Sink* s)
 
 /* ------------------------------------------------------------------ MP4 */
 
-/* The track's samples, each behind an ADTS header, followed by decoder padding. */
-static uint8_t* mp4_to_adts(const uint8_t* data, const Mp4Track* t, size_t* size, char* why, size_t whySize)
+/* The track's samples read by offset, each behind an ADTS header: a source of bytes
+ * for the AAC decoder. */
+typedef struct {
+    ToolReader* file;
+    const Mp4Track* track;
+    Mp4Samples samples;
+    uint32_t next;          /* the sample to read next */
+    uint8_t frame[8192];
+    size_t have, used;
+    int failed;             /* a sample could not be read */
+} AdtsFromMp4;
+
+static size_t adts_from_mp4(void* ctx, uint8_t* dst, size_t n)
+{
+    AdtsFromMp4* s = ctx;
+    size_t out = 0;
+    while (out < n) {
+        if (s->used == s->have) {
+            const Mp4Track* t = s->track;
+            uint64_t offset;
+            uint32_t size;
+            const char* why;
+            if (s->failed || mp4_samples_next(&s->samples, &offset, &size, &why) != 1) break;
+            size_t left;
+            const uint8_t* p = reader_at(s->file, offset, size, &left);
+            if (!p || left < size || mp4_adts_header(t, size, s->frame) != 0) {
+                s->failed = 1;
+                break;
+            }
+            memcpy(s->frame + 7, p, size);
+            s->have = 7 + (size_t)size;
+            s->used = 0;
+            ++s->next;
+        }
+        const size_t k = n - out < s->have - s->used ? n - out : s->have - s->used;
+        memcpy(dst + out, s->frame + s->used, k);
+        s->used += k;
+        out += k;
+    }
+    return out;
+}
+
+/* The payloads of a LOAS/LATM stream, each behind an ADTS header: a source of bytes
+ * for the AAC decoder. */
+typedef struct {
+    ToolReader* file;
+    uint64_t pos;
+    LatmState latm;
+    uint8_t payloads[8192];
+    uint32_t lengths[LATM_MAX_PAYLOADS];
+    int count, next;
+    size_t payloadAt;
+    uint8_t frame[8192];
+    size_t have, used;
+    int quiet, reported;
+} AdtsFromLoas;
+
+static size_t adts_from_loas(void* ctx, uint8_t* dst, size_t n)
+{
+    AdtsFromLoas* s = ctx;
+    size_t out = 0;
+    while (out < n) {
+        if (s->used == s->have) {
+            if (s->next < s->count) {
+                const uint32_t length = s->lengths[s->next++];
+                const uint8_t* payload = s->payloads + s->payloadAt;
+                s->payloadAt += length;
+                if (length == 0 || mp4_adts_header(&s->latm.config, length, s->frame) != 0) continue;
+                memcpy(s->frame + 7, payload, length);
+                s->have = 7 + (size_t)length;
+                s->used = 0;
+                continue;
+            }
+            size_t left;
+            const uint8_t* p = reader_at(s->file, s->pos, 8192 + 3, &left);
+            if (!p || left == 0) break;
+            const size_t length = loas_frame_length(p, left);
+            if (length == 0 || length > left) { /* not a LOAS frame, or a truncated last one */
+                s->pos += length && length > left ? left : 1;
+                continue;
+            }
+            const char* why = NULL;
+            s->count = latm_read_element(&s->latm, p + 3, length - 3, s->payloads, sizeof s->payloads, s->lengths, &why);
+            s->next = 0;
+            s->payloadAt = 0;
+            if (s->count < 0 && !s->quiet && s->reported++ < 3)
+                fprintf(stderr, "zamac-decode: LOAS frame at byte %llu: %s; skipped\n", (unsigned long long)s->pos, why);
+            s->pos += length;
+            continue;
+        }
+        const size_t k = n - out < s->have - s->used ? n - out : s->have - s->used;
+        memcpy(dst + out, s->frame + s->used, k);
+        s->used += k;
+        out += k;
+    }
+    return out;
+}
+
+/* Whether the track can be decoded as ADTS frames; the reason in why when not. Sets
+ * *total to the bytes of the frames. */
+static int mp4_check(const ToolReader* r, const char* path, const Mp4Track* t, uint64_t* total, char* why,
+                     size_t whySize)
 {
     if (t->coreObjectType != 1 && t->coreObjectType != 2 && t->coreObjectType != 4) {
         snprintf(why, whySize, "AAC object type %d in the MP4 track is not supported; only Main, LC (also as the "
                  "core of HE-AAC) and LTP (object types 1, 2 and 4) are", t->coreObjectType);
-        return NULL;
+        return -1;
     }
-    size_t total = 0;
-    for (uint32_t i = 0; i < t->sampleCount; ++i) total += 7 + (size_t)t->sizes[i];
     uint8_t header[7];
     if (t->sampleCount == 0 || mp4_adts_header(t, 0, header) != 0) {
         snprintf(why, whySize, t->sampleCount ? "the MP4 track's channel configuration %d cannot be decoded here"
                                                : "the MP4 track has no samples", t->channelConfiguration);
-        return NULL;
+        return -1;
     }
-    uint8_t* out = malloc(total + DECODER_INPUT_PADDING);
-    if (!out) {
-        snprintf(why, whySize, "out of memory");
-        return NULL;
+    Mp4Samples samples;
+    uint64_t offset, first = 0;
+    uint32_t size, i = 0;
+    const char* damage;
+    if (mp4_samples_open(&samples, t, path) != 0) {
+        snprintf(why, whySize, "the MP4 file could not be read again");
+        return -1;
     }
-    uint8_t* p = out;
-    for (uint32_t i = 0; i < t->sampleCount; ++i) {
-        if (mp4_adts_header(t, t->sizes[i], p) != 0) {
+    *total = 0;
+    for (; mp4_samples_next(&samples, &offset, &size, &damage) == 1; ++i) {
+        if (i == 0) first = offset;
+        if (mp4_adts_header(t, size, header) != 0) {
             snprintf(why, whySize, "MP4 sample %u is too long for an AAC frame", i + 1);
-            free(out);
-            return NULL;
+            mp4_samples_close(&samples);
+            return -1;
         }
-        memcpy(p + 7, data + t->offsets[i], t->sizes[i]);
-        p += 7 + t->sizes[i];
+        *total += 7 + (uint64_t)size;
     }
-    memset(p, 0, DECODER_INPUT_PADDING);
-    *size = total;
-    return out;
+    mp4_samples_close(&samples);
+    if (!r->seekable && first < r->start) {
+        snprintf(why, whySize, t->fragmented ? "a fragmented MP4 file is read from a file, not from a pipe"
+                 : "the media data comes before the movie box (moov), which a pipe cannot go back "
+                 "to: give a file, or move the moov box to the front (ffmpeg -movflags +faststart)");
+        return -1;
+    }
+    return 0;
 }
 
 /* Gapless playback from the container: iTunSMPB (delay, padding, length in output
@@ -333,8 +443,8 @@ static void usage(FILE* out)
 {
     fprintf(out,
             "Usage: zamac-decode [OPTION]... INPUT\n"
-            "Decode an MP3 or AAC (LC, Main, LTP, HE-AAC v1/v2; ADTS, ADIF, MP4/M4A) file\n"
-            "to WAVE or raw PCM.\n"
+            "Decode an MP3 or AAC (LC, Main, LTP, HE-AAC v1/v2; ADTS, ADIF, LOAS/LATM,\n"
+            "MP4/M4A) file to WAVE or raw PCM.\n"
             "INPUT '-' is standard input.\n"
             "\n"
             "  -o, --output=FILE    write a WAVE file ('-': WAVE on standard output); without\n"
@@ -345,9 +455,10 @@ static void usage(FILE* out)
             "      --sbr-lp         HE-AAC: low-power SBR (real-valued; parametric stereo is\n"
             "                       not applied)\n"
             "      --downsample     HE-AAC: output at the core rate (down-sampling synthesis)\n"
-            "      --no-gapless     keep the encoder delay and padding that a LAME tag, an MP4\n"
-            "                       edit list or iTunSMPB declares (by default they are\n"
-            "                       removed, as mpg123 and ffmpeg do)\n"
+            "      --no-gapless     keep the encoder delay and padding that a LAME tag, a\n"
+            "                       VBRI header (delay only), an MP4 edit list or iTunSMPB\n"
+            "                       declares (by default they are removed, as mpg123 and\n"
+            "                       ffmpeg do)\n"
             "  -i, --info           describe the stream on standard output (format, mode, bit\n"
             "                       rate, duration, delay and padding, tags); no PCM unless -o\n"
             "      --frames         with --info: one line per frame\n"
@@ -361,6 +472,11 @@ static void usage(FILE* out)
             "  -h, --help           show this help and exit\n"
             "  -V, --version        show the version and exit\n"
             "\n"
+            "The input is read as it is decoded, in constant memory (about 3 MB). From a pipe,\n"
+            "tags at the end (ID3v1, APE) are read as data and skipped, an MP4 file is first\n"
+            "copied to a temporary file, and an MP3 without a frame count in its Xing/Info\n"
+            "header keeps its end padding. WAVE written to a pipe has its sizes set to\n"
+            "0xFFFFFFFF (length unknown).\n"
             "Raw ADTS and ADIF carry no delay information: their output includes the encoder's\n"
             "priming samples (ffmpeg and faad do the same).\n"
             "Exit status: 0 decoded, 1 failure, 2 bad command line.\n");
@@ -432,16 +548,18 @@ int main(int argc, char** argv)
     options.info = frames;
     if (tool_check_cpu() != 0) return TOOL_EXIT_FAILURE;
 
-    size_t size = 0;
-    uint8_t* data = tool_read_input(input, DECODER_INPUT_PADDING, &size);
-    if (!data) return TOOL_EXIT_FAILURE;
+    ToolReader reader;
+    if (reader_open_file(&reader, input) != 0) return TOOL_EXIT_FAILURE;
     const char* shown = strcmp(input, "-") == 0 ? "standard input" : input;
 
     InputFormat fmt;
-    detect_format(data, size, &fmt);
+    detect_format_reader(&reader, &fmt);
     const char* refusal = NULL;
-    char text[160];
-    if (fmt.kind == INPUT_UNKNOWN) refusal = fmt.why;
+    char text[200];
+    if (reader.error) {
+        snprintf(text, sizeof text, "read error: %s", strerror(errno));
+        refusal = text;
+    } else if (fmt.kind == INPUT_UNKNOWN) refusal = fmt.why;
     else if (fmt.kind == INPUT_MPEG12) {
         snprintf(text, sizeof text, "this is an MPEG audio Layer %s stream; only Layer III (MP3) is decoded",
                  fmt.layer == 1 ? "I" : "II");
@@ -449,22 +567,36 @@ int main(int argc, char** argv)
     }
     Mp4Track mp4;
     memset(&mp4, 0, sizeof mp4);
-    uint8_t* adts = NULL;  /* an MP4 track's samples as ADTS frames */
-    size_t adtsSize = 0;
+    /* An MP4 file's sample table is read from the file as decoding goes; from a pipe the
+     * file is first copied to a temporary file (its moov box may come last). */
+    const char* tablePath = strcmp(input, "-") != 0 ? input : reader.seekable ? "/proc/self/fd/0" : NULL;
+    char spoolPath[64];
+    if (fmt.kind == INPUT_MP4 && !refusal && !reader.seekable) {
+        if (reader_spool(&reader) != 0) {
+            snprintf(text, sizeof text, "cannot copy the MP4 file to a temporary file: %s", strerror(errno));
+            refusal = text;
+        } else {
+            snprintf(spoolPath, sizeof spoolPath, "/proc/self/fd/%d", fileno(reader.file));
+            tablePath = spoolPath;
+        }
+    }
+    uint64_t adtsSize = 0; /* an MP4 track's samples as ADTS frames */
     if (fmt.kind == INPUT_MP4 && !refusal) {
-        if (mp4_read(data, size, &mp4) != 0) {
+        if (mp4_read_reader(&reader, tablePath, &mp4) != 0) {
             snprintf(text, sizeof text, "%s", mp4.error);
             refusal = text;
-        } else if (!(adts = mp4_to_adts(data, &mp4, &adtsSize, text, sizeof text))) {
+        } else if (mp4_check(&reader, tablePath, &mp4, &adtsSize, text, sizeof text) != 0) {
             refusal = text;
         }
     }
     if (refusal) {
         mp4_free(&mp4);
         tool_error("%s: %s", shown, refusal);
-        free(data);
+        reader_close(&reader);
         return TOOL_EXIT_FAILURE;
     }
+    StreamProbe probe;
+    if (info) probe_stream(&reader, &fmt, &probe);
 
     /* Output: -o FILE (WAVE, or raw with --raw), raw PCM on stdout, or none. */
     ToolOutput out;
@@ -476,12 +608,12 @@ int main(int argc, char** argv)
         const char* path = output ? output : "-";
         if (strcmp(path, "-") == 0 && isatty(STDOUT_FILENO)) {
             tool_error("refusing to write PCM to a terminal (use -o FILE.wav or a pipe)");
-            free(data);
+            reader_close(&reader);
             return TOOL_EXIT_USAGE;
         }
         if (tool_output_open(&out, path) != 0) {
             tool_error("cannot write %s: %s", path, strerror(errno));
-            free(data);
+            reader_close(&reader);
             return TOOL_EXIT_FAILURE;
         }
         sink.output = &out;
@@ -490,19 +622,59 @@ int main(int argc, char** argv)
     sink.progress = isatty(STDERR_FILENO) && !info && !quiet;
     sink.keepSamples = compare != NULL;
     PcmSink pcmSink = {&sink, sink_format, sink_write, format == WAV_S16 ? NULL : sink_write_float, sink_trim};
-    DecodeStats stats = {0, 0, 0.0};
+    DecodeStats stats = {0, 0, 0.0, 0};
 
-    const int isAac = fmt.kind == INPUT_ADTS || fmt.kind == INPUT_ADIF || fmt.kind == INPUT_MP4;
-    const uint8_t* audio = data + (fmt.kind == INPUT_ADTS ? fmt.audioStart : 0);
-    size_t audioSize = fmt.kind == INPUT_ADTS ? fmt.audioEnd - fmt.audioStart : size;
-    if (adts) {
-        audio = adts;
-        audioSize = adtsSize;
-        if (options.gapless) mp4_gapless(&mp4, &sink);
-    }
+    const int isAac = fmt.kind == INPUT_ADTS || fmt.kind == INPUT_ADIF || fmt.kind == INPUT_MP4 || fmt.kind == INPUT_LOAS;
+    AdtsFromMp4 fromMp4;
+    memset(&fromMp4, 0, sizeof fromMp4);
+    fromMp4.file = &reader;
+    fromMp4.track = &mp4;
+    ToolReader adtsReader;
+    int status;
     const double cpuStart = cpu_seconds();
-    const int status = isAac ? aac_decode(audio, audioSize, &options, &pcmSink, &stats)
-                             : mp3_decode(data, size, &options, &pcmSink, &stats);
+    if (fmt.kind == INPUT_MP4) {
+        if (options.gapless) mp4_gapless(&mp4, &sink);
+        status = mp4_samples_open(&fromMp4.samples, &mp4, tablePath) != 0 ||
+                 reader_open_source(&adtsReader, adts_from_mp4, &fromMp4, adtsSize) != 0;
+        if (status == 0) {
+            status = aac_decode_reader(&adtsReader, 0, &options, &pcmSink, &stats);
+            reader_close(&adtsReader);
+        }
+        mp4_samples_close(&fromMp4.samples);
+        if (fromMp4.failed) {
+            tool_error("%s: MP4 sample %u could not be read", shown, fromMp4.next + 1);
+            status = 1;
+        }
+    } else if (fmt.kind == INPUT_LOAS) {
+        AdtsFromLoas* fromLoas = calloc(1, sizeof *fromLoas);
+        status = !fromLoas;
+        if (fromLoas) {
+            fromLoas->file = &reader;
+            fromLoas->pos = fmt.audioStart;
+            fromLoas->quiet = options.quiet;
+            reader.limit = fmt.audioEnd;
+            status = reader_open_source(&adtsReader, adts_from_loas, fromLoas, TOOL_READER_UNKNOWN);
+            if (status == 0) {
+                status = aac_decode_reader(&adtsReader, 0, &options, &pcmSink, &stats);
+                reader_close(&adtsReader);
+            }
+            reader.limit = TOOL_READER_UNKNOWN;
+            free(fromLoas);
+        }
+    } else if (isAac) {
+        if (fmt.kind == INPUT_ADTS) reader.limit = fmt.audioEnd;
+        status = aac_decode_reader(&reader, fmt.kind == INPUT_ADTS ? fmt.audioStart : 0, &options, &pcmSink, &stats);
+        reader.limit = TOOL_READER_UNKNOWN;
+    } else {
+        /* From the start of the file where the reader can go back there (the framing
+         * finds the first frame as it always does), else from the first frame. */
+        status = mp3_decode_reader(&reader, reader.seekable || reader.start == 0 ? 0 : fmt.audioStart, &options,
+                                   &pcmSink, &stats);
+    }
+    if (reader.error) {
+        tool_error("%s: read error: %s", shown, strerror(errno));
+        status = 1;
+    }
     const double cpu = cpu_seconds() - cpuStart;
     if (sink.lastProgress > 0) fprintf(stderr, "\r%*s\r", 20, "");
 
@@ -518,21 +690,21 @@ int main(int argc, char** argv)
     if (!failed && info) {
         StreamSummary summary = {fmt.kind,     stats.framesDecoded, (long long)sink.framesWritten,
                                  sink.sampleRate, sink.channels,    sink.trimmed,
-                                 sink.trimSkip,   sink.trimKeep,    adts ? &mp4 : NULL};
-        print_stream_info(stdout, shown, data, size, &fmt, &summary);
+                                 sink.trimSkip,   sink.trimKeep,    fmt.kind == INPUT_MP4 ? &mp4 : NULL,
+                                 stats.inputBytes};
+        print_stream_info(stdout, shown, &probe, &fmt, &summary);
     }
     if (!failed && compare && compare_with(compare, &sink) != 0) failed = 1;
     free(sink.bytes);
     free(sink.kept);
-    free(adts);
     mp4_free(&mp4);
-    free(data);
+    reader_close(&reader);
     if (failed) return TOOL_EXIT_FAILURE;
 
     if (!quiet && !info) {  /* --info has said it all on stdout */
         const double seconds = sink.sampleRate ? (double)sink.framesWritten / sink.sampleRate : 0;
         fprintf(stderr, "%s: %s, %d Hz, %d channel%s, %.2f s, %ld frames (%ld concealed)", shown,
-                fmt.kind == INPUT_MP4 ? "AAC (MP4)" : isAac ? "AAC" : "MP3", sink.sampleRate, sink.channels, sink.channels == 1 ? "" : "s", seconds,
+                fmt.kind == INPUT_MP4 ? "AAC (MP4)" : fmt.kind == INPUT_LOAS ? "AAC (LOAS)" : isAac ? "AAC" : "MP3", sink.sampleRate, sink.channels, sink.channels == 1 ? "" : "s", seconds,
                 stats.framesDecoded, stats.framesConcealed);
         if (cpu > 0 && stats.audioSeconds > 0)
             fprintf(stderr, ", %.3f s CPU, %.0fx real time", cpu, stats.audioSeconds / cpu);

@@ -12,7 +12,8 @@
  *    it decodes as silence while the overlap and the synthesis banks run on.
  *  - A truncated last frame is dropped.
  *  - The CRC word is carried by the header parser and not checked.
- *  - The encoder delay and padding of a LAME tag (in a Xing/"Info" frame) are told to
+ *  - The encoder delay and padding of a LAME tag (in a Xing/"Info" frame), or the
+ *    delay of a VBRI frame (which declares no padding: the end is kept), are told to
  *    the sink with the decoder delay of 529 samples added to the delay; to give the
  *    sink the padding's last samples, the synthesis is flushed by one more frame.
  */
@@ -22,6 +23,7 @@
 
 #include "decoder.h"
 #include "mp3_internal.h"
+#include "tool_reader.h"
 #include "tool_tags.h"
 
 static const int kBitrates[2][3][15] = {
@@ -87,62 +89,73 @@ static size_t id3v2_size(const uint8_t* p, size_t left)
 }
 
 typedef struct {
-    const uint8_t* data;
-    size_t end;
-    size_t pos;
+    ToolReader* r;
+    uint64_t pos;
     int locked;
     Mp3Header stream;   /* the header the stream locked onto */
     int freeBytes;      /* free-format frame size without padding, 0 until measured */
     long skippedBytes;
+    uint64_t stop;      /* no frame is looked for where its bytes would reach past this */
+    const uint8_t* frame; /* the frame next_frame() found, valid until the next read */
 } Framer;
 
-/* Free-format frame length (without padding) measured from the next header of the stream. */
-static int measure_free_format(const Framer* f, const Mp3Header* h)
+/* Bytes looked at from a candidate header: a frame and the next header. */
+#define FRAME_LOOK (MAX_FRAME_BYTES + 16)
+
+/* Free-format frame length (without padding) measured from the next header of the
+ * stream; p holds left bytes from the frame on. */
+static int measure_free_format(const uint8_t* p, size_t left, const Mp3Header* h)
 {
-    const size_t first = f->pos + 4 + (size_t)h->sideInfoBytes;
-    for (size_t q = first; q + 4 <= f->end && q < f->pos + MAX_FRAME_BYTES; ++q) {
+    for (size_t q = 4 + (size_t)h->sideInfoBytes; q + 4 <= left && q < MAX_FRAME_BYTES; ++q) {
         Mp3Header n;
-        if (f->data[q] == 0xFF && parse_header(f->data + q, &n) && same_stream(h, &n))
-            return (int)(q - f->pos) - h->padding;
+        if (p[q] == 0xFF && parse_header(p + q, &n) && same_stream(h, &n)) return (int)q - h->padding;
     }
     return 0;
 }
 
-static int frame_length(Framer* f, Mp3Header* h)
+static int frame_length(Framer* f, const uint8_t* p, size_t left, Mp3Header* h)
 {
     if (h->bitrateIndex != 0) return h->frameBytes;
-    if (f->freeBytes == 0) f->freeBytes = measure_free_format(f, h);
+    if (f->freeBytes == 0) f->freeBytes = measure_free_format(p, left, h);
     return f->freeBytes ? f->freeBytes + h->padding : 0;
 }
 
-/* Finds the next frame. Returns 1 with *h and *length set and f->pos at it. */
+/* Finds the next frame. Returns 1 with *h, *length and f->frame set and f->pos at it. */
 static int next_frame(Framer* f, Mp3Header* h, int* length)
 {
-    while (f->pos + 4 <= f->end) {
-        const uint8_t* p = f->data + f->pos;
-        const size_t tag = id3v2_size(p, f->end - f->pos);
+    for (;;) {
+        size_t left;
+        if (f->pos + FRAME_LOOK > f->stop) return 0;
+        const uint8_t* p = reader_at(f->r, f->pos, FRAME_LOOK, &left);
+        if (!p || left < 4) return 0;
+        const size_t tag = id3v2_size(p, left);
         if (tag) {
             f->pos += tag;
             continue;
         }
         if (p[0] != 0xFF || !parse_header(p, h) || (f->locked && !same_stream(&f->stream, h))) {
-            ++f->pos;
-            ++f->skippedBytes;
+            /* on to the next byte that may start a header or a tag */
+            size_t k = left > 4 ? left - 3 : 1;
+            const uint8_t* ff = left > 4 ? (const uint8_t*)memchr(p + 1, 0xFF, k - 1) : NULL;
+            const uint8_t* id3 = left > 4 ? (const uint8_t*)memchr(p + 1, 'I', ff ? (size_t)(ff - p) - 1 : k - 1) : NULL;
+            if (id3 || ff) k = (size_t)((id3 ? id3 : ff) - p);
+            f->pos += k;
+            f->skippedBytes += (long)k;
             continue;
         }
-        const int len = frame_length(f, h);
+        const int len = frame_length(f, p, left, h);
         if (len < 4 + h->sideInfoBytes + (h->protection ? 2 : 0) || len > MAX_FRAME_BYTES) {
             ++f->pos;
             ++f->skippedBytes;
             continue;
         }
-        const size_t next = f->pos + (size_t)len;
-        if (next > f->end) return 0;  /* truncated last frame */
+        /* left is below FRAME_LOOK only at the end of the audio */
+        if ((size_t)len > left) return 0;  /* truncated last frame */
         if (!f->locked) {
             /* Before locking on, the next frame must confirm this one (or the data end). */
             Mp3Header n;
-            const int confirmed = next == f->end || (next + 4 <= f->end && f->data[next] == 0xFF &&
-                                                     parse_header(f->data + next, &n) && same_stream(h, &n));
+            const int confirmed = (size_t)len == left || ((size_t)len + 4 <= left && p[len] == 0xFF &&
+                                                          parse_header(p + len, &n) && same_stream(h, &n));
             if (!confirmed) {
                 if (h->bitrateIndex == 0) f->freeBytes = 0;
                 ++f->pos;
@@ -152,27 +165,42 @@ static int next_frame(Framer* f, Mp3Header* h, int* length)
             f->locked = 1;
             f->stream = *h;
         }
+        f->frame = p;
         *length = len;
         return 1;
     }
-    return 0;
 }
 
-static void framer_init(Framer* f, const uint8_t* data, size_t size)
+static void framer_init(Framer* f, ToolReader* r, uint64_t from)
 {
     memset(f, 0, sizeof *f);
-    f->data = data;
-    f->end = tag_audio_end(data, size);
+    f->r = r;
+    f->pos = from;
+    f->stop = UINT64_MAX;
 }
 
 int mp3_decode(const uint8_t* data, size_t size, const DecodeOptions* options, PcmSink* sink, DecodeStats* stats)
+{
+    ToolReader r;
+    if (reader_open_memory(&r, data, size) != 0) return 1;
+    const int result = mp3_decode_reader(&r, 0, options, sink, stats);
+    reader_close(&r);
+    return result;
+}
+
+int mp3_decode_reader(ToolReader* r, uint64_t from, const DecodeOptions* options, PcmSink* sink,
+                      DecodeStats* stats)
 {
     Framer framer;
     Mp3Header h;
     int length = 0;
 
-    /* Pre-scan: stream type and the largest channel count. */
-    framer_init(&framer, data, size);
+    /* Pre-scan: stream type and the largest channel count; on a pipe, of the frames in
+     * the window only (the input cannot be read twice). */
+    r->limit = TOOL_READER_UNKNOWN;
+    r->limit = reader_audio_end(r, 0);
+    framer_init(&framer, r, from);
+    if (!r->seekable && r->size == TOOL_READER_UNKNOWN) framer.stop = r->start + r->filled;
     int outChannels = 0, frames = 0;
     Mp3Header first;
     while (next_frame(&framer, &h, &length)) {
@@ -181,19 +209,22 @@ int mp3_decode(const uint8_t* data, size_t size, const DecodeOptions* options, P
         ++frames;
         framer.pos += (size_t)length;
     }
+    const int partial = framer.stop != UINT64_MAX && framer.pos + FRAME_LOOK > framer.stop;
     if (frames == 0) {
         fprintf(stderr, "zamac-decode: no MPEG audio frames found\n");
+        r->limit = TOOL_READER_UNKNOWN;
         return 1;
     }
     if (first.layer != 3) {
         fprintf(stderr, "zamac-decode: this is an MPEG audio Layer %s stream; only Layer III (MP3) is decoded\n",
                 first.layer == 1 ? "I" : "II");
+        r->limit = TOOL_READER_UNKNOWN;
         return 1;
     }
     if (options->info)
-        printf("MPEG-%s Layer III, %d Hz, %d channel%s, %d frames\n",
+        printf("MPEG-%s Layer III, %d Hz, %d channel%s, %s%d frames\n",
                first.version == MP3_MPEG1 ? "1" : (first.version == MP3_MPEG2 ? "2" : "2.5"), first.sampleRate,
-               outChannels, outChannels == 1 ? "" : "s", frames);
+               outChannels, outChannels == 1 ? "" : "s", partial ? "at least " : "", frames);
 
     Mp3Layer3* l3 = options->fixed ? NULL : mp3_layer3_create();
     Mp3Layer3Fixed* l3Fixed = options->fixed ? mp3_layer3_fixed_create() : NULL;
@@ -205,24 +236,32 @@ int mp3_decode(const uint8_t* data, size_t size, const DecodeOptions* options, P
         mp3_layer3_fixed_destroy(l3Fixed);
         free(reservoir);
         free(pcm);
+        r->limit = TOOL_READER_UNKNOWN;
         return 1;
     }
 
-    framer_init(&framer, data, size);
+    framer_init(&framer, r, from);
     int formatSent = 0, started = 0, stop = 0, reported = 0, flush = 0;
     Mp3StreamInfo streamInfo;
     size_t reservoirBytes = 0;
     long frameIndex = 0;
     while (!stop && next_frame(&framer, &h, &length)) {
-        const uint8_t* p = data + framer.pos;
+        const uint8_t* p = framer.frame;
+        const uint64_t framePos = framer.pos;
         framer.pos += (size_t)length;
         if (h.layer != 3) continue;
         if (frameIndex++ == 0 &&
             tag_read_mp3_info(p, (size_t)length, h.sideInfoBytes, h.protection, &streamInfo)) {
-            if (options->gapless && sink->trim && streamInfo.hasLame) {
-                const long audioFrames = streamInfo.frames > 0 ? streamInfo.frames : frames - 1;
+            if (options->gapless && sink->trim && streamInfo.encoderDelay >= 0) {
+                /* VBRI declares the delay only: the end padding is then kept */
+                const int padding = streamInfo.encoderPadding > 0 ? streamInfo.encoderPadding : 0;
+                /* Without a frame count, a pipe's length is not known in advance: the
+                 * padding at the end is then kept. */
+                const long audioFrames = streamInfo.frames > 0 ? streamInfo.frames : partial ? -1 : frames - 1;
                 sink->trim(sink->ctx, streamInfo.encoderDelay + MP3_DECODER_DELAY,
-                           (long long)audioFrames * h.samples - streamInfo.encoderDelay - streamInfo.encoderPadding);
+                           audioFrames < 0 ? -1
+                                           : (long long)audioFrames * h.samples - streamInfo.encoderDelay -
+                                                 padding);
                 flush = 1;
             }
             continue;
@@ -268,14 +307,15 @@ int mp3_decode(const uint8_t* data, size_t size, const DecodeOptions* options, P
             if (bad) {
                 ++stats->framesConcealed;
                 if (!options->quiet && (options->verbose || reported < 3))
-                    fprintf(stderr, "zamac-decode: frame %ld at byte %zu: %s\n", frameIndex - 1,
-                            (size_t)(p - data),
+                    fprintf(stderr, "zamac-decode: frame %ld at byte %llu: %s\n", frameIndex - 1,
+                            (unsigned long long)framePos,
                             concealed == 2 ? "bit reservoir data missing, concealed"
                                            : (concealed ? "bad side information, concealed"
                                                         : "corrupt main data, concealed"));
                 ++reported;
             }
             ++stats->framesDecoded;
+            stats->inputBytes += (unsigned long long)length;
             stats->audioSeconds += (double)h.samples / h.sampleRate;
             if (options->info)
                 printf("frame %ld: %d Hz %s, %d bytes, main_data_begin %d%s\n", frameIndex - 1, h.sampleRate,
@@ -303,6 +343,7 @@ int mp3_decode(const uint8_t* data, size_t size, const DecodeOptions* options, P
     mp3_layer3_fixed_destroy(l3Fixed);
     free(reservoir);
     free(pcm);
+    r->limit = TOOL_READER_UNKNOWN;
     if (stats->framesDecoded == 0) {
         fprintf(stderr, "zamac-decode: no MP3 frame could be decoded\n");
         return 1;

@@ -8,6 +8,8 @@
 
 #include "detect.h"
 #include "tool_mp4.h"
+#include "tool_reader.h"
+#include "tool_tags.h"
 
 /* What decoding found. */
 typedef struct {
@@ -19,9 +21,30 @@ typedef struct {
     long skip;                /* with trimmed: frames dropped at the start */
     long long keep;
     const Mp4Track* mp4;      /* the container of an MP4 input, else NULL */
+    unsigned long long inputBytes; /* MP3: bytes of the decoded frames */
 } StreamSummary;
 
-void print_stream_info(FILE* out, const char* name, const uint8_t* data, size_t size, const InputFormat* format,
+/* What is read before decoding: the first frame (and a Xing/Info/VBRI frame), the
+ * frame headers' bit rates and modes (on a pipe, of the frames in the window only; the
+ * average bit rate then comes from decoding), the ID3v2 tag at the start and the ID3v1
+ * tag at the end (not on a pipe). */
+typedef struct {
+    int mp3;                  /* the MP3 fields are set */
+    MpegHeader first;
+    int infoFrame;
+    Mp3StreamInfo info;
+    unsigned long long bytes; /* of the audio frames */
+    long frames;
+    int vbr, modes;
+    int scanned;              /* bytes counts every frame of the stream */
+    int adts;
+    AdtsHeader adtsHeader;
+    int tags;
+    TagText text;
+} StreamProbe;
+
+void probe_stream(ToolReader* r, const InputFormat* format, StreamProbe* probe);
+void print_stream_info(FILE* out, const char* name, const StreamProbe* probe, const InputFormat* format,
                        const StreamSummary* summary);
 
 #endif
