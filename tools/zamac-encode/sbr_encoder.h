@@ -38,4 +38,8 @@ int sbr_encoder_frame(SbrEncoder* e, const float* const* pcm, uint8_t* buf, int 
  * align the core's input with the envelopes. */
 int sbr_encoder_delay(const SbrEncoder* e);
 
+/* The crossover frequency in Hz (the lowest replicated band's lower edge): the core
+ * codes the band below it. */
+int sbr_encoder_crossover_hz(const SbrEncoder* e);
+
 #endif
