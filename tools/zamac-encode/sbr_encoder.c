@@ -155,7 +155,9 @@ int sbr_encoder_crossover_hz(const SbrEncoder* e)
  * frame spans time slots 0..16 and the borders fall on even time slots (4 QMF slots,
  * the step of the relative borders). With a transient at time slot t (rounded down
  * to even) the frame becomes [0, t) [t, 16) split into envelopes of at most 8, and
- * bs_pointer marks the envelope starting at t; t = 0 gives [0, 8) [8, 16). Long
+ * bs_pointer marks the envelope starting at t; t = 0 gives [0, 4) [4, 8) [8, 16)
+ * unmarked (the first envelope cannot be marked: its noise border would fall on the
+ * frame's start). Long
  * envelopes (4 time slots or more) get the high frequency resolution. */
 static void make_grid(SbrEncChannel* ch, int pos, int prevClass, int ampRes)
 {
@@ -169,16 +171,22 @@ static void make_grid(SbrEncChannel* ch, int pos, int prevClass, int ampRes)
         const int t = (pos / 2) & ~1, d = 16 - t;
         int lA;
         if (t == 0) {
-            ch->rel1[0] = 8, ch->numRel1 = 1, lA = 0;
+            /* the transient envelope cannot be the first (its noise border would be
+             * the frame's start): a short first envelope instead, none marked */
+            ch->rel1[0] = 8, ch->rel1[1] = 4, ch->numRel1 = 2, lA = -1;
         } else if (d <= 8) {
             ch->rel1[0] = d, ch->numRel1 = 1, lA = 1;
         } else {
             ch->rel1[0] = 8, ch->rel1[1] = d - 8, ch->numRel1 = 2, lA = 1;
         }
         ch->numEnv = ch->numRel1 + 1;
-        ch->pointer = ch->numEnv + 1 - lA;
+        ch->pointer = lA < 0 ? 0 : ch->numEnv + 1 - lA;
     }
-    sbr_grid_borders(ch, ampRes);
+    if (sbr_grid_borders(ch, ampRes) != 0) { /* cannot happen: one envelope then */
+        ch->frameClass = prevVariable ? SBR_VARFIX : SBR_FIXFIX;
+        ch->numEnv = 1, ch->numRel1 = 0, ch->pointer = 0;
+        sbr_grid_borders(ch, ampRes);
+    }
     for (int l = 0; l < ch->numEnv; ++l) ch->freqRes[l] = ch->tEnv[l + 1] - ch->tEnv[l] >= 4;
 }
 
