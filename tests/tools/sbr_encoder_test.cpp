@@ -129,9 +129,9 @@ TEST(SbrEncoderGrid, EveryTransientPositionReads)
     SbrFreq f;
     ASSERT_EQ(sbr_freq_tables(&f, &h, 48000), 0);
     for (int prev = SBR_FIXFIX; prev <= SBR_VARVAR; ++prev)
-        for (int pos = -1; pos < 32; ++pos) {
+        for (int pos = -1; pos < 32; ++pos) for (int split = 0; split < 2; ++split) {
             SbrEncChannel ch[2];
-            make_grid(&ch[0], pos, prev, h.ampRes);
+            make_grid(&ch[0], pos, split, prev, h.ampRes);
             SbrWriteHistory history[2]{};
             uint8_t buf[256] = {};
             SbrBitWriter w{buf, sizeof buf, 0, 0};
@@ -145,6 +145,7 @@ TEST(SbrEncoderGrid, EveryTransientPositionReads)
             const int t = (pos / 2) & ~1;
             if (pos >= 4) EXPECT_EQ(out[0].tEnv[out[0].lA], t) << prev << " " << pos;
             else EXPECT_EQ(out[0].lA, -1);
+            if (pos < 0) EXPECT_EQ(out[0].numEnv, split ? 4 : 1);
         }
 }
 
