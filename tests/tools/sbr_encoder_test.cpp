@@ -206,7 +206,7 @@ TEST_P(SbrEnvelopeAccuracy, DequantisedEnergyMatchesTheDecodersScale)
         for (int c = 0; c < p.channels; ++c) {
             const int res = fr[0].freqRes[0], b0 = containing_band(f.fTable[res], f.n[res], band[c]);
             const int width = f.fTable[res][b0 + 1] - f.fTable[res][b0];
-            const double expected = amplitude[c] * amplitude[c] * reference / width;
+            const double expected = ENVELOPE_GAIN * amplitude[c] * amplitude[c] * reference / width;
             const double db = 10 * std::log10(env[c][0][b0] / expected);
             EXPECT_LT(std::fabs(db), step) << "channel " << c << " frame " << frame;
         }

@@ -15,12 +15,17 @@
  *                patched source is
  *   stereo       one grid for both channels; level/balance coupling when it codes in
  *                fewer bits than independent channels
- *   payload      sbr_write_extension (sbr_writer.c), header every ~0.5 s
+ *   payload      sbr_write_extension (sbr_writer.c), header every ~0.5 s; no missing
+ *                harmonics detection yet (bs_add_harmonic_flag 0)
  *
  * Energy scale: the encoder bank (64 bands, full rate, the window c unscaled) and the
  * decoder's analysis (32 bands at half rate, factor 2) give a sinusoid or white noise
- * of the same level the same |X|^2 per band, so the energies go to the bit stream
- * unscaled.
+ * of the same level the same |X|^2 per band (measured: within 0.05 dB on noise), so
+ * the envelopes are the analysis energies, raised by ENVELOPE_GAIN = 1 dB: decoded
+ * (ffmpeg, faad and zamac-decode alike) the replicated band of pink noise came out
+ * 1.2 dB low in every SBR band without it (lost between the decoders' generation and
+ * synthesis of the high band),
+ * within 0.8 dB with it.
  */
 #include <math.h>
 #include <stdlib.h>
@@ -36,6 +41,8 @@ enum { SLOTS = 32, FRAME = 2048 };
  * quarters gets four envelopes (PEAQ on music at 48 kb/s stereo: DI -1.44 without,
  * -1.38 at 6 dB, -1.40 at 10 dB). */
 #define SPLIT_DB 6.0
+/* Energy scale of the envelopes over the analysis energies (see the top). */
+#define ENVELOPE_GAIN 1.2589254 /* +1 dB */
 
 struct SbrEncoder {
     int rate, channels, bitRate;
@@ -229,8 +236,8 @@ static void estimate_envelopes(const SbrEncoder* e, const SbrEncChannel* grid, d
         for (int l = 0; l < grid->numEnv; ++l) {
             const int res = grid->freqRes[l];
             for (int b = 0; b < f->n[res]; ++b)
-                env[c][l][b] = mean_energy((const float (*)[64])e->energy[c], 2 * grid->tEnv[l], 2 * grid->tEnv[l + 1],
-                                           f->fTable[res][b], f->fTable[res][b + 1]);
+                env[c][l][b] = ENVELOPE_GAIN * mean_energy((const float (*)[64])e->energy[c], 2 * grid->tEnv[l],
+                                                           2 * grid->tEnv[l + 1], f->fTable[res][b], f->fTable[res][b + 1]);
         }
 }
 
@@ -351,7 +358,7 @@ int sbr_encoder_frame(SbrEncoder* e, const float* const* pcm, uint8_t* buf, int 
             for (int k = f->kx; k < f->kx + f->m; ++k) quarter[l / 8] += e->energy[c][l][k];
     double lo = quarter[0], hi = quarter[0];
     for (int q = 1; q < 4; ++q) lo = quarter[q] < lo ? quarter[q] : lo, hi = quarter[q] > hi ? quarter[q] : hi;
-    const int split = hi > lo * pow(10.0, SPLIT_DB / 10.0) + 1e3 * SLOTS * f->m;
+    const int split = hi > lo * pow(10.0, SPLIT_DB / 10.0) + 1e3 * (double)SLOTS * f->m;
     SbrEncChannel grid;
     make_grid(&grid, pos, split, e->prevClass, e->header.ampRes);
     e->prevClass = grid.frameClass;
