@@ -24,8 +24,7 @@
  * the envelopes are the analysis energies, raised by ENVELOPE_GAIN = 1 dB: decoded
  * (ffmpeg, faad and zamac-decode alike) the replicated band of pink noise came out
  * 1.2 dB low in every SBR band without it (lost between the decoders' generation and
- * synthesis of the high band),
- * within 0.8 dB with it.
+ * synthesis of the high band), within 0.8 dB with it.
  */
 #include <math.h>
 #include <stdlib.h>
