@@ -1,6 +1,7 @@
 // The SBR encoder of zamac-encode --he: payloads written by sbr_writer.c read back
 // through zamac-decode's own SBR reader to the values written, and the envelopes of
-// the whole encoder against the decoder's analysis scale.
+// the whole encoder against the decoder's analysis scale, with the sinusoid a lone
+// tone asks for.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -209,6 +210,8 @@ TEST_P(SbrEnvelopeAccuracy, DequantisedEnergyMatchesTheDecodersScale)
             const double expected = ENVELOPE_GAIN * amplitude[c] * amplitude[c] * reference / width;
             const double db = 10 * std::log10(env[c][0][b0] / expected);
             EXPECT_LT(std::fabs(db), step) << "channel " << c << " frame " << frame;
+            // a steady tone over a silent low band: the decoder is told to add a sinusoid
+            EXPECT_EQ(fr[c].addHarmonic[containing_band(f.fTable[1], f.n[1], band[c])], 1);
         }
     }
     sbr_encoder_close(e);

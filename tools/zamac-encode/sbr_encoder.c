@@ -294,7 +294,8 @@ static void estimate_noise(SbrEncoder* e, int c, const SbrEncChannel* grid, doub
 /* Missing harmonics: a high-resolution band whose energy is mostly one steady tone
  * (prediction gain at least HARMONIC_DB, or HARMONIC_KEEP_DB for a band flagged in
  * the previous frame, and half the band's energy in its strongest QMF band) where
- * the low band patched into it is at least 15 dB less tonal gets a decoder sinusoid.
+ * the low band patched into it is at least 15 dB less tonal (or 30 dB weaker) gets a
+ * decoder sinusoid.
  * The envelope keeps the band's mean energy: the decoders' limiter compensation
  * brings the sinusoid to about the band's total (measured through ffmpeg and
  * zamac-decode: a tone alone in its band at 9.1 to 16 kHz comes out -0.4 to +1.4 dB
@@ -320,9 +321,12 @@ static void detect_harmonics(SbrEncoder* e, int c, SbrEncChannel* ch)
             band += sum;
             if (sum > peak) peak = sum, kp = k;
         }
-        const double tonal = tnrHigh[kp - f->kx];
+        /* a source band 30 dB below the tone brings nothing, however tonal */
+        double source = 0;
+        for (int l = 0; l < SLOTS; ++l) source += energy[l][e->source[kp]];
+        const double tonal = tnrHigh[kp - f->kx], sourceTonal = source < 1e-3 * peak ? 0.0 : tnrLow[e->source[kp]];
         const double threshold = e->harmonics[c][b] ? HARMONIC_KEEP_DB : HARMONIC_DB;
-        const int flag = tonal >= threshold && tnrLow[e->source[kp]] <= tonal - 15.0 && peak >= 0.5 * band &&
+        const int flag = tonal >= threshold && sourceTonal <= tonal - 15.0 && peak >= 0.5 * band &&
                          band > 1e3 * (double)SLOTS * (k1 - k0);
         ch->addHarmonic[b] = e->harmonics[c][b] = (uint8_t)flag;
         ch->addHarmonicFlag |= ch->addHarmonic[b];
