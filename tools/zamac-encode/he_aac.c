@@ -32,8 +32,10 @@
  * encoder's own look-ahead). Measured with zamac-decode and ffmpeg at 32, 44.1 and 48 kHz:
  * the output lags the input by 3008 samples (2048 + 960 for the decoder's QMF banks), and a
  * noise burst in the SBR range starts within 1.5 ms of the low band's timing
- * (tests/tools/aac_encoder_test.cpp, HeAacStream). */
-enum { CORE_DELAY = 2048 };
+ * (tests/tools/aac_encoder_test.cpp, HeAacStream). The core carries DECODER_QMF_DELAY / 2
+ * zeros beyond the input's end, so that the stream's last frame reaches the input's
+ * last sample through the decoder's banks too. */
+enum { CORE_DELAY = 2048, DECODER_QMF_DELAY = 960 };
 
 typedef struct {
     AacPcmSource* input;   /* full rate */
@@ -63,8 +65,11 @@ static int read_block(HeAac* h)
     long got = h->input->read(h->input->ctx, h->block, READ_FRAMES);
     if (got <= 0) {
         int made = 0;
-        for (int c = 0; c < n; ++c) made = tool_halve_flush(&h->halver[c], h->core[c] + h->coreHeld);
-        h->coreHeld += made;
+        for (int c = 0; c < n; ++c) {
+            made = tool_halve_flush(&h->halver[c], h->core[c] + h->coreHeld);
+            memset(h->core[c] + h->coreHeld + made, 0, DECODER_QMF_DELAY / 2 * sizeof(float));
+        }
+        h->coreHeld += made + DECODER_QMF_DELAY / 2;
         h->ended = 1;
         return 0;
     }
