@@ -121,6 +121,34 @@ INSTANTIATE_TEST_SUITE_P(Grids, SbrPayloadRoundTrip,
                                            RoundTrip{2, 0, SBR_VARVAR}, RoundTrip{2, 1, SBR_FIXFIX},
                                            RoundTrip{2, 1, SBR_VARVAR}));
 
+// Every grid the encoder makes (each transient position after each frame class)
+// is one the decoder's reader accepts, with the transient envelope where it starts.
+TEST(SbrEncoderGrid, EveryTransientPositionReads)
+{
+    SbrHeader h{1, 5, 9, 0, 2, 1, 2, 2, 2, 1, 1};
+    SbrFreq f;
+    ASSERT_EQ(sbr_freq_tables(&f, &h, 48000), 0);
+    for (int prev = SBR_FIXFIX; prev <= SBR_VARVAR; ++prev)
+        for (int pos = -1; pos < 32; ++pos) for (int split = 0; split < 2; ++split) {
+            SbrEncChannel ch[2];
+            make_grid(&ch[0], pos, split, prev, h.ampRes);
+            SbrWriteHistory history[2]{};
+            uint8_t buf[256] = {};
+            SbrBitWriter w{buf, sizeof buf, 0, 0};
+            const int bits = sbr_write_extension(&w, &h, &f, 1, 0, ch, history, 0);
+            SbrReader reader{};
+            reader.sbrRate = 48000;
+            SbrBits b{buf, bits, 0, 0};
+            SbrFrame out[2];
+            int reset;
+            ASSERT_EQ(sbr_read_extension(&reader, &b, 1, 0, out, &reset), 0) << prev << " " << pos;
+            const int t = (pos / 2) & ~1;
+            if (pos >= 4) EXPECT_EQ(out[0].tEnv[out[0].lA], t) << prev << " " << pos;
+            else EXPECT_EQ(out[0].lA, -1);
+            if (pos < 0) EXPECT_EQ(out[0].numEnv, split ? 4 : 1);
+        }
+}
+
 // Total QMF energy per slot of a tone as the decoder's 32-band analysis of the core
 // output (half rate) sees it: the scale the envelopes must be in.
 double decoderToneEnergy(double amplitude, double frequency, int rate)
