@@ -455,7 +455,8 @@ TEST(HeAacEncoder, RefusesWhatItCannotEncode)
     writeWav(dir / "3ch.wav", music(48000, 3, 0.2));
     const std::string out = " " + dir / "o.aac";
     for (const std::string& args : {"--he " + dir / "22k.wav", "--he -b 80 " + dir / "48k.wav",
-                                    "--he " + dir / "3ch.wav", "--he -V 2 " + dir / "48k.wav"}) {
+                                    "--he " + dir / "3ch.wav", "--he -V 2 " + dir / "48k.wav",
+                                    "--he --lowpass 5 " + dir / "48k.wav"}) {
         EXPECT_EQ(run(kEncoder + " " + args + out, dir, &err), 2) << args;
         EXPECT_NE(err.find("--he"), std::string::npos) << err;
     }

@@ -30,9 +30,9 @@
  * (the same prototype, 64 input samples per slot). So the SBR frame of access unit n is
  * the input from sample 2048 n - lag on, lag = CORE_DELAY + sbr_encoder_delay() (the SBR
  * encoder's own look-ahead). Measured with zamac-decode and ffmpeg at 32, 44.1 and 48 kHz:
- * the output lags the input by 3008 samples (2048 + 960 for the decoder's QMF banks), and a
- * noise burst in the SBR range starts within 1.5 ms of the low band's timing
- * (tests/tools/aac_encoder_test.cpp, HeAacStream). The core carries DECODER_QMF_DELAY / 2
+ * the output lags the input by 3008 samples (2048 + 960 for the decoder's QMF banks), and
+ * the edges of a noise burst in the SBR range keep the low band's timing within the
+ * envelopes' time resolution (tests/tools/aac_encoder_test.cpp, HeAacStream). The core carries DECODER_QMF_DELAY / 2
  * zeros beyond the input's end, so that the stream's last frame reaches the input's
  * last sample through the decoder's banks too. */
 enum { CORE_DELAY = 2048, DECODER_QMF_DELAY = 960 };
@@ -47,7 +47,7 @@ typedef struct {
     int ended;
 
     SbrEncoder* sbr;
-    long lag;              /* kSbrLag: SBR frame n starts at input sample 2048 n - lag */
+    long lag;              /* SBR frame n starts at input sample 2048 n - lag */
     float* history[2];     /* input samples historyBase .. historyBase + historyHeld - 1 */
     long historyBase;
     int historyHeld, historyCapacity;
@@ -183,7 +183,7 @@ int he_aac_encode(const AacConfig* config, AacPcmSource* source, AacSink* sink, 
         core.sampleRate = config->sampleRate / 2;
         core.quality = 0;
         const int crossover = sbr_encoder_crossover_hz(h.sbr); /* the SBR replaces everything above */
-        if (core.bandwidth <= 0 || core.bandwidth > crossover) core.bandwidth = crossover;
+        core.bandwidth = crossover;
         core.extension.ctx = &h;
         core.extension.payload = sbr_payload;
         AacPcmSource half = {&h, read_core};
