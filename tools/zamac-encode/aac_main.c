@@ -39,7 +39,8 @@ static void usage(FILE* out)
             "                    replication (SBR, signalled implicitly), for mono or stereo\n"
             "                    at 32, 44.1 or 48 kHz; -b 24 to 64 stereo (default 48),\n"
             "                    16 to 48 mono (default 32)\n"
-            "    --lowpass freq  audio bandwidth in kHz (default: chosen from the rate)\n"
+            "    --lowpass freq  audio bandwidth in kHz (default: chosen from the rate; not\n"
+            "                    with --he, where the SBR range sets the core's bandwidth)\n"
             "    --no-ms         no mid/side stereo\n"
             "    --no-is         no intensity stereo (used below 32 kbps per channel)\n"
             "    --no-pns        no noise substitution (used below 64 kbps per channel)\n"
@@ -148,6 +149,10 @@ int aac_main(int argc, char** argv)
     }
     if (he && vbr >= 0) {
         tool_error("--he encodes at an average bit rate (-b), not by quality (-V)");
+        return TOOL_EXIT_USAGE;
+    }
+    if (he && cfg.bandwidth) {
+        tool_error("--he sets the core's bandwidth itself (where the SBR range starts); no --lowpass");
         return TOOL_EXIT_USAGE;
     }
     if (tool_check_cpu()) return TOOL_EXIT_FAILURE;

@@ -23,15 +23,19 @@
 #include "sbr_encoder.h"
 #include "tool_resample.h"
 
-/* Alignment of the SBR input with the core's. The decoder's output of access unit n is
- * the core's input frame n - 1 (the MDCT's overlap: 1024 core samples = 2048 input
- * samples late), and its 32-band QMF analysis of that output has the same delay, in
- * input samples, as the encoder's 64-band analysis of the full-rate input (the same
- * prototype, 64 input samples per slot). So the SBR frame of access unit n is the input
- * from sample 2048 n - kSbrLag on, kSbrLag = 2048 + the SBR encoder's own look-ahead
- * (sbr_encoder_delay()). Measured: a 10-14 kHz burst over a low tone starts in the
- * decoded high band where it starts in the input (tests/tools/he_aac_encoder_test.cpp). */
-enum { CORE_DELAY = 2048 };
+/* Alignment of the SBR input with the core's (the one place it is set). The decoder's
+ * output of access unit n is the core's input frame n - 1 (the MDCT's overlap: 1024 core
+ * samples = 2048 input samples late), and its 32-band QMF analysis of that output has the
+ * same delay, in input samples, as the encoder's 64-band analysis of the full-rate input
+ * (the same prototype, 64 input samples per slot). So the SBR frame of access unit n is
+ * the input from sample 2048 n - lag on, lag = CORE_DELAY + sbr_encoder_delay() (the SBR
+ * encoder's own look-ahead). Measured with zamac-decode and ffmpeg at 32, 44.1 and 48 kHz:
+ * the output lags the input by 3008 samples (2048 + 960 for the decoder's QMF banks), and
+ * the edges of a noise burst in the SBR range keep the low band's timing within the
+ * envelopes' time resolution (tests/tools/aac_encoder_test.cpp, HeAacStream). The core carries DECODER_QMF_DELAY / 2
+ * zeros beyond the input's end, so that the stream's last frame reaches the input's
+ * last sample through the decoder's banks too. */
+enum { CORE_DELAY = 2048, DECODER_QMF_DELAY = 960 };
 
 typedef struct {
     AacPcmSource* input;   /* full rate */
@@ -43,7 +47,7 @@ typedef struct {
     int ended;
 
     SbrEncoder* sbr;
-    long lag;              /* kSbrLag: SBR frame n starts at input sample 2048 n - lag */
+    long lag;              /* SBR frame n starts at input sample 2048 n - lag */
     float* history[2];     /* input samples historyBase .. historyBase + historyHeld - 1 */
     long historyBase;
     int historyHeld, historyCapacity;
@@ -61,8 +65,11 @@ static int read_block(HeAac* h)
     long got = h->input->read(h->input->ctx, h->block, READ_FRAMES);
     if (got <= 0) {
         int made = 0;
-        for (int c = 0; c < n; ++c) made = tool_halve_flush(&h->halver[c], h->core[c] + h->coreHeld);
-        h->coreHeld += made;
+        for (int c = 0; c < n; ++c) {
+            made = tool_halve_flush(&h->halver[c], h->core[c] + h->coreHeld);
+            memset(h->core[c] + h->coreHeld + made, 0, DECODER_QMF_DELAY / 2 * sizeof(float));
+        }
+        h->coreHeld += made + DECODER_QMF_DELAY / 2;
         h->ended = 1;
         return 0;
     }
@@ -124,13 +131,6 @@ static int sbr_payload(void* ctx, int element, int* type, uint8_t* buf, int bufB
     return bits;
 }
 
-/* Where the SBR range starts: the core codes up to here. */
-static int crossover_hz(const AacConfig* cfg)
-{
-    const int perChannel = cfg->bitRate / cfg->channels;
-    return perChannel >= 32000 ? 8000 : perChannel >= 24000 ? 6500 : 5000;
-}
-
 int he_aac_supported(int sampleRate, int channels, int bitRate, const char** why)
 {
     if (sampleRate != 32000 && sampleRate != 44100 && sampleRate != 48000) {
@@ -182,7 +182,8 @@ int he_aac_encode(const AacConfig* config, AacPcmSource* source, AacSink* sink, 
         AacConfig core = *config;
         core.sampleRate = config->sampleRate / 2;
         core.quality = 0;
-        if (core.bandwidth <= 0 || core.bandwidth > crossover_hz(config)) core.bandwidth = crossover_hz(config);
+        const int crossover = sbr_encoder_crossover_hz(h.sbr); /* the SBR replaces everything above */
+        core.bandwidth = crossover;
         core.extension.ctx = &h;
         core.extension.payload = sbr_payload;
         AacPcmSource half = {&h, read_core};
