@@ -205,13 +205,13 @@ TEST_P(SbrEnvelopeAccuracy, DequantisedEnergyMatchesTheDecodersScale)
         sbr_dequantize(&f, fr, p.channels, reader.coupling, env, noise);
         const double step = fr[0].ampRes ? 3.0 : 1.5;
         for (int c = 0; c < p.channels; ++c) {
-            const int res = fr[0].freqRes[0], b0 = containing_band(f.fTable[res], f.n[res], band[c]);
+            const int res = fr[0].freqRes[0], b0 = sbr_band_containing(f.fTable[res], f.n[res], band[c]);
             const int width = f.fTable[res][b0 + 1] - f.fTable[res][b0];
             const double expected = ENVELOPE_GAIN * amplitude[c] * amplitude[c] * reference / width;
             const double db = 10 * std::log10(env[c][0][b0] / expected);
             EXPECT_LT(std::fabs(db), step) << "channel " << c << " frame " << frame;
             // a steady tone over a silent low band: the decoder is told to add a sinusoid
-            EXPECT_EQ(fr[c].addHarmonic[containing_band(f.fTable[1], f.n[1], band[c])], 1);
+            EXPECT_EQ(fr[c].addHarmonic[sbr_band_containing(f.fTable[1], f.n[1], band[c])], 1);
         }
     }
     sbr_encoder_close(e);

@@ -1,7 +1,8 @@
 /*
  * Spectral band replication (ISO/IEC 14496-3, 4.6.18) data both zamac-decode and
  * zamac-encode --he need: the sbr_header() fields and the frequency band tables they
- * lead to (sbr_freq.c), derived the one way the decoder derives them.
+ * lead to (sbr_freq.c), and the time borders of a grid (sbr_grid.c), derived the one
+ * way the decoder derives them.
  */
 #ifndef ZAMAC_TOOLS_SBR_COMMON_H
 #define ZAMAC_TOOLS_SBR_COMMON_H
@@ -33,5 +34,21 @@ typedef struct {
 
 /* Derives the tables of a header for an SBR (output) rate; -1 when they are invalid. */
 int sbr_freq_tables(SbrFreq* f, const SbrHeader* h, int sbrRate);
+
+/* The fields of an sbr_grid() that place its borders (bord0/bord1: bs_var_bord_0/1;
+ * rel0/rel1: the relative borders in time slots, 2..8; unused ones ignored). */
+typedef struct {
+    int frameClass, numEnv, bord0, bord1, numRel0, numRel1, pointer;
+    int rel0[3], rel1[3];
+} SbrGridFields;
+
+/* sbr_grid.c: the envelope borders tEnv[0..numEnv] (time slots of 2 QMF slots), the
+ * noise floor borders tNoise[0..*numNoise] and the transient envelope *lA (-1: none)
+ * of a grid. Returns -1 when the borders do not increase, the pointer exceeds
+ * numEnv + 1 or the middle noise border falls outside the frame's envelopes. */
+int sbr_grid_times(const SbrGridFields* g, uint8_t* tEnv, uint8_t* tNoise, int* numNoise, int* lA);
+
+/* Index of the band of `table` (n bands) that contains frequency band `start`. */
+int sbr_band_containing(const uint8_t* table, int n, int start);
 
 #endif

@@ -30,46 +30,19 @@ static int pointer_width(int numEnv)
 int sbr_grid_borders(SbrEncChannel* ch, int headerAmpRes)
 {
     const int L = ch->numEnv;
-    ch->ampRes = headerAmpRes;
+    ch->ampRes = ch->frameClass == SBR_FIXFIX && L == 1 ? 0 : headerAmpRes;
     if (ch->frameClass == SBR_FIXFIX) {
         if (L != 1 && L != 2 && L != 4) return -1;
-        if (L == 1) ch->ampRes = 0;
-        for (int l = 0; l <= L; ++l) ch->tEnv[l] = (uint8_t)(l * 16 / L);
-        ch->pointer = 0;
+        ch->pointer = ch->numRel0 = ch->numRel1 = 0;
     } else {
-        if (ch->numRel0 + ch->numRel1 + 1 != L || ch->numRel0 > 3 || ch->numRel1 > 3) return -1;
+        if (ch->numRel0 > 3 || ch->numRel1 > 3) return -1;
         if (L > (ch->frameClass == SBR_VARVAR ? SBR_ENC_MAX_ENV : SBR_ENC_MAX_ENV - 1)) return -1;
         if ((ch->frameClass == SBR_FIXVAR && ch->numRel0) || (ch->frameClass == SBR_VARFIX && ch->numRel1)) return -1;
-        if (ch->pointer < 0 || ch->pointer > L + 1 || ch->pointer >= 1 << pointer_width(L)) return -1;
-        int t[SBR_ENC_MAX_ENV + 1];
-        t[0] = ch->frameClass == SBR_FIXVAR ? 0 : ch->bord0;
-        t[L] = ch->frameClass == SBR_VARFIX ? 16 : ch->bord1 + 16;
-        for (int i = 0; i < ch->numRel0; ++i) t[i + 1] = t[i] + ch->rel0[i];
-        for (int i = 0; i < ch->numRel1; ++i) t[L - 1 - i] = t[L - i] - ch->rel1[i];
-        for (int l = 0; l <= L; ++l) {
-            if (l > 0 && t[l] <= t[l - 1]) return -1;
-            ch->tEnv[l] = (uint8_t)t[l];
-        }
+        if (ch->pointer < 0 || ch->pointer >= 1 << pointer_width(L)) return -1;
     }
-    int middle;
-    if (ch->frameClass == SBR_FIXFIX) {
-        ch->lA = -1;
-        middle = L / 2;
-    } else if (ch->frameClass == SBR_VARFIX) {
-        ch->lA = ch->pointer > 1 ? ch->pointer - 1 : -1;
-        middle = ch->pointer == 0 ? 1 : ch->pointer == 1 ? L - 1 : ch->pointer - 1;
-    } else {
-        ch->lA = ch->pointer ? L + 1 - ch->pointer : -1;
-        middle = ch->pointer > 1 ? L + 1 - ch->pointer : L - 1;
-    }
-    ch->numNoise = L > 1 ? 2 : 1;
-    ch->tNoise[0] = ch->tEnv[0];
-    ch->tNoise[ch->numNoise] = ch->tEnv[L];
-    if (ch->numNoise == 2) {
-        if (middle < 1 || middle >= L) return -1;
-        ch->tNoise[1] = ch->tEnv[middle];
-    }
-    return 0;
+    SbrGridFields g = {ch->frameClass, L, ch->bord0, ch->bord1, ch->numRel0, ch->numRel1, ch->pointer,
+                       {ch->rel0[0], ch->rel0[1], ch->rel0[2]}, {ch->rel1[0], ch->rel1[1], ch->rel1[2]}};
+    return sbr_grid_times(&g, ch->tEnv, ch->tNoise, &ch->numNoise, &ch->lA);
 }
 
 static void write_header(SbrBitWriter* w, const SbrHeader* h)
@@ -124,14 +97,6 @@ static void write_grid(SbrBitWriter* w, const SbrEncChannel* ch)
     for (int i = 0; i < ch->numRel1; ++i) sbr_put_bits(w, (unsigned)(ch->rel1[i] - 2) / 2, 2);
     sbr_put_bits(w, (unsigned)ch->pointer, pointer_width(L));
     for (int l = 0; l < L; ++l) sbr_put_bits(w, ch->freqRes[ch->frameClass == SBR_FIXVAR ? L - 1 - l : l], 1);
-}
-
-/* Index of the band of `table` (n bands) that contains frequency band `start`. */
-static int containing_band(const uint8_t* table, int n, int start)
-{
-    int i = 0;
-    while (i + 1 < n && table[i + 1] <= start) ++i;
-    return i;
 }
 
 /* Bits of coding values[0..n-1] as deltas (divided by step) against ref[0..n-1] with
@@ -210,7 +175,7 @@ static int plan_channel(ChannelPlan* p, const SbrFreq* f, const SbrEncChannel* c
         const int16_t* prev = l == 0 ? hist->env : ch->env[l - 1];
         const int prevRes = l == 0 ? hist->freqRes : ch->freqRes[l - 1];
         for (int k = 0; k < n; ++k) {
-            const int i = prevRes == res ? k : containing_band(f->fTable[prevRes], f->n[prevRes], f->fTable[res][k]);
+            const int i = prevRes == res ? k : sbr_band_containing(f->fTable[prevRes], f->n[prevRes], f->fTable[res][k]);
             p->envRef[l][k] = prev[i];
         }
         const int freqBits = delta_cost(ch->env[l], NULL, n, c->step, c->envF, c->envFirst);
