@@ -20,10 +20,10 @@ extern "C" {
 #include "../tools/zamac-decode/ps_decoder.c"
 #include "../tools/zamac-decode/sbr_bitstream.c"
 #include "../tools/zamac-decode/sbr_decoder.c"
-#include "../tools/zamac-decode/sbr_freq.c"
+#include "../tools/common/sbr_freq.c"
 #include "../tools/zamac-decode/sbr_hfadj.c"
 #include "../tools/zamac-decode/sbr_hfgen.c"
-#include "../tools/zamac-decode/sbr_tables.c"
+#include "../tools/common/sbr_tables.c"
 #include "../tools/zamac-decode/aac_swb_offsets.c"
 }
 

@@ -12,8 +12,8 @@
 
 extern "C" {
 #include "../tools/zamac-decode/sbr_bitstream.c"
-#include "../tools/zamac-decode/sbr_freq.c"
-#include "../tools/zamac-decode/sbr_tables.c"
+#include "../tools/common/sbr_freq.c"
+#include "../tools/common/sbr_tables.c"
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)

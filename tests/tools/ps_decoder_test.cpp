@@ -12,7 +12,7 @@
 
 extern "C" {
 #include "../../tools/zamac-decode/ps_decoder.c"
-#include "../../tools/zamac-decode/sbr_tables.c"
+#include "../../tools/common/sbr_tables.c"
 }
 
 namespace {

@@ -1,9 +1,9 @@
 /*
  * Spectral band replication (HE-AAC, ISO/IEC 14496-3, 4.6.18) and parametric stereo
  * (8.6.4) for zamac-decode: the data shared by the reader (sbr_bitstream.c), the
- * frequency tables (sbr_freq.c), the high-frequency generator (sbr_hfgen.c), the
- * adjuster (sbr_hfadj.c), the element driver (sbr_decoder.c) and parametric stereo
- * (ps_decoder.c).
+ * high-frequency generator (sbr_hfgen.c), the adjuster (sbr_hfadj.c), the element
+ * driver (sbr_decoder.c) and parametric stereo (ps_decoder.c). The header fields and
+ * frequency tables are shared with the encoder (tools/common/sbr_common.h).
  *
  * Time runs in QMF slots of 64 output samples: 32 per 1024-sample core frame; the
  * envelope borders of the bit stream count in pairs of slots (16 per frame).
@@ -13,6 +13,8 @@
 
 #include <stdint.h>
 
+#include "sbr_common.h"
+
 enum {
     SBR_SLOTS = 32,         /* QMF slots per frame */
     SBR_HFGEN = 8,          /* t_HFGen: low-band slots kept from the previous frame */
@@ -20,33 +22,9 @@ enum {
     SBR_XSLOTS = SBR_SLOTS + SBR_HFGEN,  /* slots of the low band buffer */
     SBR_MAX_ENV = 5,
     SBR_MAX_NOISE = 2,
-    SBR_MAX_NQ = 5,
-    SBR_MAX_PATCHES = 5,
-    SBR_MAX_BANDS = 64,
     PS_MAX_ENV = 5,
     PS_MAX_PAR = 34
 };
-
-enum { SBR_FIXFIX = 0, SBR_FIXVAR = 1, SBR_VARFIX = 2, SBR_VARVAR = 3 };
-
-/* sbr_header() */
-typedef struct {
-    int ampRes, startFreq, stopFreq, xoverBand;
-    int freqScale, alterScale, noiseBands;
-    int limiterBands, limiterGains, interpolFreq, smoothingMode;
-} SbrHeader;
-
-/* The frequency band tables of a header (4.6.18.3.2, 4.6.18.6.3). */
-typedef struct {
-    int k0, k2, kx, m;                 /* first and last master band, crossover, width */
-    int nMaster, n[2], nQ, nLim;       /* n[0] low, n[1] high resolution */
-    int numPatches;
-    uint8_t fMaster[SBR_MAX_BANDS + 1];
-    uint8_t fTable[2][SBR_MAX_BANDS + 1];  /* [0] low, [1] high resolution */
-    uint8_t fNoise[SBR_MAX_NQ + 1];
-    uint8_t fLim[SBR_MAX_BANDS + 1];
-    uint8_t patchBands[SBR_MAX_PATCHES], patchStart[SBR_MAX_PATCHES];
-} SbrFreq;
 
 /* One channel's grid and data of one frame, with the envelope and noise values
  * resolved to absolute quantised values (balance values doubled). */
@@ -83,10 +61,6 @@ typedef struct {
     int is34, is34Old;
     int present;                         /* this frame carried ps_data() */
 } PsData;
-
-/* ---- sbr_freq.c */
-/* Derives the tables of a header for an SBR (output) rate; -1 when they are invalid. */
-int sbr_freq_tables(SbrFreq* f, const SbrHeader* h, int sbrRate);
 
 /* ---- sbr_bitstream.c */
 /* A byte buffer read MSB first; reading past its end yields zeros and sets `overrun`. */

@@ -66,95 +66,49 @@ static int pointer_bits(int numEnv)
  * the transient envelope follow from them. */
 static int read_grid(SbrBits* b, SbrFrame* fr, int ampRes)
 {
-    int rel0[4], rel1[4], numRel0 = 0, numRel1 = 0, bord0 = 0, bord1 = 0;
+    SbrGridFields g = {0};
     fr->ampRes = ampRes;
-    fr->frameClass = (int)sbr_bits_read(b, 2);
-    fr->pointer = 0;
-    switch (fr->frameClass) {
+    g.frameClass = fr->frameClass = (int)sbr_bits_read(b, 2);
+    switch (g.frameClass) {
     case SBR_FIXFIX:
-        fr->numEnv = 1 << sbr_bits_read(b, 2);
-        if (fr->numEnv > 4) return -1;
-        if (fr->numEnv == 1) fr->ampRes = 0;
+        g.numEnv = 1 << sbr_bits_read(b, 2);
+        if (g.numEnv > 4) return -1;
+        if (g.numEnv == 1) fr->ampRes = 0;
         fr->freqRes[0] = (uint8_t)sbr_bits_read(b, 1);
-        for (int l = 0; l <= fr->numEnv; ++l) {
-            fr->tEnv[l] = (uint8_t)(l * 16 / fr->numEnv);
-            if (l < fr->numEnv) fr->freqRes[l] = fr->freqRes[0];
-        }
+        for (int l = 1; l < g.numEnv; ++l) fr->freqRes[l] = fr->freqRes[0];
         break;
     case SBR_FIXVAR:
     case SBR_VARFIX:
-        if (fr->frameClass == SBR_FIXVAR) bord1 = (int)sbr_bits_read(b, 2);
-        else bord0 = (int)sbr_bits_read(b, 2);
-        if (fr->frameClass == SBR_FIXVAR) numRel1 = (int)sbr_bits_read(b, 2);
-        else numRel0 = (int)sbr_bits_read(b, 2);
-        for (int i = 0; i < numRel0; ++i) rel0[i] = 2 * (int)sbr_bits_read(b, 2) + 2;
-        for (int i = 0; i < numRel1; ++i) rel1[i] = 2 * (int)sbr_bits_read(b, 2) + 2;
-        fr->numEnv = numRel0 + numRel1 + 1;
-        if (fr->numEnv > SBR_MAX_ENV - 1) return -1;
-        fr->pointer = (int)sbr_bits_read(b, pointer_bits(fr->numEnv));
-        for (int l = 0; l < fr->numEnv; ++l) {
+        if (g.frameClass == SBR_FIXVAR) g.bord1 = (int)sbr_bits_read(b, 2);
+        else g.bord0 = (int)sbr_bits_read(b, 2);
+        if (g.frameClass == SBR_FIXVAR) g.numRel1 = (int)sbr_bits_read(b, 2);
+        else g.numRel0 = (int)sbr_bits_read(b, 2);
+        for (int i = 0; i < g.numRel0; ++i) g.rel0[i] = 2 * (int)sbr_bits_read(b, 2) + 2;
+        for (int i = 0; i < g.numRel1; ++i) g.rel1[i] = 2 * (int)sbr_bits_read(b, 2) + 2;
+        g.numEnv = g.numRel0 + g.numRel1 + 1;
+        if (g.numEnv > SBR_MAX_ENV - 1) return -1;
+        g.pointer = (int)sbr_bits_read(b, pointer_bits(g.numEnv));
+        for (int l = 0; l < g.numEnv; ++l) {
             const int res = (int)sbr_bits_read(b, 1);
-            fr->freqRes[fr->frameClass == SBR_FIXVAR ? fr->numEnv - 1 - l : l] = (uint8_t)res;
+            fr->freqRes[g.frameClass == SBR_FIXVAR ? g.numEnv - 1 - l : l] = (uint8_t)res;
         }
         break;
     default: /* VARVAR */
-        bord0 = (int)sbr_bits_read(b, 2);
-        bord1 = (int)sbr_bits_read(b, 2);
-        numRel0 = (int)sbr_bits_read(b, 2);
-        numRel1 = (int)sbr_bits_read(b, 2);
-        fr->numEnv = numRel0 + numRel1 + 1;
-        if (fr->numEnv > SBR_MAX_ENV) return -1;
-        for (int i = 0; i < numRel0; ++i) rel0[i] = 2 * (int)sbr_bits_read(b, 2) + 2;
-        for (int i = 0; i < numRel1; ++i) rel1[i] = 2 * (int)sbr_bits_read(b, 2) + 2;
-        fr->pointer = (int)sbr_bits_read(b, pointer_bits(fr->numEnv));
-        for (int l = 0; l < fr->numEnv; ++l) fr->freqRes[l] = (uint8_t)sbr_bits_read(b, 1);
+        g.bord0 = (int)sbr_bits_read(b, 2);
+        g.bord1 = (int)sbr_bits_read(b, 2);
+        g.numRel0 = (int)sbr_bits_read(b, 2);
+        g.numRel1 = (int)sbr_bits_read(b, 2);
+        g.numEnv = g.numRel0 + g.numRel1 + 1;
+        if (g.numEnv > SBR_MAX_ENV) return -1;
+        for (int i = 0; i < g.numRel0; ++i) g.rel0[i] = 2 * (int)sbr_bits_read(b, 2) + 2;
+        for (int i = 0; i < g.numRel1; ++i) g.rel1[i] = 2 * (int)sbr_bits_read(b, 2) + 2;
+        g.pointer = (int)sbr_bits_read(b, pointer_bits(g.numEnv));
+        for (int l = 0; l < g.numEnv; ++l) fr->freqRes[l] = (uint8_t)sbr_bits_read(b, 1);
         break;
     }
-    const int L = fr->numEnv;
-    if (fr->frameClass != SBR_FIXFIX) {
-        if (fr->pointer > L + 1) return -1;
-        int t[SBR_MAX_ENV + 1];
-        t[0] = bord0;
-        t[L] = fr->frameClass == SBR_VARFIX ? 16 : bord1 + 16;
-        for (int i = 0; i < numRel0; ++i) t[i + 1] = t[i] + rel0[i];
-        for (int i = 0; i < numRel1; ++i) t[L - 1 - i] = t[L - i] - rel1[i];
-        for (int l = 0; l <= L; ++l) {
-            if (l > 0 && t[l] <= t[l - 1]) return -1;
-            fr->tEnv[l] = (uint8_t)t[l];
-        }
-    }
-    /* transient envelope l_A and the middle noise border */
-    int middle;
-    switch (fr->frameClass) {
-    case SBR_FIXFIX:
-        fr->lA = -1;
-        middle = L / 2;
-        break;
-    case SBR_VARFIX:
-        fr->lA = fr->pointer > 1 ? fr->pointer - 1 : -1;
-        middle = fr->pointer == 0 ? 1 : fr->pointer == 1 ? L - 1 : fr->pointer - 1;
-        break;
-    default:
-        fr->lA = fr->pointer ? L + 1 - fr->pointer : -1;
-        middle = fr->pointer > 1 ? L + 1 - fr->pointer : L - 1;
-        break;
-    }
-    fr->numNoise = L > 1 ? 2 : 1;
-    fr->tNoise[0] = fr->tEnv[0];
-    fr->tNoise[fr->numNoise] = fr->tEnv[L];
-    if (fr->numNoise == 2) {
-        if (middle < 1 || middle >= L) return -1;
-        fr->tNoise[1] = fr->tEnv[middle];
-    }
-    return 0;
-}
-
-/* Index of the band of `table` (n bands) that contains frequency band `start`. */
-static int band_containing(const uint8_t* table, int n, int start)
-{
-    int i = 0;
-    while (i + 1 < n && table[i + 1] <= start) ++i;
-    return i;
+    fr->numEnv = g.numEnv;
+    fr->pointer = g.pointer;
+    return sbr_grid_times(&g, fr->tEnv, fr->tNoise, &fr->numNoise, &fr->lA);
 }
 
 /* sbr_envelope(): delta decoding in frequency or time; balance values of a coupled
@@ -185,7 +139,7 @@ static int read_envelope(SbrBits* b, const SbrFreq* f, SbrFrame* fr, const uint8
             const int16_t* prev = l == 0 ? hist->env : fr->env[l - 1];
             const int prevRes = l == 0 ? hist->freqRes : fr->freqRes[l - 1];
             for (int k = 0; k < n; ++k) {
-                const int i = prevRes == res ? k : band_containing(f->fTable[prevRes], f->n[prevRes], f->fTable[res][k]);
+                const int i = prevRes == res ? k : sbr_band_containing(f->fTable[prevRes], f->n[prevRes], f->fTable[res][k]);
                 e[k] = (int16_t)(prev[i] + delta * read_huffman(b, tCode));
             }
         }

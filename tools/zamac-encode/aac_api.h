@@ -3,6 +3,16 @@
 #define ZAMAC_ENCODE_AAC_API_H
 
 #include <stddef.h>
+#include <stdint.h>
+
+/* An extension payload per frame and element, written in a fill element right after
+ * the element (HE-AAC: the SBR data of the SCE or CPE). payload() writes the bits of
+ * extension_payload() that follow its 4-bit extension_type into buf (MSB first),
+ * returns their count (0: none this time) or -1 to stop; *type is the extension_type. */
+typedef struct {
+    void* ctx;
+    int (*payload)(void* ctx, int element, int* type, uint8_t* buf, int bufBytes);
+} AacExtension;
 
 /* Settings of one encoding. */
 typedef struct {
@@ -16,6 +26,7 @@ typedef struct {
     int noPns;             /* disables noise substitution (otherwise used at low rates) */
     int fixedBank;         /* the library's integer analysis bank instead of the float MDCT */
     int noTns;             /* disables temporal noise shaping of long windows */
+    AacExtension extension; /* payload NULL: none; its bits come out of the frame's budget */
 } AacConfig;
 
 /* Where the PCM comes from: read() fills up to `frames` interleaved frames of float
@@ -40,6 +51,13 @@ typedef struct {
 
 /* Encodes the whole source as ADTS; returns 0, or -1 after a message on stderr. */
 int aac_encode(const AacConfig* config, AacPcmSource* source, AacSink* sink, AacEncodeStats* stats);
+
+/* HE-AAC v1 (he_aac.c): config->sampleRate is the input's (32, 44.1 or 48 kHz), the core
+ * runs at half of it with the SBR data in fill elements; 1 or 2 channels, 24..64 kb/s
+ * stereo, 16..48 kb/s mono, average bit rate. he_aac_supported() says whether a
+ * combination is, with the reason in *why if not; he_aac_encode as aac_encode. */
+int he_aac_supported(int sampleRate, int channels, int bitRate, const char** why);
+int he_aac_encode(const AacConfig* config, AacPcmSource* source, AacSink* sink, AacEncodeStats* stats);
 
 /* The command line of an AAC run (aac_main.c): main.c hands argc and argv over when
  * aac_wanted() says the run asks for AAC (--aac, or an output name ending in .aac). */

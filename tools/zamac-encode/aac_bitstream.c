@@ -240,6 +240,36 @@ void aac_write_fill(BitWriter* w, int bits)
     }
 }
 
+/* fill_element(): ID_FIL, count (with the escape from 15 on) and `count` bytes of
+ * extension_payload(): the 4-bit extension_type, the payload, zero bits to the byte. */
+static int extension_bytes(int payloadBits)
+{
+    return (4 + payloadBits + 7) / 8;
+}
+
+int aac_extension_bits(int payloadBits)
+{
+    const int count = extension_bytes(payloadBits);
+    if (count > 15 + 255 - 1) return -1;
+    return 7 + (count >= 15 ? 8 : 0) + 8 * count;
+}
+
+void aac_write_extension(BitWriter* w, int type, const uint8_t* payload, int payloadBits)
+{
+    const int count = extension_bytes(payloadBits);
+    bw_put(w, AAC_FIL, 3);
+    if (count < 15) {
+        bw_put(w, (uint32_t)count, 4);
+    } else {
+        bw_put(w, 15, 4);
+        bw_put(w, (uint32_t)(count - 14), 8);
+    }
+    bw_put(w, (uint32_t)type, 4);
+    for (int i = 0; i < payloadBits / 8; ++i) bw_put(w, payload[i], 8);
+    if (payloadBits % 8) bw_put(w, (uint32_t)payload[payloadBits / 8] >> (8 - payloadBits % 8), payloadBits % 8);
+    bw_put(w, 0, 8 * count - 4 - payloadBits);
+}
+
 void aac_write_adts_header(uint8_t* out, int samplingIndex, int channelConfiguration, int frameBytes,
                            int fullness)
 {

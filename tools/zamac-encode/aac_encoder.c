@@ -13,9 +13,11 @@
  *   stereo           aac_stereo_decide: M/S per band of each channel pair
  *   rate control     one offset for all thresholds of the frame, searched so that the
  *                    frame fits its share of the bit budget (aac_quantize_channel counts
- *                    with zamsVLCCountBits_16s32s / zamsVLCCountEscBits_AAC_16s32s)
+ *                    with zamsVLCCountBits_16s32s / zamsVLCCountEscBits_AAC_16s32s), less
+ *                    the fill elements of the extension payloads (HE-AAC's SBR data)
  *   bit stream       aac_write_element (zamsVLCEncodeBlock_16s1u, zamsVLCEncodeEscBlock_AAC_16s1u,
- *                    zamsVLCEncodeOne_16s1u), fill, END, ADTS header
+ *                    zamsVLCEncodeOne_16s1u), each followed by its extension payload's
+ *                    fill element, then fill, END, ADTS header
  *
  * Average bit rate: each frame may take the mean frame size plus what the bit reservoir
  * holds (at most 6144 bits per channel in all); adts_buffer_fullness is the reservoir
@@ -64,6 +66,11 @@ typedef struct {
     int maxFrameBits;
     int offset;            /* threshold offset of the last frame */
     uint8_t* out;
+
+    /* extension payloads of the frame (HE-AAC: SBR data), one fill element per element */
+    uint8_t extension[4][512];
+    int extensionType[4], extensionPayloadBits[4];
+    int extensionBits;     /* of all their fill elements */
 } AacEncoder;
 
 /* ------------------------------------------------------------ windows */
@@ -406,7 +413,7 @@ static void analyse_element(AacEncoder* e, int index)
 /* Bits of the whole frame (ADTS header included) with threshold offset `offset`. */
 static int quantize_frame(AacEncoder* e, int offset)
 {
-    int bits = 56 + 3; /* ADTS header, END */
+    int bits = 56 + 3 + e->extensionBits; /* ADTS header, END, extension payloads */
     for (int i = 0; i < e->elementCount; ++i) {
         const AacElement* el = &e->element[i];
         AacChannel* ch = &e->ch[el->first];
@@ -469,11 +476,32 @@ static int fit_frame(AacEncoder* e, int target)
 static int build_frame(AacEncoder* e, int fillBits)
 {
     BitWriter w = {e->out + 7, 0};
-    for (int i = 0; i < e->elementCount; ++i) aac_write_element(&w, &e->codes, &e->element[i], e->ch);
+    for (int i = 0; i < e->elementCount; ++i) {
+        aac_write_element(&w, &e->codes, &e->element[i], e->ch);
+        if (e->extensionPayloadBits[i] > 0)
+            aac_write_extension(&w, e->extensionType[i], e->extension[i], e->extensionPayloadBits[i]);
+    }
     if (fillBits > 0) aac_write_fill(&w, fillBits);
     bw_put(&w, AAC_END, 3);
     if (w.bit) bw_put(&w, 0, 8 - w.bit);
     return (int)(w.byte - e->out);
+}
+
+/* The extension payloads of the frame and the bits of their fill elements; -1 to stop. */
+static int gather_extensions(AacEncoder* e)
+{
+    const AacExtension* x = &e->cfg.extension;
+    e->extensionBits = 0;
+    for (int i = 0; i < e->elementCount; ++i) {
+        e->extensionPayloadBits[i] = 0;
+        if (!x->payload) continue;
+        const int bits = x->payload(x->ctx, i, &e->extensionType[i], e->extension[i], (int)sizeof e->extension[i]);
+        const int fill = bits > 0 ? aac_extension_bits(bits) : 0;
+        if (bits < 0 || fill < 0) return -1;
+        e->extensionPayloadBits[i] = bits;
+        e->extensionBits += fill;
+    }
+    return 0;
 }
 
 static int encode_frame(AacEncoder* e, AacSink* out, AacEncodeStats* stats)
@@ -483,6 +511,7 @@ static int encode_frame(AacEncoder* e, AacSink* out, AacEncodeStats* stats)
         analyse_element(e, i);
         anyShort |= e->sequence[i] == AAC_EIGHT_SHORT;
     }
+    if (gather_extensions(e) != 0) return -1;
     int bits, fill = 0, fullness = 0x7FF;
     const double reservoirBefore = e->reservoir;
     if (e->cfg.quality > 0) {

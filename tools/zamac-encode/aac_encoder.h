@@ -9,6 +9,7 @@
  *   aac_tns.c       temporal noise shaping analysis (filtering by zamsEncodeTNS_AAC_32s_I)
  *   aac_bitstream.c raw_data_block and ADTS header writer
  *   aac_main.c      the command line of an AAC run (main.c hands it over)
+ *   he_aac.c        HE-AAC: the core at half rate, the SBR data in fill elements
  */
 #ifndef ZAMAC_ENCODE_AAC_ENCODER_H
 #define ZAMAC_ENCODE_AAC_ENCODER_H
@@ -22,6 +23,7 @@
 enum { AAC_ONLY_LONG = 0, AAC_LONG_START = 1, AAC_EIGHT_SHORT = 2, AAC_LONG_STOP = 3 };
 enum { AAC_SHAPE_SINE = 0, AAC_SHAPE_KBD = 1 };
 enum { AAC_SCE = 0, AAC_CPE = 1, AAC_LFE = 3, AAC_FIL = 6, AAC_END = 7 };
+enum { AAC_EXT_SBR_DATA = 13 }; /* extension_type of SBR data without CRC */
 
 #define AAC_BANDS 64         /* stride of the per-band arrays of one window group */
 #define AAC_MAX_CHANNELS 6
@@ -123,6 +125,10 @@ void bw_put(BitWriter* w, uint32_t value, int n);
 int bw_position(const BitWriter* w, const uint8_t* start);
 void aac_write_element(BitWriter* w, const AacCodes* codes, const AacElement* el, AacChannel* channels);
 void aac_write_fill(BitWriter* w, int bits);
+/* A fill element carrying an extension payload (extension_type `type`, then payloadBits
+ * bits of payload): its size in bits (-1: too long for one element), and its writer. */
+int aac_extension_bits(int payloadBits);
+void aac_write_extension(BitWriter* w, int type, const uint8_t* payload, int payloadBits);
 void aac_write_adts_header(uint8_t* out, int samplingIndex, int channelConfiguration, int frameBytes,
                            int fullness);
 

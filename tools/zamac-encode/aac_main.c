@@ -35,7 +35,12 @@ static void usage(FILE* out)
             "    -b bitrate      average bit rate in kbps, all channels (default 64 per channel,\n"
             "                    at most 6 x the sampling rate in kHz per channel)\n"
             "    -V n            variable bit rate by quality, 0 = best, 9 = smallest\n"
-            "    --lowpass freq  audio bandwidth in kHz (default: chosen from the rate)\n"
+            "    --he            HE-AAC v1: AAC-LC at half the rate plus spectral band\n"
+            "                    replication (SBR, signalled implicitly), for mono or stereo\n"
+            "                    at 32, 44.1 or 48 kHz; -b 24 to 64 stereo (default 48),\n"
+            "                    16 to 48 mono (default 32)\n"
+            "    --lowpass freq  audio bandwidth in kHz (default: chosen from the rate; not\n"
+            "                    with --he, where the SBR range sets the core's bandwidth)\n"
             "    --no-ms         no mid/side stereo\n"
             "    --no-is         no intensity stereo (used below 32 kbps per channel)\n"
             "    --no-pns        no noise substitution (used below 64 kbps per channel)\n"
@@ -51,7 +56,7 @@ int aac_wanted(int argc, char** argv)
 {
     const char* last = NULL;
     for (int i = 1; i < argc; ++i) {
-        if (!strcmp(argv[i], "--aac")) return 1;
+        if (!strcmp(argv[i], "--aac") || !strcmp(argv[i], "--he")) return 1;
         if (argv[i][0] != '-' || !strcmp(argv[i], "-")) last = argv[i];
     }
     const size_t n = last ? strlen(last) : 0;
@@ -97,10 +102,11 @@ static char* default_output_name(const char* input)
 int aac_main(int argc, char** argv)
 {
     AacConfig cfg = {0};
-    int kbps = 0, vbr = -1, quiet = 0;
-    enum { OPT_AAC = 256, OPT_LOWPASS, OPT_NO_MS, OPT_NO_IS, OPT_NO_PNS, OPT_TNS, OPT_FIXED, OPT_QUIET, OPT_VERSION };
+    int kbps = 0, vbr = -1, quiet = 0, he = 0;
+    enum { OPT_AAC = 256, OPT_HE, OPT_LOWPASS, OPT_NO_MS, OPT_NO_IS, OPT_NO_PNS, OPT_TNS, OPT_FIXED, OPT_QUIET, OPT_VERSION };
     static const struct option longOptions[] = {
         {"aac", no_argument, NULL, OPT_AAC},         {"help", no_argument, NULL, 'h'},
+        {"he", no_argument, NULL, OPT_HE},
         {"lowpass", required_argument, NULL, OPT_LOWPASS}, {"no-ms", no_argument, NULL, OPT_NO_MS},
         {"no-is", no_argument, NULL, OPT_NO_IS},     {"no-pns", no_argument, NULL, OPT_NO_PNS},
         {"no-tns", no_argument, NULL, OPT_TNS},         {"quiet", no_argument, NULL, OPT_QUIET},
@@ -121,6 +127,7 @@ int aac_main(int argc, char** argv)
             if (option_lowpass_hz(optarg, &cfg.bandwidth) != 0) return TOOL_EXIT_USAGE;
             break;
         case OPT_AAC: break;
+        case OPT_HE: he = 1; break;
         case OPT_NO_MS: cfg.noMidSide = 1; break;
         case OPT_NO_IS: cfg.noIntensity = 1; break;
         case OPT_NO_PNS: cfg.noPns = 1; break;
@@ -138,6 +145,14 @@ int aac_main(int argc, char** argv)
     }
     if (kbps && vbr >= 0) {
         tool_error("-b and -V exclude each other");
+        return TOOL_EXIT_USAGE;
+    }
+    if (he && vbr >= 0) {
+        tool_error("--he encodes at an average bit rate (-b), not by quality (-V)");
+        return TOOL_EXIT_USAGE;
+    }
+    if (he && cfg.bandwidth) {
+        tool_error("--he sets the core's bandwidth itself (where the SBR range starts); no --lowpass");
         return TOOL_EXIT_USAGE;
     }
     if (tool_check_cpu()) return TOOL_EXIT_FAILURE;
@@ -158,9 +173,15 @@ int aac_main(int argc, char** argv)
     cfg.channels = in.wav.channels;
     cfg.quality = vbr >= 0 ? 95 - 10 * vbr : 0;
     const int coded = cfg.channels >= 6 ? 5 : cfg.channels;
-    cfg.bitRate = (kbps > 0 ? kbps : 64 * coded) * 1000;
+    cfg.bitRate = (kbps > 0 ? kbps : he ? (cfg.channels == 1 ? 32 : 48) : 64 * coded) * 1000;
     const int most = 6 * cfg.sampleRate * cfg.channels;
-    if (cfg.quality == 0 && cfg.bitRate > most) {
+    if (he) {
+        if (!he_aac_supported(cfg.sampleRate, cfg.channels, cfg.bitRate, &why)) {
+            tool_error("--he: %s (input: %d Hz, %d channel%s, %d kbps)", why, cfg.sampleRate, cfg.channels,
+                       cfg.channels > 1 ? "s" : "", cfg.bitRate / 1000);
+            return TOOL_EXIT_USAGE;
+        }
+    } else if (cfg.quality == 0 && cfg.bitRate > most) {
         tool_error("-b %d: at most %d kbps at %d Hz with %d channels", kbps, most / 1000, cfg.sampleRate,
                    cfg.channels);
         return TOOL_EXIT_USAGE;
@@ -175,8 +196,8 @@ int aac_main(int argc, char** argv)
         return TOOL_EXIT_FAILURE;
     }
     if (!quiet)
-        fprintf(stderr, "Encoding %s to %s\nEncoding as AAC-LC, %d Hz, %d channel%s, %s %d%s\n", inPath, outPath,
-                cfg.sampleRate, cfg.channels, cfg.channels > 1 ? "s" : "", cfg.quality ? "quality" : "average",
+        fprintf(stderr, "Encoding %s to %s\nEncoding as %s, %d Hz, %d channel%s, %s %d%s\n", inPath, outPath,
+                he ? "HE-AAC (SBR)" : "AAC-LC", cfg.sampleRate, cfg.channels, cfg.channels > 1 ? "s" : "", cfg.quality ? "quality" : "average",
                 cfg.quality ? vbr : kbps ? kbps : cfg.bitRate / 1000, cfg.quality ? " (VBR)" : " kbps");
 
     struct timespec t0, t1;
@@ -184,7 +205,7 @@ int aac_main(int argc, char** argv)
     AacPcmSource source = {&in, read_input};
     AacSink sink = {&out, write_output};
     AacEncodeStats stats;
-    int status = aac_encode(&cfg, &source, &sink, &stats) == 0 && !in.failed ? TOOL_EXIT_OK : TOOL_EXIT_FAILURE;
+    int status = (he ? he_aac_encode : aac_encode)(&cfg, &source, &sink, &stats) == 0 && !in.failed ? TOOL_EXIT_OK : TOOL_EXIT_FAILURE;
     clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &t1);
     if (in.failed) tool_error("%s: read error", inPath);
     if (f != stdin) fclose(f);

@@ -50,6 +50,7 @@ static void usage(FILE* out)
             "    --silent        the same\n"
             "    --aac           AAC-LC (ADTS) instead of MP3, as an output name ending in\n"
             "                    .aac also chooses; --aac --help lists the AAC options\n"
+            "    --he            HE-AAC v1 (AAC-LC core at half rate + SBR, in ADTS)\n"
             "    -h, --help      this text\n"
             "    --version       the version of the tool and the library\n",
             tool_name());

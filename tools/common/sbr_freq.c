@@ -8,7 +8,7 @@
 #include <stdlib.h>
 #include <string.h>
 
-#include "sbr.h"
+#include "sbr_common.h"
 #include "sbr_tables.h"
 
 static int compare_bytes(const void* a, const void* b)
