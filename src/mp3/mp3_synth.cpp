@@ -14,6 +14,7 @@
 
 #include "core/export.h"
 #include "core/memory.h"
+#include "core/simd.h"
 #include "mp3/mp3_fixed.h"
 #include "transform/pqmf_mp3_window.h"
 #include "transform/trig.h"
@@ -223,28 +224,6 @@ void windowSlotAvx2(int32_t* v, int32_t position, int16_t* dst, int stride)
     for (int j = 1; j < 16; ++j) dst[(32 - j) * stride] = hi[j];
 }
 
-// Transposes eight rows of eight 32-bit lanes in registers (the bits are moved, not
-// interpreted).
-inline void transpose8(__m256* r)
-{
-    const __m256 t0 = _mm256_unpacklo_ps(r[0], r[1]), t1 = _mm256_unpackhi_ps(r[0], r[1]);
-    const __m256 t2 = _mm256_unpacklo_ps(r[2], r[3]), t3 = _mm256_unpackhi_ps(r[2], r[3]);
-    const __m256 t4 = _mm256_unpacklo_ps(r[4], r[5]), t5 = _mm256_unpackhi_ps(r[4], r[5]);
-    const __m256 t6 = _mm256_unpacklo_ps(r[6], r[7]), t7 = _mm256_unpackhi_ps(r[6], r[7]);
-    const __m256 u0 = _mm256_shuffle_ps(t0, t2, 0x44), u1 = _mm256_shuffle_ps(t0, t2, 0xEE);
-    const __m256 u2 = _mm256_shuffle_ps(t1, t3, 0x44), u3 = _mm256_shuffle_ps(t1, t3, 0xEE);
-    const __m256 u4 = _mm256_shuffle_ps(t4, t6, 0x44), u5 = _mm256_shuffle_ps(t4, t6, 0xEE);
-    const __m256 u6 = _mm256_shuffle_ps(t5, t7, 0x44), u7 = _mm256_shuffle_ps(t5, t7, 0xEE);
-    r[0] = _mm256_permute2f128_ps(u0, u4, 0x20);
-    r[1] = _mm256_permute2f128_ps(u1, u5, 0x20);
-    r[2] = _mm256_permute2f128_ps(u2, u6, 0x20);
-    r[3] = _mm256_permute2f128_ps(u3, u7, 0x20);
-    r[4] = _mm256_permute2f128_ps(u0, u4, 0x31);
-    r[5] = _mm256_permute2f128_ps(u1, u5, 0x31);
-    r[6] = _mm256_permute2f128_ps(u2, u6, 0x31);
-    r[7] = _mm256_permute2f128_ps(u3, u7, 0x31);
-}
-
 void cosineScalar(const int32_t* src, int t, int32_t* out)
 {
     int32_t x[32];
@@ -281,7 +260,7 @@ void synthAvx2(const int32_t* src, int16_t* dst, int32_t* v, int32_t& position, 
         for (int b = 0; b < 4; ++b) {
             __m256 r[8];
             for (int i = 0; i < 8; ++i) r[i] = _mm256_castsi256_ps(x[storedCosineIndex(8 * b + i)]);
-            transpose8(r);
+            transpose8x8(r);
             for (int s = 0; s < 8; ++s) _mm256_store_ps(reinterpret_cast<float*>(rows[t0 + s] + 8 * b), r[s]);
         }
     }

@@ -19,6 +19,7 @@
 
 #include "core/export.h"
 #include "core/memory.h"
+#include "core/simd.h"
 #include "transform/fft_kernels.h"
 #include "transform/mdct_kernels.h"
 #include "transform/trig.h"
@@ -123,9 +124,9 @@ constexpr Cpx twiddlePair(int len, int k, bool inverse)
     return {static_cast<float>(amp * sc.s), static_cast<float>(amp * sc.c)};  // {sin, cos}
 }
 
-// The 36-point inverse's twiddles as constants: the spec object copies them, so the
+// The 36-point inverse's twiddles as constants: the transform object copies them, so the
 // one-transform vector kernel (which takes them from here, in its lane order) and
-// the spec-driven paths use the same bits.
+// the object-driven paths use the same bits.
 struct Inv36Twiddles {
     float s[9], c[9];
 };
@@ -335,27 +336,6 @@ void inverse36Avx2(const float* X, float* y)
 #pragma GCC diagnostic pop
 
 // ------------------------------------------------------------ eight at a time
-
-// Rows r0..r7 of 8 floats -> columns.
-inline void transpose8x8(__m256* r)
-{
-    const __m256 t0 = _mm256_unpacklo_ps(r[0], r[1]), t1 = _mm256_unpackhi_ps(r[0], r[1]);
-    const __m256 t2 = _mm256_unpacklo_ps(r[2], r[3]), t3 = _mm256_unpackhi_ps(r[2], r[3]);
-    const __m256 t4 = _mm256_unpacklo_ps(r[4], r[5]), t5 = _mm256_unpackhi_ps(r[4], r[5]);
-    const __m256 t6 = _mm256_unpacklo_ps(r[6], r[7]), t7 = _mm256_unpackhi_ps(r[6], r[7]);
-    const __m256 u0 = _mm256_shuffle_ps(t0, t2, 0x44), u1 = _mm256_shuffle_ps(t0, t2, 0xEE);
-    const __m256 u2 = _mm256_shuffle_ps(t1, t3, 0x44), u3 = _mm256_shuffle_ps(t1, t3, 0xEE);
-    const __m256 u4 = _mm256_shuffle_ps(t4, t6, 0x44), u5 = _mm256_shuffle_ps(t4, t6, 0xEE);
-    const __m256 u6 = _mm256_shuffle_ps(t5, t7, 0x44), u7 = _mm256_shuffle_ps(t5, t7, 0xEE);
-    r[0] = _mm256_permute2f128_ps(u0, u4, 0x20);
-    r[1] = _mm256_permute2f128_ps(u1, u5, 0x20);
-    r[2] = _mm256_permute2f128_ps(u2, u6, 0x20);
-    r[3] = _mm256_permute2f128_ps(u3, u7, 0x20);
-    r[4] = _mm256_permute2f128_ps(u0, u4, 0x31);
-    r[5] = _mm256_permute2f128_ps(u1, u5, 0x31);
-    r[6] = _mm256_permute2f128_ps(u2, u6, 0x31);
-    r[7] = _mm256_permute2f128_ps(u3, u7, 0x31);
-}
 
 // Eight rows (row r at base + r*stride, `width` floats) to lane-major columns
 // cols[i][r], and back.

@@ -26,6 +26,7 @@
 
 #include "core/export.h"
 #include "core/memory.h"
+#include "core/simd.h"
 #include "transform/pqmf_mp3_window.h"
 
 namespace zam {
@@ -230,27 +231,6 @@ void pqmfSynthesisScalar(const float* src, float* dst, float* delay, int32_t& po
 
 namespace {
 
-// Transposes eight rows of eight floats in registers.
-inline void transpose8(__m256* r)
-{
-    const __m256 t0 = _mm256_unpacklo_ps(r[0], r[1]), t1 = _mm256_unpackhi_ps(r[0], r[1]);
-    const __m256 t2 = _mm256_unpacklo_ps(r[2], r[3]), t3 = _mm256_unpackhi_ps(r[2], r[3]);
-    const __m256 t4 = _mm256_unpacklo_ps(r[4], r[5]), t5 = _mm256_unpackhi_ps(r[4], r[5]);
-    const __m256 t6 = _mm256_unpacklo_ps(r[6], r[7]), t7 = _mm256_unpackhi_ps(r[6], r[7]);
-    const __m256 u0 = _mm256_shuffle_ps(t0, t2, 0x44), u1 = _mm256_shuffle_ps(t0, t2, 0xEE);
-    const __m256 u2 = _mm256_shuffle_ps(t1, t3, 0x44), u3 = _mm256_shuffle_ps(t1, t3, 0xEE);
-    const __m256 u4 = _mm256_shuffle_ps(t4, t6, 0x44), u5 = _mm256_shuffle_ps(t4, t6, 0xEE);
-    const __m256 u6 = _mm256_shuffle_ps(t5, t7, 0x44), u7 = _mm256_shuffle_ps(t5, t7, 0xEE);
-    r[0] = _mm256_permute2f128_ps(u0, u4, 0x20);
-    r[1] = _mm256_permute2f128_ps(u1, u5, 0x20);
-    r[2] = _mm256_permute2f128_ps(u2, u6, 0x20);
-    r[3] = _mm256_permute2f128_ps(u3, u7, 0x20);
-    r[4] = _mm256_permute2f128_ps(u0, u4, 0x31);
-    r[5] = _mm256_permute2f128_ps(u1, u5, 0x31);
-    r[6] = _mm256_permute2f128_ps(u2, u6, 0x31);
-    r[7] = _mm256_permute2f128_ps(u3, u7, 0x31);
-}
-
 // The stored vectors Y of `count` (up to 8) consecutive slots from t0 on, written
 // to rows[0..count-1]; the cosine transform runs on eight slots at once.
 inline void storedVectorsAvx2(const float* src, int t0, int count, float (*rows)[32])
@@ -268,7 +248,7 @@ inline void storedVectorsAvx2(const float* src, int t0, int count, float (*rows)
     for (int q = 0; q < 4; ++q) {
         __m256 r[8];
         for (int i = 0; i < 8; ++i) r[i] = x[storedCosineIndex(8 * q + i)];
-        transpose8(r);
+        transpose8x8(r);
         for (int t = 0; t < count; ++t) _mm256_store_ps(rows[t] + 8 * q, r[t]);
     }
 }

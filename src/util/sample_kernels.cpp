@@ -2,6 +2,8 @@
 
 #include <immintrin.h>
 
+#include "core/simd.h"
+
 namespace zam::util {
 
 // ------------------------------------------------------------------ interleave
@@ -78,26 +80,6 @@ void interleaveN_32f_scalar(const float* const* src, int channels, int len, floa
 
 namespace {
 
-inline void transpose8x8(__m256* r)
-{
-    const __m256 t0 = _mm256_unpacklo_ps(r[0], r[1]), t1 = _mm256_unpackhi_ps(r[0], r[1]);
-    const __m256 t2 = _mm256_unpacklo_ps(r[2], r[3]), t3 = _mm256_unpackhi_ps(r[2], r[3]);
-    const __m256 t4 = _mm256_unpacklo_ps(r[4], r[5]), t5 = _mm256_unpackhi_ps(r[4], r[5]);
-    const __m256 t6 = _mm256_unpacklo_ps(r[6], r[7]), t7 = _mm256_unpackhi_ps(r[6], r[7]);
-    const __m256 u0 = _mm256_shuffle_ps(t0, t2, 0x44), u1 = _mm256_shuffle_ps(t0, t2, 0xEE);
-    const __m256 u2 = _mm256_shuffle_ps(t1, t3, 0x44), u3 = _mm256_shuffle_ps(t1, t3, 0xEE);
-    const __m256 u4 = _mm256_shuffle_ps(t4, t6, 0x44), u5 = _mm256_shuffle_ps(t4, t6, 0xEE);
-    const __m256 u6 = _mm256_shuffle_ps(t5, t7, 0x44), u7 = _mm256_shuffle_ps(t5, t7, 0xEE);
-    r[0] = _mm256_permute2f128_ps(u0, u4, 0x20);
-    r[1] = _mm256_permute2f128_ps(u1, u5, 0x20);
-    r[2] = _mm256_permute2f128_ps(u2, u6, 0x20);
-    r[3] = _mm256_permute2f128_ps(u3, u7, 0x20);
-    r[4] = _mm256_permute2f128_ps(u0, u4, 0x31);
-    r[5] = _mm256_permute2f128_ps(u1, u5, 0x31);
-    r[6] = _mm256_permute2f128_ps(u2, u6, 0x31);
-    r[7] = _mm256_permute2f128_ps(u3, u7, 0x31);
-}
-
 // Eight rows of eight 16-bit values: row f of the result is column f of the input.
 inline void transpose8x8(__m128i* r)
 {
@@ -118,6 +100,8 @@ inline void transpose8x8(__m128i* r)
     r[6] = _mm_unpacklo_epi64(b3, b7);
     r[7] = _mm_unpackhi_epi64(b3, b7);
 }
+
+inline void transpose8x8(__m256* r) { zam::transpose8x8(r); }
 
 inline void storeFrame(float* p, __m256 v) { _mm256_storeu_ps(p, v); }
 inline void storeFrame(int16_t* p, __m128i v) { _mm_storeu_si128(reinterpret_cast<__m128i*>(p), v); }
