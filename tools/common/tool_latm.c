@@ -2,68 +2,19 @@
 
 #include <string.h>
 
-static const int kRates[13] = {96000, 88200, 64000, 48000, 44100, 32000, 24000, 22050, 16000, 12000, 11025, 8000, 7350};
-
-typedef struct {
-    const uint8_t* p;
-    size_t bits, pos;
-    int overrun;
-} Bits;
-
-static uint32_t get(Bits* b, int n)
-{
-    uint32_t v = 0;
-    for (int i = 0; i < n; ++i, ++b->pos) {
-        if (b->pos >= b->bits) {
-            b->overrun = 1;
-            v <<= 1;
-            continue;
-        }
-        v = v << 1 | ((b->p[b->pos >> 3] >> (7 - (b->pos & 7))) & 1u);
-    }
-    return v;
-}
-
 /* LatmGetValue() */
-static uint32_t latm_value(Bits* b)
+static uint32_t latm_value(Mp4Bits* b)
 {
-    const int bytes = (int)get(b, 2) + 1;
+    const int bytes = (int)mp4_bits(b, 2) + 1;
     uint32_t v = 0;
-    for (int i = 0; i < bytes; ++i) v = v << 8 | get(b, 8);
+    for (int i = 0; i < bytes; ++i) v = v << 8 | mp4_bits(b, 8);
     return v;
 }
 
-static int object_type(Bits* b)
-{
-    const int type = (int)get(b, 5);
-    return type == 31 ? 32 + (int)get(b, 6) : type;
-}
-
-static int rate_index(Bits* b, int* rate)
-{
-    const int index = (int)get(b, 4);
-    if (index == 15) {
-        *rate = (int)get(b, 24);
-        return -1;
-    }
-    *rate = index < 13 ? kRates[index] : 0;
-    return index;
-}
-
-/* AudioSpecificConfig with the GASpecificConfig of the AAC object types. */
-static int read_asc(Bits* b, Mp4Track* t, const char** why)
+static int read_asc(Mp4Bits* b, Mp4Track* t, const char** why)
 {
     memset(t, 0, sizeof *t);
-    t->objectType = object_type(b);
-    t->samplingIndex = rate_index(b, &t->sampleRate);
-    t->channelConfiguration = (int)get(b, 4);
-    t->coreObjectType = t->objectType;
-    if (t->objectType == 5 || t->objectType == 29) {
-        t->sbr = 1;
-        t->ps = t->objectType == 29;
-        rate_index(b, &t->extensionRate);
-        t->coreObjectType = object_type(b);
-    }
+    mp4_read_asc_head(b, t);
     const int type = t->coreObjectType;
     if (type != 1 && type != 2 && type != 4) {
         *why = "the LATM stream's AAC object type is not Main, LC or LTP";
@@ -73,29 +24,29 @@ static int read_asc(Bits* b, Mp4Track* t, const char** why)
         *why = "the LATM stream's sampling rate has no index";
         return -1;
     }
-    get(b, 1);                     /* frameLengthFlag */
-    if (get(b, 1)) get(b, 14);     /* dependsOnCoreCoder: coreCoderDelay */
-    const int extensionFlag = (int)get(b, 1);
+    mp4_bits(b, 1);                         /* frameLengthFlag */
+    if (mp4_bits(b, 1)) mp4_bits(b, 14);     /* dependsOnCoreCoder: coreCoderDelay */
+    const int extensionFlag = (int)mp4_bits(b, 1);
     if (t->channelConfiguration == 0) {
         *why = "a LATM stream with a program config element is not read";
         return -1;
     }
-    if (extensionFlag) get(b, 1);  /* extensionFlag3 (object types 1, 2, 4 have no more) */
+    if (extensionFlag) mp4_bits(b, 1);      /* extensionFlag3 (object types 1, 2, 4 have no more) */
     return 0;
 }
 
 /* StreamMuxConfig() */
-static int read_config(LatmState* s, Bits* b, const char** why)
+static int read_config(LatmState* s, Mp4Bits* b, const char** why)
 {
-    s->audioMuxVersion = (int)get(b, 1);
-    if (s->audioMuxVersion && get(b, 1)) {
+    s->audioMuxVersion = (int)mp4_bits(b, 1);
+    if (s->audioMuxVersion && mp4_bits(b, 1)) {
         *why = "LATM audioMuxVersionA 1 is not read";
         return -1;
     }
     if (s->audioMuxVersion) latm_value(b); /* taraBufferFullness */
-    get(b, 1);                             /* allStreamsSameTimeFraming */
-    s->numSubFrames = (int)get(b, 6);
-    if (get(b, 4) != 0 || get(b, 3) != 0) {
+    mp4_bits(b, 1);                             /* allStreamsSameTimeFraming */
+    s->numSubFrames = (int)mp4_bits(b, 6);
+    if (mp4_bits(b, 4) != 0 || mp4_bits(b, 3) != 0) {
         *why = "a LATM stream of more than one program or layer is not read";
         return -1;
     }
@@ -107,12 +58,12 @@ static int read_config(LatmState* s, Bits* b, const char** why)
     } else if (read_asc(b, &s->config, why) != 0) {
         return -1;
     }
-    if (get(b, 3) != 0) {
+    if (mp4_bits(b, 3) != 0) {
         *why = "LATM frameLengthType other than 0 is not read";
         return -1;
     }
-    get(b, 8); /* latmBufferFullness */
-    s->otherDataPresent = (int)get(b, 1);
+    mp4_bits(b, 8); /* latmBufferFullness */
+    s->otherDataPresent = (int)mp4_bits(b, 1);
     s->otherDataBits = 0;
     if (s->otherDataPresent) {
         if (s->audioMuxVersion) {
@@ -120,12 +71,12 @@ static int read_config(LatmState* s, Bits* b, const char** why)
         } else {
             int escape;
             do {
-                escape = (int)get(b, 1);
-                s->otherDataBits = s->otherDataBits << 8 | get(b, 8);
+                escape = (int)mp4_bits(b, 1);
+                s->otherDataBits = s->otherDataBits << 8 | mp4_bits(b, 8);
             } while (escape && !b->overrun);
         }
     }
-    if (get(b, 1)) get(b, 8); /* crcCheckPresent: crcCheckSum */
+    if (mp4_bits(b, 1)) mp4_bits(b, 8); /* crcCheckPresent: crcCheckSum */
     if (b->overrun) {
         *why = "damaged LATM StreamMuxConfig";
         return -1;
@@ -143,8 +94,8 @@ size_t loas_frame_length(const uint8_t* p, size_t left)
 int latm_read_element(LatmState* s, const uint8_t* p, size_t size, uint8_t* out, size_t outSize, uint32_t* lengths,
                       const char** why)
 {
-    Bits b = {p, size * 8, 0, 0};
-    if (!get(&b, 1)) {
+    Mp4Bits b = {p, size * 8, 0, 0};
+    if (!mp4_bits(&b, 1)) {
         if (read_config(s, &b, why) != 0) {
             s->configured = 0;
             return -1;
@@ -159,14 +110,14 @@ int latm_read_element(LatmState* s, const uint8_t* p, size_t size, uint8_t* out,
         size_t length = 0;
         uint32_t part;
         do {
-            part = get(&b, 8);
+            part = mp4_bits(&b, 8);
             length += part;
         } while (part == 255 && !b.overrun);
         if (b.overrun || length > (b.bits - b.pos) / 8 || length > outSize - used) {
             *why = "a LATM payload runs past its frame";
             return -1;
         }
-        for (size_t k = 0; k < length; ++k) out[used + k] = (uint8_t)get(&b, 8);
+        for (size_t k = 0; k < length; ++k) out[used + k] = (uint8_t)mp4_bits(&b, 8);
         used += length;
         lengths[i] = (uint32_t)length;
     }

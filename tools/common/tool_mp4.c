@@ -62,49 +62,55 @@ int mp4_is_file(const uint8_t* data, size_t size)
 
 /* ------------------------------------------------------------------ AudioSpecificConfig */
 
-typedef struct {
-    const uint8_t* p;
-    size_t bits, pos;
-} BitReader;
-
-static uint32_t bits(BitReader* r, int n)
+uint32_t mp4_bits(Mp4Bits* b, int n)
 {
     uint32_t v = 0;
-    for (int i = 0; i < n; ++i, ++r->pos)
-        v = v << 1 | (r->pos < r->bits ? (r->p[r->pos >> 3] >> (7 - (r->pos & 7))) & 1u : 0u);
+    for (int i = 0; i < n; ++i, ++b->pos) {
+        if (b->pos >= b->bits) {
+            b->overrun = 1;
+            v <<= 1;
+            continue;
+        }
+        v = v << 1 | ((b->p[b->pos >> 3] >> (7 - (b->pos & 7))) & 1u);
+    }
     return v;
 }
 
-static int object_type(BitReader* r)
+static int object_type(Mp4Bits* b)
 {
-    int type = (int)bits(r, 5);
-    return type == 31 ? 32 + (int)bits(r, 6) : type;
+    const int type = (int)mp4_bits(b, 5);
+    return type == 31 ? 32 + (int)mp4_bits(b, 6) : type;
 }
 
-static int rate_index(BitReader* r, int* rate)
+static int rate_index(Mp4Bits* b, int* rate)
 {
-    const int index = (int)bits(r, 4);
+    const int index = (int)mp4_bits(b, 4);
     if (index == 15) {
-        *rate = (int)bits(r, 24);
+        *rate = (int)mp4_bits(b, 24);
         return -1;
     }
     *rate = index < 13 ? kRates[index] : 0;
     return index;
 }
 
-static int read_asc(const uint8_t* p, size_t length, Mp4Track* t)
+void mp4_read_asc_head(Mp4Bits* b, Mp4Track* t)
 {
-    BitReader r = {p, length * 8, 0};
-    t->objectType = object_type(&r);
-    t->samplingIndex = rate_index(&r, &t->sampleRate);
-    t->channelConfiguration = (int)bits(&r, 4);
+    t->objectType = object_type(b);
+    t->samplingIndex = rate_index(b, &t->sampleRate);
+    t->channelConfiguration = (int)mp4_bits(b, 4);
     t->coreObjectType = t->objectType;
     if (t->objectType == 5 || t->objectType == 29) {
         t->sbr = 1;
         t->ps = t->objectType == 29;
-        rate_index(&r, &t->extensionRate);
-        t->coreObjectType = object_type(&r);
+        rate_index(b, &t->extensionRate);
+        t->coreObjectType = object_type(b);
     }
+}
+
+static int read_asc(const uint8_t* p, size_t length, Mp4Track* t)
+{
+    Mp4Bits r = {p, length * 8, 0, 0};
+    mp4_read_asc_head(&r, t);
     if (t->samplingIndex < 0 || t->sampleRate == 0) return fail(t, "the AAC track's sampling rate has no index ADTS could carry");
     return 0;
 }

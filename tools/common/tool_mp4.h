@@ -66,6 +66,21 @@ int mp4_is_file(const uint8_t* data, size_t size);
 /* Reads the first AAC track. Returns 0, or -1 with a message in track->error.
  * mp4_free releases the tables (also after a failure). */
 int mp4_read(const uint8_t* data, size_t size, Mp4Track* track);
+
+/* A reader of the bits of p[], most significant first, over `bits` bits: reads past
+   the end give zero bits and set `overrun`. */
+typedef struct {
+    const uint8_t* p;
+    size_t bits, pos;
+    int overrun;
+} Mp4Bits;
+uint32_t mp4_bits(Mp4Bits* b, int n);
+
+/* The head of an AudioSpecificConfig (ISO/IEC 14496-3, 1.6.2.1) into t: object type,
+   sampling index and rate (index -1 for an explicit rate), channel configuration, and
+   for object types 5 and 29 (SBR, PS) the extension rate and the core object type.
+   Nothing is checked; the MP4 and LATM readers judge the values. */
+void mp4_read_asc_head(Mp4Bits* b, Mp4Track* t);
 /* The same from a reader: the top-level boxes are stepped over (by seeking on a file)
  * and the movie box (moov, at most MP4_MOVIE_MAX_BYTES) is read into memory without
  * the entries of its sample sizes and chunk offsets, which are read from the file at
