@@ -119,7 +119,7 @@ inline void dft9(CpxOf<V>* w)
 // A = sqrt(2) forward and 1/sqrt(N/2) inverse.
 constexpr Cpx twiddlePair(int len, int k, bool inverse)
 {
-    const double amp = inverse ? 1.0 / __builtin_sqrt(len / 2.0) : 1.4142135623730951;
+    const double amp = inverse ? 1.0 / constSqrt(len / 2.0) : 1.4142135623730951;
     const SinCos sc = sinCosTurn(8 * int64_t{k} + 1, 8 * int64_t{len});
     return {static_cast<float>(amp * sc.s), static_cast<float>(amp * sc.c)};  // {sin, cos}
 }

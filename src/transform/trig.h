@@ -36,6 +36,21 @@ constexpr double taylorCos(double x)
     return sum;
 }
 
+// Square root of x > 0 by Newton's iteration, usable in constant expressions on
+// every compiler (the builtin is constant only for some). It can miss the correctly
+// rounded root by the last bit of the double, below what float tables built on it
+// can see.
+constexpr double constSqrt(double x)
+{
+    double y = x > 1.0 ? x : 1.0;
+    for (int i = 0; i < 64; ++i) {
+        const double next = 0.5 * (y + x / y);
+        if (next == y) break;
+        y = next;
+    }
+    return y;
+}
+
 // sin/cos of 2*pi*num/den for integers; exact octant reduction on 8*num mod 8*den.
 constexpr SinCos sinCosTurn(int64_t num, int64_t den)
 {
