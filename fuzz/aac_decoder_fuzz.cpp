@@ -51,7 +51,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     if (size) std::memcpy(input.data(), data, size);
     uint64_t sum = 0;
     PcmSink sink = {&sum, acceptFormat, acceptSamples};
-    DecodeOptions options = {0, 1, 0, 1, 0};  // quiet: no per-frame reports
+    DecodeOptions options{};
+    options.bench = 1;
+    options.quiet = 1;  // no per-frame reports
     options.fixed = static_cast<int>(size & 1);  // odd sizes: the integer filter bank
     DecodeStats stats = {0, 0, 0.0};
     aac_decode(input.data(), size, &options, &sink, &stats);

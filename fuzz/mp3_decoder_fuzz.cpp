@@ -1,6 +1,11 @@
 // The whole MP3 path of zamac-decode (framing, reservoir, every library stage,
 // synthesis and 16-bit output) on arbitrary input; seeds are pieces of the ISO
 // compliance streams. The decoder's C sources are compiled in here as C++.
+// mp3_decoder_fixed_fuzz.cpp compiles this file again with MP3_FUZZ_FIXED set: the
+// integer path of zamac-decode --fixed.
+#ifndef MP3_FUZZ_FIXED
+#define MP3_FUZZ_FIXED 0
+#endif
 #include <cstddef>
 #include <cstdio>
 #include <cstdint>
@@ -41,7 +46,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     if (size) std::memcpy(input.data(), data, size);
     int channels = 0;
     PcmSink sink = {&channels, acceptFormat, checkWrite};
-    DecodeOptions options = {0, 0, 0, 1, 0};  // quiet: no per-frame reports
+    DecodeOptions options{};
+    options.quiet = 1;  // no per-frame reports
+    options.fixed = MP3_FUZZ_FIXED;
     DecodeStats stats = {0, 0, 0.0};
     mp3_decode(input.data(), size, &options, &sink, &stats);
     return 0;
