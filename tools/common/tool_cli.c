@@ -1,6 +1,9 @@
 #include "tool_cli.h"
 
 #include <stdarg.h>
+#include <time.h>
+#include <string.h>
+#include <stdlib.h>
 
 #include "zamac.h"
 
@@ -39,4 +42,24 @@ int tool_check_cpu(void)
     tool_error("this processor lacks AVX2 or FMA, which the zamac library needs "
                "(x86-64 processors from 2013 on have them)");
     return -1;
+}
+
+double tool_cpu_seconds(void)
+{
+    struct timespec ts;
+    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &ts);
+    return (double)ts.tv_sec + ts.tv_nsec * 1e-9;
+}
+
+char* tool_output_name(const char* input, const char* extension)
+{
+    const size_t n = strlen(input), e = strlen(extension);
+    char* name = malloc(n + e + 1);
+    if (!name) return NULL;
+    memcpy(name, input, n + 1);
+    char* dot = strrchr(name, '.');
+    char* slash = strrchr(name, '/');
+    if (dot && (!slash || dot > slash)) *dot = 0;
+    strcat(name, extension);
+    return name;
 }

@@ -24,6 +24,13 @@ void tool_print_version(FILE* out);
  * returns -1 (call before any library function). */
 int tool_check_cpu(void);
 
+/* CPU time of the process so far, in seconds. */
+double tool_cpu_seconds(void);
+
+/* A new string (free it) naming the output beside `input`: its extension, if any,
+ * replaced by `extension` (".mp3"); NULL when out of memory. */
+char* tool_output_name(const char* input, const char* extension);
+
 /* Exit statuses: 0 success, 1 failure of the work, 2 bad command line. */
 enum { TOOL_EXIT_OK = 0, TOOL_EXIT_FAILURE = 1, TOOL_EXIT_USAGE = 2 };
 

@@ -63,13 +63,6 @@ typedef struct {
     size_t keptCount, keptCapacity;
 } Sink;
 
-static double cpu_seconds(void)
-{
-    struct timespec ts;
-    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &ts);
-    return (double)ts.tv_sec + ts.tv_nsec * 1e-9;
-}
-
 static int sink_format(void* ctx, int sampleRate, int channels, uint32_t channelMask)
 {
     Sink* s = ctx;
@@ -631,7 +624,7 @@ int main(int argc, char** argv)
     fromMp4.track = &mp4;
     ToolReader adtsReader;
     int status;
-    const double cpuStart = cpu_seconds();
+    const double cpuStart = tool_cpu_seconds();
     if (fmt.kind == INPUT_MP4) {
         if (options.gapless) mp4_gapless(&mp4, &sink);
         status = mp4_samples_open(&fromMp4.samples, &mp4, tablePath) != 0 ||
@@ -675,7 +668,7 @@ int main(int argc, char** argv)
         tool_error("%s: read error: %s", shown, strerror(errno));
         status = 1;
     }
-    const double cpu = cpu_seconds() - cpuStart;
+    const double cpu = tool_cpu_seconds() - cpuStart;
     if (sink.lastProgress > 0) fprintf(stderr, "\r%*s\r", 20, "");
 
     int failed = status != 0 || stats.framesDecoded == 0;

@@ -86,19 +86,6 @@ static int write_output(void* ctx, const void* bytes, size_t count)
     return tool_output_write((ToolOutput*)ctx, bytes, count);
 }
 
-static char* default_output_name(const char* input)
-{
-    const size_t n = strlen(input);
-    char* name = malloc(n + 5);
-    if (!name) return NULL;
-    memcpy(name, input, n + 1);
-    char* dot = strrchr(name, '.');
-    char* slash = strrchr(name, '/');
-    if (dot && (!slash || dot > slash)) *dot = 0;
-    strcat(name, ".aac");
-    return name;
-}
-
 int aac_main(int argc, char** argv)
 {
     AacConfig cfg = {0};
@@ -186,7 +173,7 @@ int aac_main(int argc, char** argv)
                    cfg.channels);
         return TOOL_EXIT_USAGE;
     }
-    char* outPath = argc - optind == 2 ? strdup(argv[optind + 1]) : default_output_name(inPath);
+    char* outPath = argc - optind == 2 ? strdup(argv[optind + 1]) : tool_output_name(inPath, ".aac");
     in.pcm = (int16_t*)malloc(1024 * sizeof(int16_t) * (size_t)(cfg.channels > 0 ? cfg.channels : 1));
     ToolOutput out;
     if (!outPath || !in.pcm || tool_output_open(&out, outPath)) {
@@ -200,13 +187,11 @@ int aac_main(int argc, char** argv)
                 he ? "HE-AAC (SBR)" : "AAC-LC", cfg.sampleRate, cfg.channels, cfg.channels > 1 ? "s" : "", cfg.quality ? "quality" : "average",
                 cfg.quality ? vbr : kbps ? kbps : cfg.bitRate / 1000, cfg.quality ? " (VBR)" : " kbps");
 
-    struct timespec t0, t1;
-    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &t0);
+    const double start = tool_cpu_seconds();
     AacPcmSource source = {&in, read_input};
     AacSink sink = {&out, write_output};
     AacEncodeStats stats;
     int status = (he ? he_aac_encode : aac_encode)(&cfg, &source, &sink, &stats) == 0 && !in.failed ? TOOL_EXIT_OK : TOOL_EXIT_FAILURE;
-    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &t1);
     if (in.failed) tool_error("%s: read error", inPath);
     if (f != stdin) fclose(f);
     free(in.pcm);
@@ -214,7 +199,7 @@ int aac_main(int argc, char** argv)
         if (status == TOOL_EXIT_OK) tool_error("%s: %s", outPath, strerror(errno));
         status = TOOL_EXIT_FAILURE;
     } else if (!quiet) {
-        const double seconds = (double)(t1.tv_sec - t0.tv_sec) + (t1.tv_nsec - t0.tv_nsec) * 1e-9;
+        const double seconds = tool_cpu_seconds() - start;
         fprintf(stderr, "%ld bytes, %ld frames (%ld with short windows), %.2f s CPU\n", stats.bytes, stats.frames,
                 stats.shortFrames, seconds);
     }

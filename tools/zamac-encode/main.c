@@ -56,26 +56,6 @@ static void usage(FILE* out)
             tool_name());
 }
 
-static double cpu_seconds(void)
-{
-    struct timespec ts;
-    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &ts);
-    return (double)ts.tv_sec + ts.tv_nsec * 1e-9;
-}
-
-static char* default_output_name(const char* input)
-{
-    const size_t n = strlen(input);
-    char* name = malloc(n + 5);
-    if (!name) return NULL;
-    memcpy(name, input, n + 1);
-    char* dot = strrchr(name, '.');
-    char* slash = strrchr(name, '/');
-    if (dot && (!slash || dot > slash)) *dot = 0;
-    strcat(name, ".mp3");
-    return name;
-}
-
 static void progress(long frame, long total, int final)
 {
     if (total > 0)
@@ -164,7 +144,7 @@ int main(int argc, char** argv)
         tool_error("%s", why);
         return TOOL_EXIT_FAILURE;
     }
-    char* outPath = argc - optind == 2 ? strdup(argv[optind + 1]) : default_output_name(inPath);
+    char* outPath = argc - optind == 2 ? strdup(argv[optind + 1]) : tool_output_name(inPath, ".mp3");
     const long total = wav.frames != UINT64_MAX ? mp3_encoder_frames_for(enc, (long long)wav.frames) : 0;
     if (!quiet) {
         char text[128];
@@ -173,7 +153,7 @@ int main(int argc, char** argv)
     }
 
     /* Encoding. */
-    const double start = cpu_seconds();
+    const double start = tool_cpu_seconds();
     enum { BLOCK = 4096 };
     int16_t* block = malloc(sizeof(int16_t) * BLOCK * 2);
     int status = block ? TOOL_EXIT_OK : TOOL_EXIT_FAILURE;
@@ -203,7 +183,7 @@ int main(int argc, char** argv)
         free(outPath);
         return status;
     }
-    const double seconds = cpu_seconds() - start;
+    const double seconds = tool_cpu_seconds() - start;
     if (!quiet) progress(mp3_encoder_frames(enc), mp3_encoder_frames(enc), 1);
 
     /* Output. */
